@@ -1,0 +1,8 @@
+// SPDX-License-Identifier: MIT
+#include <brixrt/isenum.h>
+
+namespace Talverine {
+
+ISEnum::~ISEnum() = default;
+
+} // namespace Talverine
