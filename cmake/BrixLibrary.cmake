@@ -59,10 +59,6 @@ function(brix_library_folder library folder)
         target_sources(${library} PRIVATE "${root}/${prefix}${file}")
     endforeach()
 
-    # A file that is new in the folder's list must reach moc; by itself it only watches the library's.
-    set_property(TARGET ${library} APPEND PROPERTY
-        AUTOGEN_TARGET_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/CMakeLists.txt")
-
     list(SORT public)
     set(includes "")
     foreach(header IN LISTS public)
