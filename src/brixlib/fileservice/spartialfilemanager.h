@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <brixlib/brixlib_export.h>
+
+#include <QtCore/QString>
+#include <QtCore/QUuid>
+
+namespace Talverine {
+
+/*!
+ * Gives a file that is being received a temporary name beside its final place, and moves it there
+ * once it is whole, so that nobody sees half a file.
+ *
+ *     SPartialFileManager partial(u"/srv/ann/report.pdf"_s, true);
+ *     QFile file(partial.fileName(false)); // /srv/ann/<uuid>.part
+ *     … receive into file, close it …
+ *     if (!partial.complete())
+ *         return false; // the destructor removes what was received
+ *
+ * A copy names the same partial file, and the first of the two to end deletes it for both: pass it
+ * by reference. The final name is taken through the character rule of the constructor as a whole,
+ * folders included.
+ *
+ * Thread: a value; one thread at a time.
+ */
+class BRIXLIB_EXPORT SPartialFileManager final
+{
+public:
+    /*!
+     * Nothing on disk is touched. Each of the characters ? < > * | " in \a fileName becomes "_",
+     * which the debug log tells. With \a deleteIncompleteFile the destructor removes the partial
+     * file unless it was completed.
+     */
+    SPartialFileManager(const QString &fileName, bool deleteIncompleteFile);
+    SPartialFileManager(const SPartialFileManager &other);
+    //! Copies the four values; the partial file that this object named before is left alone.
+    SPartialFileManager &operator=(const SPartialFileManager &other);
+    ~SPartialFileManager();
+
+    //! Compares all four values.
+    bool operator==(const SPartialFileManager &other) const;
+    bool operator!=(const SPartialFileManager &other) const;
+
+    //! The final name if \a final or once completed, else the partial one.
+    QString fileName(bool final) const;
+    bool deleteIncompleteFile() const;
+
+    /*!
+     * Removes the final file if there is one, then moves the partial file to that name. False when
+     * the move fails; the older file is gone then as well. Once completed, tells whether the final
+     * file still exists.
+     */
+    bool complete();
+    bool isCompleted() const;
+
+private:
+    QString m_fileName;
+    QUuid m_uuid;
+    bool m_deleteIncompleteFile;
+    bool m_completed = false;
+};
+
+} // namespace Talverine

@@ -1,0 +1,234 @@
+// SPDX-License-Identifier: MIT
+#include <brixlib/protocol/sauthenticationdb.h>
+
+#include <brixlib/protocol/suserdata.h>
+
+#include <QtCore/QFile>
+#include <QtCore/QFileDevice>
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QJsonObject>
+
+namespace Talverine {
+
+using namespace Qt::StringLiterals;
+using Interfaces::ISUser;
+
+namespace {
+
+constexpr auto usersKey = "users"_L1;
+constexpr auto usernameKey = "username"_L1;
+constexpr auto passwordKey = "password"_L1;
+constexpr auto homeFolderKey = "homeFolder"_L1;
+constexpr auto fullnameKey = "fullname"_L1;
+constexpr auto emailKey = "email"_L1;
+constexpr auto disabledKey = "disabled"_L1;
+
+QJsonObject toJson(const ISUser &user)
+{
+    return {
+        {usernameKey, user.username()},     {passwordKey, QString::fromUtf8(user.hashedPassword())},
+        {homeFolderKey, user.homeFolder()}, {fullnameKey, user.fullname()},
+        {emailKey, user.email()},           {disabledKey, !user.enabled()},
+    };
+}
+
+SUserData *fromJson(const QJsonObject &object)
+{
+    return new SUserData(
+        object.value(usernameKey).toString(), object.value(passwordKey).toString().toUtf8(),
+        object.value(homeFolderKey).toString(), object.value(fullnameKey).toString(),
+        object.value(emailKey).toString(), object.value(disabledKey).toBool());
+}
+
+// Reads all of the device, which is open afterwards only if it was before.
+bool readDevice(QIODevice *device, QByteArray *bytes)
+{
+    if (!device)
+        return false;
+    const bool wasOpen = device->isOpen();
+    if (!wasOpen && !device->open(QIODevice::ReadOnly))
+        return false;
+    *bytes = device->readAll();
+    if (!wasOpen)
+        device->close();
+    return true;
+}
+
+// Files keep what they were given in a buffer, so a full disk shows only once they are closed.
+bool writeAndClose(QIODevice *device, const QByteArray &bytes)
+{
+    const bool taken = device->write(bytes) == bytes.size();
+    device->close();
+    const auto *file = qobject_cast<const QFileDevice *>(device);
+    return taken && (!file || file->error() == QFileDevice::NoError);
+}
+
+} // namespace
+
+SAuthenticationDb::SAuthenticationDb(QObject *parent)
+    : ISAuthenticationDb(parent)
+    , m_mutex(std::make_unique<QRecursiveMutex>())
+{
+}
+
+SAuthenticationDb::SAuthenticationDb(const SAuthenticationDb &other)
+    : SAuthenticationDb(nullptr)
+{
+    m_table = other.table();
+}
+
+SAuthenticationDb &SAuthenticationDb::operator=(const SAuthenticationDb &other)
+{
+    // Only one mutex is held at a time: two tables assigned crosswise cannot block each other.
+    Table table = other.table();
+    const QMutexLocker lock(m_mutex.get());
+    m_table.swap(table);
+    return *this;
+}
+
+SAuthenticationDb::~SAuthenticationDb() = default;
+
+bool SAuthenticationDb::operator==(const SAuthenticationDb &other) const
+{
+    const Table theirs = other.table();
+    const QMutexLocker lock(m_mutex.get());
+    if (m_table.size() != theirs.size())
+        return false;
+    return std::all_of(m_table.keyValueBegin(), m_table.keyValueEnd(), [&](const auto &entry) {
+        const auto found = theirs.constFind(entry.first);
+        return found != theirs.cend() &&
+               SUserData(entry.second.get()) == SUserData(found.value().get());
+    });
+}
+
+SAuthenticationDb SAuthenticationDb::fromDevice(QIODevice *device)
+{
+    SAuthenticationDb db;
+    QByteArray bytes;
+    if (!readDevice(device, &bytes)) {
+        qDebug() << "SAuthenticationDb::fromDevice: cannot open the device";
+        return db;
+    }
+    const QJsonDocument document = QJsonDocument::fromJson(bytes);
+    if (document.isNull() || !document.isObject()) {
+        qDebug() << "SAuthenticationDb::fromDevice: no valid object(s) found";
+        return db;
+    }
+    const QJsonArray users = document.object().value(usersKey).toArray();
+    for (const auto &user : users)
+        db.insert(fromJson(user.toObject()));
+    return db;
+}
+
+SAuthenticationDb SAuthenticationDb::fromFile(const QString &fileName)
+{
+    QFile file(fileName);
+    return fromDevice(&file);
+}
+
+SAuthenticationDb *SAuthenticationDb::clone() const
+{
+    return new SAuthenticationDb(*this);
+}
+
+bool SAuthenticationDb::isNull() const
+{
+    return isEmpty();
+}
+
+bool SAuthenticationDb::equalsTo(const Interfaces::IEquatable *other) const
+{
+    const auto *db = dynamic_cast<const SAuthenticationDb *>(other);
+    return db && *this == *db;
+}
+
+void SAuthenticationDb::clear()
+{
+    const QMutexLocker lock(m_mutex.get());
+    m_table.clear();
+    Q_EMIT changed();
+}
+
+bool SAuthenticationDb::isEmpty() const
+{
+    const QMutexLocker lock(m_mutex.get());
+    return m_table.isEmpty();
+}
+
+bool SAuthenticationDb::contains(const QString &username) const
+{
+    const QMutexLocker lock(m_mutex.get());
+    return m_table.contains(username);
+}
+
+void SAuthenticationDb::insert(ISUser *user)
+{
+    if (!user)
+        return;
+    const QString username = user->username();
+    const QMutexLocker lock(m_mutex.get());
+    m_table.insert(username, std::shared_ptr<ISUser>(user));
+    Q_EMIT added(username);
+}
+
+bool SAuthenticationDb::remove(const QString &username)
+{
+    const QMutexLocker lock(m_mutex.get());
+    if (!m_table.remove(username))
+        return false;
+    Q_EMIT removed(username);
+    return true;
+}
+
+const ISUser *SAuthenticationDb::value(const QString &username) const
+{
+    return sharedUser(username).get();
+}
+
+std::shared_ptr<const ISUser> SAuthenticationDb::sharedUser(const QString &username) const
+{
+    const QMutexLocker lock(m_mutex.get());
+    return m_table.value(username);
+}
+
+QList<QString> SAuthenticationDb::users() const
+{
+    QList<QString> names = table().keys();
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+bool SAuthenticationDb::save(QIODevice *device)
+{
+    // Some devices would let themselves be opened, and truncated, a second time.
+    if (!device || device->isOpen() || !device->open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        qDebug() << "SAuthenticationDb::save: cannot open the device";
+        return false;
+    }
+    const QMutexLocker lock(m_mutex.get());
+    QJsonArray array;
+    for (const auto &name : users())
+        array.append(toJson(*m_table.value(name)));
+    const QJsonDocument document(QJsonObject{{usersKey, array}});
+    return writeAndClose(device, document.toJson(QJsonDocument::Indented));
+}
+
+bool SAuthenticationDb::load(QIODevice *device)
+{
+    const SAuthenticationDb loaded = fromDevice(device);
+    if (loaded.isEmpty())
+        return false;
+    *this = loaded;
+    return true;
+}
+
+SAuthenticationDb::Table SAuthenticationDb::table() const
+{
+    const QMutexLocker lock(m_mutex.get());
+    return m_table;
+}
+
+} // namespace Talverine
+
+#include "moc_sauthenticationdb.cpp"
