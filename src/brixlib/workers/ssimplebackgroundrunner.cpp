@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+#include <brixlib/workers/ssimplebackgroundrunner.h>
+
+#include <brixlib/workers/ssimpleworker.h>
+
+namespace Talverine {
+
+SSimpleBackgroundRunner::SSimpleBackgroundRunner(SSimpleWorker *worker, QObject *parent)
+    : QObject(parent)
+    , m_thread(new QThread(this))
+{
+    connect(m_thread, &QThread::started, this, &SSimpleBackgroundRunner::started);
+    connect(m_thread, &QThread::finished, this, &SSimpleBackgroundRunner::finished);
+    setWorker(worker);
+}
+
+SSimpleBackgroundRunner::~SSimpleBackgroundRunner()
+{
+    requestInterruption();
+    m_thread->wait();
+    // Still there only when the thread was never started and thus could not delete it.
+    delete m_worker.data();
+}
+
+void SSimpleBackgroundRunner::start(QThread::Priority priority)
+{
+    // A thread without a worker would have nobody to end it.
+    if (m_worker)
+        m_thread->start(priority);
+}
+
+bool SSimpleBackgroundRunner::isRunning() const
+{
+    return m_thread->isRunning();
+}
+
+void SSimpleBackgroundRunner::requestInterruption()
+{
+    m_thread->requestInterruption();
+    Q_EMIT interrupt();
+}
+
+bool SSimpleBackgroundRunner::waitForFinished(unsigned long msec)
+{
+    return m_thread->wait(msec);
+}
+
+bool SSimpleBackgroundRunner::setWorker(SSimpleWorker *worker)
+{
+    if (!worker || m_thread->isRunning())
+        return false;
+
+    worker->setParent(nullptr);
+    worker->moveToThread(m_thread);
+    m_worker = worker;
+
+    connect(this, &SSimpleBackgroundRunner::interrupt, worker, &SSimpleWorker::terminateLater);
+    // Direct, since the worker's thread may be the one that waits for nothing but this.
+    connect(worker, &SSimpleWorker::finished, m_thread, &QThread::quit, Qt::DirectConnection);
+    connect(m_thread, &QThread::started, worker, &SSimpleWorker::init);
+    connect(m_thread, &QThread::finished, worker, &QObject::deleteLater);
+    return true;
+}
+
+} // namespace Talverine
+
+#include "moc_ssimplebackgroundrunner.cpp"

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <brixlib/brixlib_export.h>
+
+#include <QtCore/QObject>
+#include <QtCore/QPointer>
+#include <QtCore/QThread>
+
+#include <climits>
+
+namespace Talverine {
+
+class SSimpleWorker;
+
+/*!
+ * Runs one SSimpleWorker in a thread of its own and owns the worker's end.
+ *
+ *     auto *runner = new SSimpleBackgroundRunner(new Indexer, this);
+ *     connect(runner, &SSimpleBackgroundRunner::finished, runner, &QObject::deleteLater);
+ *     runner->start();
+ *
+ * The thread ends when the worker finishes, and the worker is deleted there. A runner serves one
+ * worker only. Lives in one thread, which is not the worker's.
+ */
+class BRIXLIB_EXPORT SSimpleBackgroundRunner : public QObject
+{
+    Q_OBJECT
+
+public:
+    //! Takes \a worker from its parent and moves it to the runner's thread, which start() starts.
+    explicit SSimpleBackgroundRunner(SSimpleWorker *worker, QObject *parent = nullptr);
+    //! Interrupts the worker and waits for its thread, however long that takes.
+    ~SSimpleBackgroundRunner() override;
+
+    //! Starts the thread; does nothing when the worker has finished already.
+    void start(QThread::Priority priority = QThread::InheritPriority);
+    bool isRunning() const;
+    //! Asks the thread to stop and the worker to terminate; does not wait.
+    void requestInterruption();
+    //! Blocks until the thread has ended; false when \a msec milliseconds have passed before.
+    bool waitForFinished(unsigned long msec = ULONG_MAX);
+
+Q_SIGNALS:
+    //! The thread has ended, and the worker with it.
+    void finished();
+    //! Tells the worker to terminate.
+    void interrupt();
+    //! The thread has started.
+    void started();
+
+private:
+    bool setWorker(SSimpleWorker *worker);
+
+    QThread *m_thread;
+    QPointer<SSimpleWorker> m_worker;
+};
+
+} // namespace Talverine
