@@ -1,29 +1,22 @@
 // SPDX-License-Identifier: MIT
 #include <brixrt/iprogress.h>
 
+#include <utility>
+
 namespace Talverine::Interfaces {
 
 IProgress::~IProgress() = default;
 
 void IProgress::reset()
 {
-    {
-        const QMutexLocker lock(&m_mutex);
-        m_percent = 0;
-        m_aborted = false;
-    }
-    for (IProgress *child : children())
-        child->reset();
+    storeReset();
+    resetChildren();
 }
 
 void IProgress::abort()
 {
-    {
-        const QMutexLocker lock(&m_mutex);
-        m_aborted = true;
-    }
-    for (IProgress *child : children())
-        child->abort();
+    storeAbort();
+    abortChildren();
 }
 
 bool IProgress::isAbortRequested() const
@@ -40,8 +33,8 @@ int IProgress::progress() const
 
 void IProgress::setProgress(int percent)
 {
-    const QMutexLocker lock(&m_mutex);
-    m_percent = percent;
+    storeProgress(percent);
+    setChildrenProgress(percent);
 }
 
 void IProgress::addChild(IProgress *child)
@@ -57,10 +50,54 @@ void IProgress::removeChild(IProgress *child)
     m_children.removeOne(child);
 }
 
-QList<IProgress *> IProgress::children() const
+QList<IProgress *> IProgress::childProgresses() const
 {
     const QMutexLocker lock(&m_mutex);
     return m_children;
+}
+
+bool IProgress::storeReset()
+{
+    const QMutexLocker lock(&m_mutex);
+    m_aborted = false;
+    return std::exchange(m_percent, 0) != 0;
+}
+
+bool IProgress::storeAbort()
+{
+    const QMutexLocker lock(&m_mutex);
+    return !std::exchange(m_aborted, true);
+}
+
+bool IProgress::storeProgress(int percent)
+{
+    const QMutexLocker lock(&m_mutex);
+    return std::exchange(m_percent, percent) != percent;
+}
+
+void IProgress::resetChildren()
+{
+    const QList<IProgress *> list = childProgresses();
+    for (IProgress *child : list)
+        child->reset();
+}
+
+void IProgress::abortChildren()
+{
+    const QList<IProgress *> list = childProgresses();
+    for (IProgress *child : list) {
+        if (!child->isAbortRequested())
+            child->abort();
+    }
+}
+
+void IProgress::setChildrenProgress(int percent)
+{
+    const QList<IProgress *> list = childProgresses();
+    for (IProgress *child : list) {
+        if (child->progress() != percent)
+            child->setProgress(percent);
+    }
 }
 
 } // namespace Talverine::Interfaces
