@@ -18,6 +18,7 @@ S_ENUM_FLAGS(MetadataFlags,
     KillOnPhysicalChange = 16,
     Volatile = 31
 )
+S_ENUM_TRANSLATION(MetadataFlags)
 // clang-format on
 
 } // namespace Talverine

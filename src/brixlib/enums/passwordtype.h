@@ -15,6 +15,7 @@ S_ENUM(PasswordType,
     Hash = 2,
     Aes = 3
 )
+S_ENUM_TRANSLATION(PasswordType)
 // clang-format on
 
 } // namespace Talverine

@@ -41,7 +41,7 @@ QString IFormattable::toString() const
     return toString(QString(), QLocale());
 }
 
-bool ISwappable::swapHook()
+bool ISwappable::isSwappable() const
 {
     return false;
 }

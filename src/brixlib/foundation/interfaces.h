@@ -130,10 +130,8 @@ public:
     virtual bool forceToDisk() = 0;
     virtual bool tryToMemory() = 0;
     virtual bool isInMemory() const = 0;
-
-protected:
-    //! A hook for deriving classes; false here.
-    virtual bool swapHook();
+    //! Whether the object really moves; false unless a class says otherwise.
+    virtual bool isSwappable() const;
 };
 
 //! Reads and writes through a cache of pages.
@@ -146,8 +144,8 @@ public:
     virtual bool isCacheEnabled() const = 0;
     //! Whether a request of \a size bytes would go through the cache.
     virtual bool isCachePreferred(qint64 size) const = 0;
-    //! \a pageSize in bytes.
-    virtual void setCacheSize(qint64 pageSize, int pages) = 0;
+    //! \a totalBytes in all, spread over \a pages pages.
+    virtual void setCacheSize(qint64 totalBytes, int pages) = 0;
     virtual void setCachePreferredMode(const SCacheMode &mode) = 0;
     virtual SCacheMode cachePreferredMode() const = 0;
     virtual bool cacheFlush() = 0;

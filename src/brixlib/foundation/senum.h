@@ -133,10 +133,10 @@ protected:
 
     static QString numberText(T value, const QLocale &locale)
     {
-        if constexpr (sizeof(T) == sizeof(qint64))
-            return locale.toString(value);
-        else
+        if constexpr (sizeof(T) < sizeof(int))
             return locale.toString(static_cast<int>(value));
+        else
+            return locale.toString(value);
     }
 
     bool lookUp(const QString &name, Qt::CaseSensitivity cs, T *value) const
@@ -155,7 +155,13 @@ private:
     QList<T> m_values;
 };
 
-//! As SEnumBase, for values that combine as flags: texts are joined with ", ".
+/*!
+ * As SEnumBase, for values that combine as flags.
+ *
+ * The text of a value without a name of its own lists the declared values it is made of, joined
+ * with ", "; a value with an undeclared bit is the number. A text is read part by part between
+ * commas: a part that is unknown stands for the default value and leaves ok false.
+ */
 template<typename E, typename T = int>
 class SEnumBaseFlags : public SEnumBase<E, T>
 {
@@ -199,13 +205,13 @@ public:
         bool known = true;
         const QList<QString> parts = text.split(QLatin1Char(','));
         for (const QString &part : parts) {
-            T value{};
-            known = Base::lookUp(part.trimmed(), cs, &value) && known;
-            bits |= static_cast<Bits>(value);
+            bool partKnown = false;
+            bits |= static_cast<Bits>(Base::fromString(part, defaultValue, cs, &partKnown));
+            known = known && partKnown;
         }
         if (ok)
             *ok = known;
-        return known ? static_cast<qint64>(static_cast<T>(bits)) : defaultValue;
+        return static_cast<qint64>(static_cast<T>(bits));
     }
 };
 
@@ -257,15 +263,21 @@ public:
  *     )
  *
  * A key's value is a number or left out; it does not refer to other keys. An alias is a second key
- * with the same number.
+ * with the same number. No semicolon follows any macro of this family.
  */
 #define S_ENUM(Name, ...)                                                                          \
     BRIX_ENUM_DECLARE(Name, int, __VA_ARGS__)                                                      \
     BRIX_ENUM_COMPANION(Name, int, SEnumBase, __VA_ARGS__)
 
 /*!
- * As S_ENUM over the integer type \a Type, which stands last; the keys stand in parentheses of
- * their own, whose lines start with the parenthesis.
+ * As S_ENUM over the integer type \a Type. The keys stand in parentheses of their own, and what
+ * closes them starts a line, which ends the scanner's list before the type:
+ *
+ *     S_ENUM_T(Switch,
+ *     (
+ *         Off = false,
+ *         On = true
+ *     ), bool)
  */
 #define S_ENUM_T(Name, keys, Type)                                                                 \
     BRIX_ENUM_DECLARE(Name, Type, BRIX_ENUM_UNPACK keys)                                           \
@@ -283,5 +295,8 @@ public:
     BRIX_FLAG_OPERATORS(Name)                                                                      \
     BRIX_ENUM_COMPANION(Name, Type, SEnumBaseFlags, BRIX_ENUM_UNPACK keys)
 
-//! Marks the texts of the enumeration \a Name for translation; it declares nothing.
-#define S_ENUM_TRANSLATION(Name) static_assert(sizeof(Name) != 0)
+/*!
+ * Marks the texts of the declared enumeration \a Name for translation: scanners harvest the keys
+ * of marked enumerations only. Stands alone on a line, without a semicolon.
+ */
+#define S_ENUM_TRANSLATION(Name) static_assert(sizeof(Name) != 0);
