@@ -1,0 +1,11 @@
+// SPDX-License-Identifier: MIT
+#include <brixlib/protocol/commands/scommandcommandlist.h>
+
+namespace Talverine {
+
+SCommandCommandList::SCommandCommandList()
+    : SConcreteCommand(CommandIds::kCommandList, Wire::kCommandListVersions)
+{
+}
+
+} // namespace Talverine

@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: MIT
+#include <brixlib/protocol/scommand.h>
+
+#include <brixlib/protocol/scommand_p.h>
+
+#include <brixlib/foundation/sdatastream.h>
+
+namespace Talverine {
+
+SCommand::~SCommand() = default;
+
+bool SCommand::operator==(const SCommand &other) const
+{
+    return m_id == other.m_id && m_version == other.m_version;
+}
+
+bool SCommand::isNull() const
+{
+    return m_id.isNull();
+}
+
+bool SCommand::serializeArray(QByteArray &array) const
+{
+    // A stream on an array writes over what is there and would leave a longer rest behind.
+    array.clear();
+    SDataStream stream(&array, QIODevice::WriteOnly);
+    return serialize(stream);
+}
+
+bool SCommand::deserializeArray(const QByteArray &array)
+{
+    SDataStream stream(array);
+    return deserialize(stream);
+}
+
+void SCommand::writeHeader(QDataStream &stream) const
+{
+    SCommandHeader{Wire::kCommandMagic, m_version, m_id}.write(stream);
+}
+
+bool SCommand::readHeader(QDataStream &stream)
+{
+    SCommandHeader header;
+    if (!header.read(stream) || header.id != m_id)
+        return false;
+    m_version = header.version;
+    return true;
+}
+
+bool SCommandHeader::read(QDataStream &stream)
+{
+    stream >> magic;
+    if (magic != Wire::kCommandMagic)
+        return false;
+    stream >> version >> id;
+    return stream.status() == QDataStream::Ok;
+}
+
+void SCommandHeader::write(QDataStream &stream) const
+{
+    stream << magic << version << id;
+}
+
+SCommandPrivate *SCommandPrivate::clone() const
+{
+    return new SCommandPrivate(*this);
+}
+
+bool SCommandPrivate::equalsTo(const Interfaces::IEquatable *other) const
+{
+    return isSameType(other) && *this == static_cast<const SCommandPrivate &>(*other);
+}
+
+bool SCommandPrivate::deserialize(QDataStream &stream)
+{
+    SCommandHeader header;
+    if (!header.read(stream))
+        return false;
+    setId(header.id);
+    return true;
+}
+
+bool SCommandPrivate::serialize(QDataStream &stream) const
+{
+    SCommandHeader{Wire::kCommandMagic, Wire::kDefaultCommandVersion, id()}.write(stream);
+    return stream.status() == QDataStream::Ok;
+}
+
+} // namespace Talverine
