@@ -5,7 +5,7 @@
 include(GenerateExportHeader)
 
 # brix_library(<name>): a shared library with hidden visibility, its export header
-# <name>/<name>_export.h, and the alias brixlib::<name>.
+# <name>/<name>_export.h, its version header <name>/<name>_version.h, and the alias brixlib::<name>.
 function(brix_library name)
     string(TOUPPER ${name} upper)
     add_library(${name} SHARED)
@@ -14,6 +14,7 @@ function(brix_library name)
     generate_export_header(${name}
         BASE_NAME ${upper}
         EXPORT_FILE_NAME "${PROJECT_BINARY_DIR}/include/${name}/${name}_export.h")
+    brix_write_version_header(${name} ${upper})
     target_compile_features(${name} PUBLIC cxx_std_20)
     target_include_directories(${name} PUBLIC
         "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/src>"
@@ -27,8 +28,27 @@ function(brix_library name)
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-    install(FILES "${PROJECT_BINARY_DIR}/include/${name}/${name}_export.h"
+    install(FILES
+        "${PROJECT_BINARY_DIR}/include/${name}/${name}_export.h"
+        "${PROJECT_BINARY_DIR}/include/${name}/${name}_version.h"
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${name})
+    set_property(GLOBAL APPEND PROPERTY BRIX_PUBLIC_HEADERS
+        ${name}/${name}_export.h ${name}/${name}_version.h)
+endfunction()
+
+# Writes <name>/<name>_version.h: the version as a number to compare, and as text.
+function(brix_write_version_header name upper)
+    math(EXPR number
+        "${PROJECT_VERSION_MAJOR} << 16 | ${PROJECT_VERSION_MINOR} << 8 | ${PROJECT_VERSION_PATCH}"
+        OUTPUT_FORMAT HEXADECIMAL)
+    file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/include/${name}/${name}_version.h" @ONLY CONTENT
+"// SPDX-License-Identifier: MIT
+#pragma once
+
+// Major << 16 | minor << 8 | patch.
+#define ${upper}_VERSION ${number}
+#define ${upper}_VERSION_STRING \"${PROJECT_VERSION}\"
+")
 endfunction()
 
 # brix_library_folder(<library> <folder> [CLASSES <file stems>] [HEADERS <header stems>]
