@@ -5,6 +5,7 @@
 #include <brixlib/enums/bool.h>
 #include <brixlib/enums/byteorder.h>
 #include <brixlib/enums/concurrencemode.h>
+#include <brixlib/enums/cpufeatureflags.h>
 #include <brixlib/enums/metadataflags.h>
 #include <brixlib/enums/operatingsystemtype.h>
 #include <brixlib/enums/passwordtype.h>
@@ -35,6 +36,7 @@ void registerEnum(const char *name)
     registerEnum<Bool, Bool_T>("Bool");
     registerEnum<ByteOrder, ByteOrder_T>("ByteOrder");
     registerEnum<ConcurrenceMode, ConcurrenceMode_T>("ConcurrenceMode");
+    registerEnum<CpuFeatureFlags, CpuFeatureFlags_T>("CpuFeatureFlags");
     registerEnum<MetadataFlags, MetadataFlags_T>("MetadataFlags");
     registerEnum<OperatingSystemType, OperatingSystemType_T>("OperatingSystemType");
     registerEnum<PasswordType, PasswordType_T>("PasswordType");
