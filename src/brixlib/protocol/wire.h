@@ -44,14 +44,14 @@ inline constexpr int kKeepAliveIntervalMs = 100;
 inline constexpr int kHighestStreamVersion = 20; //!< QDataStream::Qt_6_0
 inline constexpr int kLowestStreamVersion = 7;   //!< QDataStream::Qt_4_0
 
-// Versions of single commands at which their form changes.
-inline constexpr qint32 kCommandListVersions = version(2, 0, 0); //!< the reply lists versions
-inline constexpr qint32 kCopyKeepAlive = version(1, 1, 0);       //!< the reply has keep-alives
-inline constexpr qint32 kStorageInfoDetails = version(1, 0, 1);  //!< free bytes and type follow
-inline constexpr qint32 kTransferRemoveFile = version(1, 1, 0);  //!< removeFile travels
-inline constexpr qint32 kTransferTarget = version(1, 2, 0);      //!< the target's name travels
-inline constexpr qint32 kTransferRawSize = version(2, 0, 0);     //!< the size goes before the data
-inline constexpr quint32 kEntryRecordVersion = version(1, 1, 0); //!< the entry has its date
+// The versions of commands from which on their reply has more in it.
+inline constexpr qint32 kSinceCommandVersions = version(2, 0, 0); //!< command list: versions
+inline constexpr qint32 kSinceKeepAlive = version(1, 1, 0);       //!< long work: keep-alive words
+inline constexpr qint32 kSinceStorageDetails = version(1, 0, 1);  //!< storage: free bytes, type
+inline constexpr qint32 kSinceRawSize = version(2, 0, 0);         //!< sent file: size word
+
+// The record of a directory's entry, and from which version on it has a date.
+inline constexpr quint32 kEntryRecordVersion = version(1, 1, 0);
 
 } // namespace Talverine::Wire
 

@@ -4,7 +4,7 @@
 namespace Talverine {
 
 SCommandCommandList::SCommandCommandList()
-    : SConcreteCommand(CommandIds::kCommandList, Wire::kCommandListVersions)
+    : SConcreteCommand(CommandIds::kCommandList, Wire::kSinceCommandVersions)
 {
 }
 
