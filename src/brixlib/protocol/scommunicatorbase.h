@@ -207,12 +207,35 @@ protected:
     //! Writes a length word and \a body in one go.
     bool writeFrame(QIODevice *device, const QByteArray &body);
 
+    //! One direction of a link test.
+    struct LinkTestPhase
+    {
+        qint64 bytes = 0;
+        double seconds = 0.0;
+
+        //! 0.0 when it took no time.
+        double bytesPerSecond() const;
+    };
+    /*!
+     * Sends blocks for \a seconds, then the end word. Reports by transferredBytes() after the first
+     * half second; \a first is the phase that went before, or null. False on an interruption or
+     * when the connection fails.
+     */
+    bool sendLinkTest(int seconds, const LinkTestPhase *first, LinkTestPhase *phase);
+    /*!
+     * Takes blocks until the end word; \a seconds is how long they are expected. False also when
+     * no block comes within timeout(), unless that is negative.
+     */
+    bool receiveLinkTest(int seconds, const LinkTestPhase *first, LinkTestPhase *phase);
+
     //! Registers a prototype in this object's context; takes ownership.
     void registerCommand(SCommand *prototype);
     QList<SCommandId> supportedCommands() const;
 
 private:
     bool waitFor(QIODevice *device, bool (QIODevice::*wait)(int));
+    bool waitForLinkTestBlock();
+    void reportLinkTest(qint64 bytes, qint64 elapsed, qint64 planned, const LinkTestPhase *first);
     bool isStopOverdue();
     bool copyEntries(const QList<QString> &entries, const QString &source, const QString &target,
                      bool keepAliveOnSocket);

@@ -55,6 +55,9 @@ qint64 SCommunicatorBase::readAll(QIODevice *device, char *buffer, qint64 size)
 {
     qint64 done = 0;
     while (done < size) {
+        // A peer that is faster than this end never lets a wait happen.
+        if (isStopOverdue())
+            return -1;
         if (m_timeout != 0 && device->bytesAvailable() == 0 &&
             !waitFor(device, &QIODevice::waitForReadyRead))
             return -1;

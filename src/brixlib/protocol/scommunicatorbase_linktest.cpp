@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: MIT
+// The two phases of a link test, which either end plays from its side.
+#include <brixlib/protocol/scommunicatorbase.h>
+#include <brixlib/protocol/stcpsocket.h>
+
+#include <QtCore/QDeadlineTimer>
+
+namespace Talverine {
+
+namespace {
+
+constexpr qint64 kBlockBytes = 1048576;
+constexpr quint64 kEndWord = 0;
+constexpr int kIdleWaitMs = 100;
+// Before that an estimate of the whole would mean nothing.
+constexpr int kReportAfterMs = 500;
+// The planned time is the peer's word; twice this still fits the signal's numbers.
+constexpr double kLargestEstimate = 1e18;
+
+// What the block holds does not matter. Without the memory for it the blocks are empty.
+struct Block
+{
+    std::unique_ptr<char[]> bytes{new (std::nothrow) char[kBlockBytes]};
+    qint64 size = bytes ? kBlockBytes : 0;
+};
+
+} // namespace
+
+double SCommunicatorBase::LinkTestPhase::bytesPerSecond() const
+{
+    return seconds > 0.0 ? static_cast<double>(bytes) / seconds : 0.0;
+}
+
+bool SCommunicatorBase::sendLinkTest(int seconds, const LinkTestPhase *first, LinkTestPhase *phase)
+{
+    const Block block;
+    const qint64 planned = qint64(seconds) * 1000;
+    QElapsedTimer timer;
+    timer.start();
+    while (block.size != 0 && timer.elapsed() < planned) {
+        if (isInterruptionRequested() || !writeWord64(socket(), static_cast<quint64>(block.size)) ||
+            writeAll(socket(), block.bytes.get(), block.size) != block.size)
+            return false;
+        phase->bytes += block.size;
+        reportLinkTest(phase->bytes, timer.elapsed(), planned, first);
+    }
+    if (!writeWord64(socket(), kEndWord))
+        return false;
+    phase->seconds = static_cast<double>(timer.nsecsElapsed()) / 1e9;
+    return true;
+}
+
+bool SCommunicatorBase::receiveLinkTest(int seconds, const LinkTestPhase *first,
+                                        LinkTestPhase *phase)
+{
+    const Block block;
+    const qint64 planned = qint64(seconds) * 1000;
+    QElapsedTimer timer;
+    timer.start();
+    while (waitForLinkTestBlock()) {
+        quint64 size = kEndWord;
+        if (!readWord64(socket(), &size) || size == kEndWord) {
+            phase->seconds = static_cast<double>(timer.nsecsElapsed()) / 1e9;
+            return true;
+        }
+        if (size > static_cast<quint64>(block.size))
+            return false;
+        const auto count = static_cast<qint64>(size);
+        if (readAll(socket(), block.bytes.get(), count) != count)
+            return false;
+        phase->bytes += count;
+        reportLinkTest(phase->bytes, timer.elapsed(), planned, first);
+    }
+    return false;
+}
+
+// The time-out counts from block to block.
+bool SCommunicatorBase::waitForLinkTestBlock()
+{
+    const QDeadlineTimer deadline(m_timeout); // negative lasts for ever
+    while (socket() && socket()->state() == QAbstractSocket::ConnectedState &&
+           !isInterruptionRequested()) {
+        const qint64 slice =
+            m_timeout < 0 ? kIdleWaitMs : std::min<qint64>(deadline.remainingTime(), kIdleWaitMs);
+        if (socket()->bytesAvailable() != 0 || socket()->waitForReadyRead(static_cast<int>(slice)))
+            return true;
+        if (deadline.hasExpired())
+            return false;
+    }
+    return false;
+}
+
+// While the first phase runs, the second is taken to move as much.
+void SCommunicatorBase::reportLinkTest(qint64 bytes, qint64 elapsed, qint64 planned,
+                                       const LinkTestPhase *first)
+{
+    if (elapsed < kReportAfterMs)
+        return;
+    const double whole =
+        static_cast<double>(bytes) / static_cast<double>(elapsed) * static_cast<double>(planned);
+    const auto estimate = static_cast<qint64>(std::min(whole, kLargestEstimate));
+    if (first)
+        Q_EMIT transferredBytes(first->bytes + bytes, first->bytes + estimate);
+    else
+        Q_EMIT transferredBytes(bytes, 2 * estimate);
+}
+
+} // namespace Talverine

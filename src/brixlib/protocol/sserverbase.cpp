@@ -1,0 +1,491 @@
+// SPDX-License-Identifier: MIT
+#include <brixlib/protocol/sserverbase.h>
+
+#include "closeconnection_p.h"
+
+#include <brixlib/foundation/sdatastream.h>
+#include <brixlib/protocol/commands/scommandauthentication.h>
+#include <brixlib/protocol/commands/scommandclientdevice.h>
+#include <brixlib/protocol/commands/scommandcommandlist.h>
+#include <brixlib/protocol/commands/scommandlinktest.h>
+#include <brixlib/protocol/commands/scommandpluggable.h>
+#include <brixlib/protocol/commands/scommandpluggablelist.h>
+#include <brixlib/protocol/commands/scommandservername.h>
+#include <brixlib/protocol/commands/scommandstreamversion.h>
+#include <brixlib/protocol/commands/scommandwhoami.h>
+#include <brixlib/protocol/sauthenticationdb.h>
+#include <brixlib/protocol/scommandhelper.h>
+#include <brixlib/protocol/stcpsocket.h>
+#include <brixlib/protocol/wire.h>
+
+#include <brixsec/sobfuscatedstring.h>
+
+#include <QtCore/QCoreApplication>
+#include <QtNetwork/QHostInfo>
+
+// The device session stands in sserverbase_device.cpp, the phases of the link test in
+// scommunicatorbase_linktest.cpp.
+namespace Talverine {
+
+using namespace Qt::StringLiterals;
+using Interfaces::ISAuthenticationDb;
+using Interfaces::ISUser;
+
+namespace {
+
+constexpr int kTimeoutMs = 10000;
+constexpr int kSocketBufferBytes = 262144;
+constexpr int kFailedLoginDelayMs = 1000;
+constexpr auto kStreamVersion = static_cast<QDataStream::Version>(Wire::kHighestStreamVersion);
+
+// Calls by name spell types as they are declared, without the namespace around them.
+[[maybe_unused]] const bool registered = [] {
+    qRegisterMetaType<ISAuthenticationDb *>("Interfaces::ISAuthenticationDb*");
+    qRegisterMetaType<SPluggable *>("SPluggable*");
+    return true;
+}();
+
+QString defaultServerName()
+{
+    static constexpr Security::SObfuscatedString builtIn("server");
+    const QString host = QHostInfo::localHostName();
+    return host.isEmpty() ? builtIn.toString() : host;
+}
+
+// Sockets take options only once they have a descriptor.
+void setOptions(STcpSocket *socket)
+{
+    socket->setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, kSocketBufferBytes);
+    socket->setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, kSocketBufferBytes);
+    socket->setSocketOption(QAbstractSocket::KeepAliveOption, 1);
+    // An exchange is several small writes in a row; held back for the peer's acknowledgement of
+    // the one before, each would cost 40 ms.
+    socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+}
+
+// The body of a reply, written at the thread's stream version.
+template<typename... Fields>
+QByteArray replyBody(const Fields &...fields)
+{
+    QByteArray body;
+    SDataStream stream(&body, QIODevice::WriteOnly);
+    (stream << ... << fields);
+    return body;
+}
+
+template<typename List>
+void writeList(QDataStream &stream, const List &list)
+{
+    stream << static_cast<qint32>(list.size());
+    for (const auto &entry : list)
+        stream << entry;
+}
+
+} // namespace
+
+SServerBase::SServerBase(qint64 socketDescriptor, ISAuthenticationDb *db, QObject *parent)
+    : SCommunicatorBase(parent)
+{
+    initSeverBase(socketDescriptor, db);
+}
+
+SServerBase::SServerBase(qint64 socketDescriptor, QObject *parent)
+    : SServerBase(socketDescriptor, nullptr, parent)
+{
+}
+
+SServerBase::~SServerBase()
+{
+    if (!m_hasSocket && m_socketDescriptor != 0)
+        closeConnection(m_socketDescriptor);
+}
+
+void SServerBase::initSeverBase(qint64 socketDescriptor, ISAuthenticationDb *db)
+{
+    m_socketDescriptor = socketDescriptor;
+    m_serverName = defaultServerName();
+    enableDocumentRoot(false);
+    setTimeout(kTimeoutMs);
+    registerCommand(new SCommandCommandList);
+    registerCommand(new SCommandAuthentication);
+    registerCommand(new SCommandServerName);
+    registerCommand(new SCommandWhoAmI);
+    registerCommand(new SCommandStreamVersion(kStreamVersion));
+    registerCommand(new SCommandPluggable(QString(), QByteArray()));
+    registerCommand(new SCommandPluggableList);
+    registerCommand(new SCommandClientDevice);
+    registerCommand(new SCommandLinkTest(0, 0));
+    setAuthenticationDb(db);
+    setUuid(QUuid::createUuid());
+}
+
+void SServerBase::setAuthenticationDb(ISAuthenticationDb *db)
+{
+    m_db = db ? db : new SAuthenticationDb(this);
+    connect(m_db, &ISAuthenticationDb::changed, this, &SServerBase::onDbChanged);
+    connect(m_db, &ISAuthenticationDb::added, this, &SServerBase::onUserChanged);
+    // A table that loses one user tells so by this signal only.
+    connect(m_db, &ISAuthenticationDb::removed, this, &SServerBase::onDbChanged);
+}
+
+ISAuthenticationDb *SServerBase::authenticationDb() const
+{
+    return m_db;
+}
+
+QString SServerBase::currentUser() const
+{
+    return m_currentUser;
+}
+
+void SServerBase::setServerName(const QString &name)
+{
+    m_serverName = name;
+}
+
+QString SServerBase::serverName() const
+{
+    return m_serverName;
+}
+
+void SServerBase::enableDocumentRoot(bool enabled)
+{
+    m_documentRootEnabled = enabled;
+    Q_EMIT documentRootEnabled(enabled);
+}
+
+bool SServerBase::isDocumentRootEnabled() const
+{
+    return m_documentRootEnabled;
+}
+
+void SServerBase::addPluggable(const QString &name, SPluggable *pluggable)
+{
+    if (pluggable) {
+        pluggable->setCommand(name);
+        pluggable->setParent(this);
+    }
+    m_pluggables.insert(name, pluggable);
+}
+
+void SServerBase::delPluggable(const QString &name)
+{
+    m_pluggables.remove(name);
+}
+
+QList<QString> SServerBase::pluggableList() const
+{
+    return m_pluggables.keys();
+}
+
+QHostAddress SServerBase::peerAddress() const
+{
+    return isNull() ? QHostAddress() : socket()->peerAddress();
+}
+
+void SServerBase::setSocketDescriptor(qint64 socketDescriptor)
+{
+    m_socketDescriptor = socketDescriptor;
+}
+
+qint64 SServerBase::socketDescriptor() const
+{
+    return m_socketDescriptor;
+}
+
+SCommand *SServerBase::receivedCommand(QDataStream &stream)
+{
+    return SCommandHelper::createCommand(stream, contextId());
+}
+
+SCommand *SServerBase::receivedCommand(const QByteArray &bytes)
+{
+    return SCommandHelper::createCommand(bytes, contextId());
+}
+
+int SServerBase::connectionCommandVersion(SCommand *command) const
+{
+    if (!command)
+        return 0;
+    const auto versions = SCommandHelper::registeredCommandVersions(contextId());
+    return std::min(command->version(), versions.value(command->id(), 0));
+}
+
+QString SServerBase::networkPathToAbsolute(const QString &path, const QString &root) const
+{
+    QString whole = path;
+    if (m_documentRootEnabled)
+        whole = QDir::isRelativePath(path) ? u"%1/%2"_s.arg(currentPath(), path)
+                                           : u"%1%2"_s.arg(root, path);
+    return absoluteChildPath(whole, root);
+}
+
+QString SServerBase::absoluteToNetworkPath(const QString &path, const QString &root) const
+{
+    const QString absolute = absoluteChildPath(path, root);
+    if (absolute.isEmpty() || root.isEmpty() || !m_documentRootEnabled)
+        return absolute;
+    const QString jail = QDir(QDir::fromNativeSeparators(root)).absolutePath();
+    if (!absolute.startsWith(jail, Qt::CaseInsensitive))
+        return QString();
+    const QString below = absolute.mid(jail.size());
+    return below.startsWith(u'/') ? below : u'/' + below;
+}
+
+bool SServerBase::workerInit()
+{
+    if (m_socketDescriptor == 0)
+        return false;
+    auto *newSocket = new STcpSocket(this);
+    m_hasSocket =
+        newSocket->setSocketDescriptor(static_cast<qintptr>(m_socketDescriptor),
+                                       QAbstractSocket::ConnectedState, QIODevice::ReadWrite);
+    setOptions(newSocket);
+    setSocket(newSocket);
+    connect(newSocket, &STcpSocket::disconnected, this, &SServerBase::terminateLater);
+    connect(this, &SServerBase::finished, this, &SServerBase::close, Qt::QueuedConnection);
+
+    const QByteArray greeting = uuid().toRfc4122();
+    if (writeAll(newSocket, greeting) != greeting.size())
+        return false;
+
+    // Only now: a client that speaks before it was greeted would call run() before its time. Its
+    // bytes may lie in the socket already, and for those no signal comes any more.
+    connect(newSocket, &STcpSocket::readyRead, this, &SServerBase::run);
+    if (newSocket->bytesAvailable() != 0)
+        QMetaObject::invokeMethod(this, &SServerBase::run, Qt::QueuedConnection);
+    Q_EMIT connectionInfo(newSocket->peerAddress());
+    return true;
+}
+
+bool SServerBase::doWork()
+{
+    if (isNull())
+        return false;
+    Q_EMIT busy();
+    const bool goesOn = isInterruptionRequested() || processCommands();
+    Q_EMIT idle();
+    return goesOn;
+}
+
+// A readyRead() that comes meanwhile is lost, so this goes on until no byte is left.
+bool SServerBase::processCommands()
+{
+    SCommandId id;
+    do {
+        // Lets the calls of other threads in, a change of the users among them, also when the
+        // client sends one command after the other without a pause.
+        QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
+        if (socket()->state() == QAbstractSocket::UnconnectedState) {
+            Q_EMIT commandResult(id, false);
+            return false;
+        }
+        if (socket()->bytesAvailable() == 0)
+            return true;
+        const bool succeeded = processCommand(&id);
+        Q_EMIT commandResult(id, succeeded);
+        if (!succeeded)
+            return false;
+    } while (!isInterruptionRequested());
+    return true;
+}
+
+// \a id changes only when a command could be made of the frame.
+bool SServerBase::processCommand(SCommandId *id)
+{
+    const std::unique_ptr<SCommand> command = readCommand();
+    bool succeeded = false;
+    if (command) {
+        *id = command->id();
+        writeWord(socket(), Wire::kAckWord);
+        succeeded = innerExecuteCommand(command.get());
+    }
+    writeWord(socket(), succeeded ? Wire::kAckWord : Wire::kNackWord);
+    return succeeded;
+}
+
+std::unique_ptr<SCommand> SServerBase::readCommand()
+{
+    const quint32 length = readWord(socket());
+    QByteArray body;
+    if (length == 0 || length > Wire::kBodyLimitBytes || !readBody(socket(), length, &body))
+        return nullptr;
+    std::unique_ptr<SCommand> command(receivedCommand(body));
+    if (command && command->isNull())
+        return nullptr;
+    return command;
+}
+
+bool SServerBase::innerExecuteCommand(SCommand *command)
+{
+    if (command->id() == CommandIds::kAuthentication) {
+        const bool answered =
+            executeCommandAuthentication(static_cast<const SCommandAuthentication &>(*command));
+        // Limits how fast passwords can be tried.
+        if (authenticationStatus() != AuthenticationStatus::Authenticated)
+            sleep(kFailedLoginDelayMs);
+        return answered;
+    }
+    if (authenticationStatus() != AuthenticationStatus::Authenticated) {
+        qDebug() << "SServerBase::innerExecuteCommand: not authenticated error!";
+        return false;
+    }
+    return executeCommand(command);
+}
+
+bool SServerBase::executeCommand(SCommand *command)
+{
+    switch (command->id().id()) {
+    case CommandIds::kCommandList.id():
+        return executeCommandCommandList(*command);
+    case CommandIds::kServerName.id():
+        return executeCommandServerName();
+    case CommandIds::kWhoAmI.id():
+        return executeCommandWhoAmI();
+    case CommandIds::kStreamVersion.id():
+        return executeCommandStreamVersion(static_cast<const SCommandStreamVersion &>(*command));
+    case CommandIds::kPluggable.id():
+        return executeCommandPluggable(static_cast<const SCommandPluggable &>(*command));
+    case CommandIds::kPluggableList.id():
+        return executeCommandPluggableList();
+    case CommandIds::kClientDevice.id():
+        return executeCommandClientDevice(static_cast<const SCommandClientDevice &>(*command));
+    case CommandIds::kLinkTest.id():
+        return executeCommandLinkTest(static_cast<const SCommandLinkTest &>(*command));
+    default:
+        return false;
+    }
+}
+
+// Another thread may take a user out of the database at any time, so the stock database is asked
+// for a share in it.
+std::shared_ptr<const ISUser> SServerBase::user(const QString &username) const
+{
+    if (const auto *db = qobject_cast<const SAuthenticationDb *>(m_db.data()))
+        return db->sharedUser(username);
+    const ISUser *unowned = m_db ? m_db->value(username) : nullptr;
+    return std::shared_ptr<const ISUser>(std::shared_ptr<void>(), unowned);
+}
+
+bool SServerBase::executeCommandAuthentication(const SCommandAuthentication &command)
+{
+    const auto candidate = user(command.username());
+    setEnvironment(QString());
+    setAuthenticationStatus(AuthenticationStatus::NotAuthenticated);
+    if (candidate && candidate->isValid() &&
+        generateHashedPassword(candidate->hashedPassword()) == command.hashedPassword() &&
+        setEnvironment(candidate->username()))
+        setAuthenticationStatus(AuthenticationStatus::Authenticated);
+    Q_EMIT authenticationFinished(command.username(), authenticationStatus());
+    return writeWord(socket(), static_cast<quint32>(authenticationStatus()));
+}
+
+bool SServerBase::setEnvironment(const QString &username)
+{
+    if (username.isEmpty()) {
+        m_currentUser.clear();
+        return setRootPath(QDir::homePath());
+    }
+    const auto newUser = user(username);
+    if (!newUser || !newUser->isValid()) {
+        setEnvironment(QString());
+        return false;
+    }
+    if (!setRootPath(newUser->homeFolder()))
+        return false;
+    m_currentUser = username;
+    return true;
+}
+
+void SServerBase::onDbChanged()
+{
+    if (!m_db || !m_db->contains(m_currentUser))
+        setAuthenticationStatus(AuthenticationStatus::NotAuthenticated);
+}
+
+void SServerBase::onUserChanged(const QString &username)
+{
+    if (username == m_currentUser)
+        setAuthenticationStatus(AuthenticationStatus::NotAuthenticated);
+}
+
+bool SServerBase::executeCommandCommandList(const SCommand &command)
+{
+    QByteArray body;
+    SDataStream stream(&body, QIODevice::WriteOnly);
+    if (command.version() < Wire::kCommandListVersions) {
+        writeList(stream, supportedCommands());
+    } else {
+        // Both lists from one walk: they are matched by position.
+        const auto versions = SCommandHelper::registeredCommandVersions(contextId());
+        writeList(stream, versions.keys());
+        writeList(stream, versions.values());
+    }
+    return writeFrame(socket(), body);
+}
+
+bool SServerBase::executeCommandServerName()
+{
+    return writeFrame(socket(), replyBody(m_serverName));
+}
+
+bool SServerBase::executeCommandWhoAmI()
+{
+    return writeFrame(socket(), replyBody(m_currentUser));
+}
+
+bool SServerBase::executeCommandStreamVersion(const SCommandStreamVersion &command)
+{
+    if (!writeWord(socket(), kStreamVersion))
+        return false;
+    SDataStream::setDefaultVersion(std::min(kStreamVersion, command.streamVersion()));
+    return true;
+}
+
+bool SServerBase::executeCommandPluggable(const SCommandPluggable &command)
+{
+    QByteArray output;
+    const bool result = callPluggable(command, output);
+    const bool written = writeFrame(socket(), replyBody(output, result));
+    Q_EMIT pluggableResult(command.command(), result, command.params(), output);
+    return written;
+}
+
+bool SServerBase::callPluggable(const SCommandPluggable &command, QByteArray &output)
+{
+    SPluggable *pluggable = m_pluggables.value(command.command());
+    if (!pluggable || pluggable->isNull())
+        return false;
+    const auto caller = user(m_currentUser);
+    SPluggableEnvironment environment;
+    environment.setUser(caller.get());
+    environment.setDocumentRootEnabled(m_documentRootEnabled);
+    environment.setValue(u"serverName"_s, m_serverName);
+    return pluggable->execute(command.params(), output, environment);
+}
+
+bool SServerBase::executeCommandPluggableList()
+{
+    QByteArray body;
+    SDataStream stream(&body, QIODevice::WriteOnly);
+    writeList(stream, pluggableList());
+    return writeFrame(socket(), body);
+}
+
+// The client sends first.
+bool SServerBase::executeCommandLinkTest(const SCommandLinkTest &command)
+{
+    Q_EMIT linkTestStarted(command.uploadSeconds(), command.downloadSeconds());
+    LinkTestPhase upload;
+    LinkTestPhase download;
+    if (!receiveLinkTest(command.uploadSeconds(), nullptr, &upload) ||
+        !sendLinkTest(command.downloadSeconds(), &upload, &download))
+        return false;
+    Q_EMIT progress(100);
+    Q_EMIT linkTestFinished(upload.bytesPerSecond(), download.bytesPerSecond());
+    return true;
+}
+
+} // namespace Talverine
+
+#include "moc_sserverbase.cpp"

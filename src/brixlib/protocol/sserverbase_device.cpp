@@ -1,0 +1,165 @@
+// SPDX-License-Identifier: MIT
+// The session in which a client drives a file of the server as a remote device.
+#include <brixlib/protocol/commands/scommandclientdevice.h>
+#include <brixlib/protocol/sserverbase.h>
+#include <brixlib/protocol/stcpsocket.h>
+
+#include <QtCore/QFile>
+#include <QtCore/QtEndian>
+
+namespace Talverine {
+
+namespace {
+
+constexpr qint64 kBufferBytes = 1048576;
+// The count of bytes goes out in front of them, in the same write.
+constexpr qint64 kCountBytes = sizeof(qint64);
+constexpr int kIdleWaitMs = 100;
+
+// The numbers travel on the wire.
+enum class DeviceRequest : quint32 {
+    Open = 1,
+    Close = 2,
+    Seek = 3,
+    Size = 4,
+    Read = 5,
+    Write = 6,
+    AtEnd = 7,
+};
+
+} // namespace
+
+class SServerBase::DeviceSession
+{
+public:
+    DeviceSession(SServerBase &server, const QString &path)
+        : m_server(server)
+        , m_file(path)
+        , m_buffer(std::make_unique_for_overwrite<char[]>(kCountBytes + kBufferBytes))
+    {
+    }
+
+    //! Answers requests until the client closes the device; false when the connection is of no
+    //! more use, or the thread is to stop.
+    bool run()
+    {
+        Q_EMIT m_server.clientDeviceStarted(m_file.fileName());
+        while (waitForRequest()) {
+            const quint32 request = m_server.readWord(socket());
+            if (request == 0)
+                return false;
+            if (request == static_cast<quint32>(DeviceRequest::Close)) {
+                m_file.close();
+                Q_EMIT m_server.clientDeviceFinished(m_file.fileName());
+                return true;
+            }
+            if (!answer(static_cast<DeviceRequest>(request)))
+                return false;
+        }
+        return false;
+    }
+
+private:
+    STcpSocket *socket() const { return m_server.socket(); }
+
+    // An idle client may stay as long as it likes, unless the thread is to stop.
+    bool waitForRequest()
+    {
+        while (socket()->state() == QAbstractSocket::ConnectedState && !isInterruptionRequested()) {
+            if (socket()->bytesAvailable() != 0 || socket()->waitForReadyRead(kIdleWaitMs))
+                return true;
+        }
+        return false;
+    }
+
+    bool answer(DeviceRequest request)
+    {
+        switch (request) {
+        case DeviceRequest::Open:
+            return open();
+        case DeviceRequest::Seek:
+            return seek();
+        case DeviceRequest::Size:
+            return m_server.writeWord64(socket(), static_cast<quint64>(m_file.size()));
+        case DeviceRequest::Read:
+            return read();
+        case DeviceRequest::Write:
+            return write();
+        case DeviceRequest::AtEnd:
+            return reply(m_file.atEnd());
+        default:
+            return true;
+        }
+    }
+
+    bool reply(bool result)
+    {
+        const char byte = result ? 1 : 0;
+        return m_server.writeAll(socket(), &byte, 1) == 1;
+    }
+
+    bool open()
+    {
+        quint32_be mode;
+        char *bytes = reinterpret_cast<char *>(&mode);
+        if (m_server.readAll(socket(), bytes, sizeof mode) != sizeof mode)
+            return false;
+        const QIODevice::OpenMode wanted(static_cast<int>(quint32(mode)));
+        return reply(!m_file.isOpen() && m_file.open(wanted));
+    }
+
+    bool seek()
+    {
+        quint64 position = 0;
+        if (!m_server.readWord64(socket(), &position))
+            return false;
+        return reply(m_file.isOpen() && m_file.seek(static_cast<qint64>(position)));
+    }
+
+    bool read()
+    {
+        quint64 word = 0;
+        if (!m_server.readWord64(socket(), &word))
+            return false;
+        const qint64 wanted = std::min(static_cast<qint64>(word), kBufferBytes);
+        const qint64 count = wanted >= 0 && m_file.isReadable()
+                                 ? m_file.read(m_buffer.get() + kCountBytes, wanted)
+                                 : -1;
+        qToBigEndian(count, m_buffer.get());
+        const qint64 size = kCountBytes + std::max<qint64>(count, 0);
+        return m_server.writeAll(socket(), m_buffer.get(), size) == size;
+    }
+
+    // All the announced bytes are taken off the connection, also when the file takes no more.
+    bool write()
+    {
+        quint64 word = 0;
+        if (!m_server.readWord64(socket(), &word))
+            return false;
+        bool taken = m_file.isWritable();
+        for (auto left = static_cast<qint64>(word); left > 0;) {
+            const qint64 piece = std::min(left, kBufferBytes);
+            if (m_server.readAll(socket(), m_buffer.get(), piece) != piece)
+                return false;
+            taken = taken && m_file.write(m_buffer.get(), piece) == piece;
+            left -= piece;
+        }
+        return true;
+    }
+
+    SServerBase &m_server;
+    QFile m_file;
+    const std::unique_ptr<char[]> m_buffer;
+};
+
+// An empty answer means a path outside the jail; made absolute once more it would turn into the
+// current directory.
+bool SServerBase::executeCommandClientDevice(const SCommandClientDevice &command)
+{
+    const QString path = networkPathToAbsolute(command.fileName(), rootPath());
+    if (path.isEmpty() || !makeDirLocal(QFileInfo(path).path()))
+        return false;
+    return DeviceSession(*this, path).run();
+}
+
+} // namespace Talverine
