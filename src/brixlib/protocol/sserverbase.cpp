@@ -13,6 +13,7 @@
 #include <brixlib/protocol/commands/scommandservername.h>
 #include <brixlib/protocol/commands/scommandstreamversion.h>
 #include <brixlib/protocol/commands/scommandwhoami.h>
+#include <brixlib/protocol/replies.h>
 #include <brixlib/protocol/sauthenticationdb.h>
 #include <brixlib/protocol/scommandhelper.h>
 #include <brixlib/protocol/stcpsocket.h>
@@ -64,21 +65,13 @@ void setOptions(STcpSocket *socket)
 }
 
 // The body of a reply, written at the thread's stream version.
-template<typename... Fields>
-QByteArray replyBody(const Fields &...fields)
+template<typename WriteFields>
+QByteArray replyBody(WriteFields writeFields)
 {
     QByteArray body;
     SDataStream stream(&body, QIODevice::WriteOnly);
-    (stream << ... << fields);
+    writeFields(stream);
     return body;
-}
-
-template<typename List>
-void writeList(QDataStream &stream, const List &list)
-{
-    stream << static_cast<qint32>(list.size());
-    for (const auto &entry : list)
-        stream << entry;
 }
 
 } // namespace
@@ -411,27 +404,23 @@ void SServerBase::onUserChanged(const QString &username)
 
 bool SServerBase::executeCommandCommandList(const SCommand &command)
 {
-    QByteArray body;
-    SDataStream stream(&body, QIODevice::WriteOnly);
-    if (command.version() < Wire::kCommandListVersions) {
-        writeList(stream, supportedCommands());
-    } else {
-        // Both lists from one walk: they are matched by position.
-        const auto versions = SCommandHelper::registeredCommandVersions(contextId());
-        writeList(stream, versions.keys());
-        writeList(stream, versions.values());
-    }
-    return writeFrame(socket(), body);
+    return writeFrame(socket(), replyBody([&](QDataStream &stream) {
+                          if (command.version() < Wire::kSinceCommandVersions)
+                              Replies::writeCommandIds(stream, supportedCommands());
+                          else
+                              Replies::writeCommandVersions(
+                                  stream, SCommandHelper::registeredCommandVersions(contextId()));
+                      }));
 }
 
 bool SServerBase::executeCommandServerName()
 {
-    return writeFrame(socket(), replyBody(m_serverName));
+    return writeFrame(socket(), replyBody([&](QDataStream &stream) { stream << m_serverName; }));
 }
 
 bool SServerBase::executeCommandWhoAmI()
 {
-    return writeFrame(socket(), replyBody(m_currentUser));
+    return writeFrame(socket(), replyBody([&](QDataStream &stream) { stream << m_currentUser; }));
 }
 
 bool SServerBase::executeCommandStreamVersion(const SCommandStreamVersion &command)
@@ -446,7 +435,8 @@ bool SServerBase::executeCommandPluggable(const SCommandPluggable &command)
 {
     QByteArray output;
     const bool result = callPluggable(command, output);
-    const bool written = writeFrame(socket(), replyBody(output, result));
+    const QByteArray body = replyBody([&](QDataStream &stream) { stream << output << result; });
+    const bool written = writeFrame(socket(), body);
     Q_EMIT pluggableResult(command.command(), result, command.params(), output);
     return written;
 }
@@ -466,10 +456,9 @@ bool SServerBase::callPluggable(const SCommandPluggable &command, QByteArray &ou
 
 bool SServerBase::executeCommandPluggableList()
 {
-    QByteArray body;
-    SDataStream stream(&body, QIODevice::WriteOnly);
-    writeList(stream, pluggableList());
-    return writeFrame(socket(), body);
+    return writeFrame(socket(), replyBody([&](QDataStream &stream) {
+                          Replies::writeTexts(stream, pluggableList());
+                      }));
 }
 
 // The client sends first.
