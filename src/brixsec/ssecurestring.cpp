@@ -96,4 +96,10 @@ bool operator==(const SSecureString &a, const SSecureString &b)
                                b.m_block->size());
 }
 
+void wipe(QByteArray &bytes)
+{
+    wipe(bytes.data(), static_cast<std::size_t>(bytes.size()));
+    bytes.clear();
+}
+
 } // namespace Talverine::Security

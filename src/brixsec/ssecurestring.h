@@ -54,6 +54,9 @@ private:
     std::unique_ptr<class SecureBlock> m_block;
 };
 
+//! Overwrites a secret in place and empties the array. A copy that shares its bytes keeps them.
+BRIXSEC_EXPORT void wipe(QByteArray &bytes);
+
 } // namespace Talverine::Security
 
 Q_DECLARE_METATYPE(Talverine::Security::SSecureString)
