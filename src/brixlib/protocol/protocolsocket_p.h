@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtNetwork/QAbstractSocket>
+
+namespace Talverine {
+
+/*!
+ * Sets what every socket of the protocol is set to, at either end. The socket must be connected, or
+ * at least exist in the system: options set before are lost without a word.
+ */
+inline void setProtocolOptions(QAbstractSocket &socket)
+{
+    constexpr int kBufferBytes = 0x40000;
+    socket.setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, kBufferBytes);
+    socket.setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, kBufferBytes);
+    socket.setSocketOption(QAbstractSocket::KeepAliveOption, 1);
+    // An exchange is several small writes in one direction. Held back until the peer acknowledges
+    // the one before, they cost 40 ms and more each.
+    socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
+}
+
+} // namespace Talverine

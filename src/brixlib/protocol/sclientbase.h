@@ -1,0 +1,230 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <brixlib/brixlib_export.h>
+#include <brixlib/enums/authenticationstatus.h>
+#include <brixlib/enums/passwordtype.h>
+#include <brixlib/protocol/scommandid.h>
+#include <brixlib/protocol/scommunicatorbase.h>
+
+#include <QtCore/QAtomicInt>
+#include <QtCore/QByteArray>
+#include <QtCore/QHash>
+#include <QtCore/QList>
+#include <QtCore/QMutex>
+#include <QtCore/QString>
+#include <QtNetwork/QAbstractSocket>
+#include <QtNetwork/QHostAddress>
+
+class QDataStream;
+class QTimer;
+class QUrl;
+
+namespace Talverine {
+
+class SCommandAuthentication;
+class SCommandLinkTest;
+class SCommandPluggable;
+class SCommandQueue;
+class SCommandStreamVersion;
+
+namespace Security {
+class SSecureCredential;
+class SSecureString;
+} // namespace Security
+
+/*!
+ * The client end of a connection.
+ *
+ * Public operations make commands and return at once; the worker thread sends them one by one, and
+ * each answer comes as a signal from that thread. The first exchange that fails ends the session:
+ * nothing is repeated, and a new connection takes a new object.
+ *
+ *     SClientController controller;
+ *     auto *client = new SClientBase(u"printer.local"_s, 7000, true);
+ *     connect(client, &SClientBase::whoAmIResult, this, &Window::showUser);
+ *     if (controller.connectClient(client, true)) {
+ *         client->authenticate(u"alice"_s, password);
+ *         client->whoAmI(); // goes out after the login
+ *     }
+ *
+ * An instance is made without a parent and moved to a worker thread of its own by
+ * SClientController. The operations that queue a command may be called from any thread while the
+ * object lives; all others only in the worker thread, or through SClientBaseRequester.
+ */
+class BRIXLIB_EXPORT SClientBase : public SCommunicatorBase
+{
+    Q_OBJECT
+
+public:
+    explicit SClientBase(const QHostAddress &address, unsigned short port,
+                         QObject *parent = nullptr);
+    //! \a host is resolved in the worker thread, when the connection is made.
+    SClientBase(const QString &host, unsigned short port, bool preferIPv4,
+                QObject *parent = nullptr);
+    ~SClientBase() override;
+
+    // Queries.
+
+    //! The host name; when there is none and \a lookup is set, the name of address(), which blocks.
+    Q_INVOKABLE QString host(bool lookup) const;
+    //! The peer; null until a host name has been resolved.
+    Q_INVOKABLE QHostAddress address() const;
+    Q_INVOKABLE unsigned short port() const;
+    Q_INVOKABLE bool preferIPv4() const;
+    Q_INVOKABLE QAbstractSocket::SocketState state() const;
+    //! Whether the server has the command; true for all until its list is known. From any thread.
+    Q_INVOKABLE bool isCommandAvailable(const SCommandId &id) const;
+
+    /*!
+     * The version to speak with this server for \a command: the smaller of the command's own and
+     * the server's. 0 for null, and for a command that the server's list does not have (the
+     * command's own version when that is negative).
+     */
+    virtual int connectionCommandVersion(SCommand *command) const;
+
+    //! Milliseconds that commandQueueEmpty() is held back by clients made from now on; 0 at first.
+    static int queueEmptyFilterTimeout();
+    static void setQueueEmptyFilterTimeout(int milliseconds);
+
+    /*!
+     * The address of \a host, which is a name or an address in text. Blocks. With \a preferIPv4 an
+     * IPv4 address is taken when there is one, else an IPv6 address; null when the name is unknown.
+     */
+    static QHostAddress resolve(const QString &host, bool preferIPv4);
+
+    /*!
+     * Puts the user name and the password into \a url, the password as it stands, hashed or
+     * encrypted. Nothing happens for PasswordType::None or a null credential. A plain password that
+     * looks like one of the other forms, "(Hash,…)", is read back as that form.
+     */
+    static void addCredential(QUrl &url, const Security::SSecureCredential &credential,
+                              const PasswordType &type);
+    //! The credential in \a url; null without a user name or when the password is only a hash.
+    static Security::SSecureCredential createSecureCredential(const QUrl &url);
+    //! Hexadecimal SHA-512 of the password in \a url, in whatever form it stands there.
+    static QByteArray decodeAndHashPassword(const QUrl &url);
+
+public Q_SLOTS:
+    /*!
+     * Logs in. To be called after started(), since the greeting salts the password. Other commands
+     * that are queued from here on wait until the server has accepted the login and told what it
+     * offers.
+     */
+    void authenticate(const QString &username, const QString &password);
+    void authenticate(const QString &username, const Security::SSecureString &password);
+    void authenticate(const Security::SSecureCredential &credential);
+    void commandList();
+    void serverName();
+    void whoAmI();
+    void pluggable(const QString &command, const QByteArray &params);
+    void pluggableList();
+    //! Measures the connection by sending and then receiving for so many seconds.
+    void linkTest(int uploadSeconds, int downloadSeconds);
+    //! Closes the connection; hides QObject::disconnect(). Only in the worker thread.
+    void disconnect();
+    //! Drops every command that has not been sent.
+    void clearPendingCommands();
+
+Q_SIGNALS:
+    //! The worker has started.
+    void connected(const QHostAddress &address);
+    //! A command was dropped because the server does not have it.
+    void unavailableCommand(const SCommandId &id);
+    void commandQueueNotEmpty();
+    //! The queue has stayed empty past queueEmptyFilterTimeout().
+    void commandQueueEmpty();
+    void commandEnqueue();
+    void commandDequeue();
+    //! The server's commands. The form with versions comes first.
+    void commandListResult(const QList<SCommandId> &list);
+    void commandListResult(const QHash<SCommandId, qint32> &list);
+    void authenticationResult(const AuthenticationStatus &value);
+    void serverNameResult(const QString &value);
+    void whoAmIResult(const QString &value);
+    void pluggableResult(const QString &command, bool result, const QByteArray &params,
+                         const QByteArray &output);
+    void pluggableListResult(const QList<QString> &list);
+    void linkTestStarted(int uploadSeconds, int downloadSeconds);
+    void linkTestFinished(double uploadBytesPerSeconds, double downloadBytesPerSeconds);
+
+protected:
+    //! Sends the first waiting command and handles its answer.
+    bool doWork() override;
+    //! Connects and reads the greeting.
+    bool workerInit() override;
+    /*!
+     * The client's half of a command's answer, in the worker thread, after the server has accepted
+     * \a command: reads from socket(), writes to it if need be, and gives true if all went well,
+     * else the session ends. A derived class handles its own ids and passes the rest on; it has
+     * registered a prototype of each in its constructor.
+     */
+    virtual bool executeCommand(SCommand *command);
+
+    void setAddress(const QHostAddress &address);
+    void setHost(const QString &host);
+    void setPort(unsigned short port);
+    void setPreferIPv4(bool prefer);
+
+    //! The version that the server's list gives for \a id; 0 when it gives none. From any thread.
+    int commandVersion(const SCommandId &id) const;
+    /*!
+     * Queues \a command, of which it takes ownership, at the version that the server has. One that
+     * the server lacks is deleted with unavailableCommand(). From any thread.
+     */
+    void enqueueCommand(SCommand *command);
+    //! Writes \a command and reads the server's word; true if the server has accepted it.
+    bool sendCommand(SCommand *command);
+
+    static QAtomicInt _emptyQueueFilterMSec;
+
+private Q_SLOTS:
+    void commandQueueEmptyEmitter();
+    void onConnectionStarted();
+    void onAuthenticationResult(const AuthenticationStatus &status);
+    void onCommandListResult(const QHash<SCommandId, qint32> &list);
+
+private:
+    void initClientBase();
+    void registerBaseCommands();
+    void connectQueue();
+    void connectSyncing();
+
+    bool readGreeting(STcpSocket *socket);
+    void listenToQueue();
+    bool exchange(SCommand *command);
+
+    void authenticateHashed(const QString &username, const QByteArray &hash);
+    bool checkAndDelay(SCommand *command);
+    void enqueueAvailable(SCommand *command);
+    void flushDelayedCommands();
+    SCommand *takeDelayed();
+    void setDelayedMode(bool enabled);
+    QHash<SCommandId, int> serverCommands() const;
+
+    bool readText(QString *text);
+    bool executeCommandCommandList();
+    bool executeCommandAuthentication();
+    bool executeCommandServerName();
+    bool executeCommandWhoAmI();
+    bool executeCommandStreamVersion(const SCommandStreamVersion &command);
+    bool executeCommandPluggable(const SCommandPluggable &command);
+    bool executeCommandPluggableList();
+    bool executeCommandLinkTest(const SCommandLinkTest &command);
+
+    QString m_host;
+    bool m_preferIPv4 = false;
+    QHostAddress m_address;
+    unsigned short m_port = 0;
+    // Children, so that they move to the worker thread with this object.
+    SCommandQueue *m_queue;
+    SCommandQueue *m_delayedQueue;
+    QTimer *m_queueFilter;
+
+    // Guards what callers' threads read while the handshake changes it.
+    mutable QMutex m_handshakeMutex;
+    QHash<SCommandId, int> m_serverCommands;
+    bool m_delayed = false;
+};
+
+} // namespace Talverine
