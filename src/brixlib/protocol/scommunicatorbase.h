@@ -191,6 +191,12 @@ protected:
     qint64 writeAll(QIODevice *device, const char *data, qint64 size);
     qint64 writeAll(QIODevice *device, const QByteArray &data);
 
+    /*!
+     * Waits up to timeout() by waitForReadyRead() or waitForBytesWritten(), in slices, so that the
+     * waits after a request to stop stay within the bound told above.
+     */
+    bool waitFor(QIODevice *device, bool (QIODevice::*wait)(int));
+
     //! Reads one big-endian word; 0 on any failure.
     quint32 readWord(QIODevice *device);
     bool readWord64(QIODevice *device, quint64 *value);
@@ -233,7 +239,6 @@ protected:
     QList<SCommandId> supportedCommands() const;
 
 private:
-    bool waitFor(QIODevice *device, bool (QIODevice::*wait)(int));
     bool waitForLinkTestBlock();
     void reportLinkTest(qint64 bytes, qint64 elapsed, qint64 planned, const LinkTestPhase *first);
     bool isStopOverdue();

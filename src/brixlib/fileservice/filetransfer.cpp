@@ -1,0 +1,149 @@
+// SPDX-License-Identifier: MIT
+#include "filetransfer_p.h"
+
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+#include <QtCore/QThread>
+#include <QtNetwork/QAbstractSocket>
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+namespace Talverine {
+
+namespace {
+
+constexpr qint64 kBufferBytes = 262144;
+constexpr qint64 kProgressIntervalMs = 100;
+// A request to stop is seen within a slice of a wait.
+constexpr int kWaitSliceMs = 100;
+
+//! Counts bytes and reports at most every 100 ms.
+class Meter
+{
+public:
+    Meter(const FileTransfer::Progress &report, qint64 size)
+        : m_report(report)
+        , m_size(size)
+    {
+        m_sinceReport.start();
+    }
+
+    qint64 done() const { return m_done; }
+
+    void add(qint64 count)
+    {
+        m_done += count;
+        if (!m_sinceReport.hasExpired(kProgressIntervalMs))
+            return;
+        m_sinceReport.start();
+        m_report(m_done, m_size);
+    }
+
+private:
+    const FileTransfer::Progress &m_report;
+    qint64 m_size;
+    qint64 m_done = 0;
+    QElapsedTimer m_sinceReport;
+};
+
+bool writeWhole(QIODevice *device, const char *data, qint64 size)
+{
+    while (size > 0) {
+        const qint64 count = device->write(data, size);
+        if (count < 1)
+            return false;
+        data += count;
+        size -= count;
+    }
+    return true;
+}
+
+// A file may hold its last bytes back, and a full disk would go unnoticed when it is closed.
+bool isFlushed(QIODevice *device)
+{
+    auto *const file = qobject_cast<QFileDevice *>(device);
+    return !file || file->flush();
+}
+
+bool isInterrupted()
+{
+    return QThread::currentThread()->isInterruptionRequested();
+}
+
+} // namespace
+
+FileTransfer::FileTransfer(QAbstractSocket *socket, int timeout, Progress progress)
+    : m_socket(socket)
+    , m_timeout(timeout)
+    , m_progress(std::move(progress))
+{
+}
+
+bool FileTransfer::receive(QIODevice *target, qint64 size)
+{
+    const auto buffer = std::make_unique_for_overwrite<char[]>(kBufferBytes);
+    Meter meter(m_progress, size);
+    QElapsedTimer idle;
+    idle.start();
+    while (meter.done() < size) {
+        if (!mayGoOn(idle))
+            return false;
+        if (m_socket->bytesAvailable() == 0 && !m_socket->waitForReadyRead(kWaitSliceMs))
+            continue;
+        idle.start();
+
+        const qint64 missing = size - meter.done();
+        const qint64 count = m_socket->read(
+            buffer.get(), std::min({missing, m_socket->bytesAvailable(), kBufferBytes}));
+        if (count < 0 || !writeWhole(target, buffer.get(), count))
+            return false;
+        meter.add(count);
+    }
+    return isFlushed(target);
+}
+
+bool FileTransfer::send(QIODevice *source, qint64 size)
+{
+    const auto buffer = std::make_unique_for_overwrite<char[]>(kBufferBytes);
+    Meter meter(m_progress, size);
+    while (!source->atEnd()) {
+        if (isInterrupted())
+            return false;
+        const qint64 count = source->read(buffer.get(), kBufferBytes);
+        if (count < 0 || !writeWhole(m_socket, buffer.get(), count) || !drain())
+            return false;
+        meter.add(count);
+    }
+    // A file that grew or shrank meanwhile has put the peer out of step; it must not be removed.
+    return meter.done() == size;
+}
+
+bool FileTransfer::drain()
+{
+    QElapsedTimer idle;
+    idle.start();
+    while (m_socket->bytesToWrite() > 0) {
+        if (!mayGoOn(idle))
+            return false;
+        if (m_socket->waitForBytesWritten(kWaitSliceMs))
+            idle.start();
+    }
+    return true;
+}
+
+bool FileTransfer::mayGoOn(const QElapsedTimer &idle) const
+{
+    return m_socket->state() == QAbstractSocket::ConnectedState && !isInterrupted() &&
+           !(m_timeout >= 0 && idle.hasExpired(m_timeout));
+}
+
+bool openForReading(QFile *file)
+{
+    return QFileInfo(file->fileName()).isFile() &&
+           file->open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+}
+
+} // namespace Talverine

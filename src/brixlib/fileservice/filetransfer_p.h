@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QtGlobal>
+
+#include <functional>
+
+class QAbstractSocket;
+class QElapsedTimer;
+class QFile;
+class QIODevice;
+
+namespace Talverine {
+
+/*!
+ * One run of raw bytes between a socket and a device, the same at both ends of a connection. All of
+ * it goes through one buffer of fixed size and the socket is drained after each block, so the
+ * memory does not depend on the size of the file.
+ *
+ * A transfer fails when the connection is lost, when the peer stands still for longer than the
+ * time-out, and when the thread is asked to stop.
+ *
+ * Thread: lives in the thread of the socket and blocks it.
+ */
+class FileTransfer
+{
+public:
+    //! Called with the bytes done and the size, at most ten times a second, and not at the end.
+    using Progress = std::function<void(qint64 done, qint64 size)>;
+
+    //! \a timeout in milliseconds; with 0 the first wait in vain is a failure, negative is no
+    //! limit.
+    FileTransfer(QAbstractSocket *socket, int timeout, Progress progress);
+
+    //! Copies exactly \a size bytes from the socket to \a target.
+    [[nodiscard]] bool receive(QIODevice *target, qint64 size);
+    //! Copies \a source to its end to the socket; false also if that was not \a size bytes.
+    [[nodiscard]] bool send(QIODevice *source, qint64 size);
+
+private:
+    bool drain();
+    bool mayGoOn(const QElapsedTimer &idle) const;
+
+    QAbstractSocket *m_socket;
+    int m_timeout;
+    Progress m_progress;
+};
+
+//! Opens a regular file; anything else fails, since a pipe without a writer would block for ever.
+[[nodiscard]] bool openForReading(QFile *file);
+
+} // namespace Talverine

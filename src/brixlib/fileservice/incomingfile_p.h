@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <brixlib/fileservice/spartialfilemanager.h>
+
+#include <QtCore/QFileDevice>
+#include <QtCore/QString>
+
+#include <memory>
+
+namespace Talverine {
+
+/*!
+ * A file that is being received: written under a partial name beside its final place, moved there
+ * by finish(). Without finish() nothing of it stays on disk.
+ *
+ * Thread: a value; one thread at a time.
+ */
+class IncomingFile
+{
+public:
+    explicit IncomingFile(const QString &target);
+
+    //! The final name, which may differ from the target in characters that no file may have.
+    QString name() const;
+    //! Opens the partial file, by way of a QSaveFile if the storage \a needsSync.
+    [[nodiscard]] bool open(bool needsSync);
+    QIODevice *device() const;
+    //! Closes the partial file and moves it onto the final name; an older file there is lost.
+    [[nodiscard]] bool finish();
+
+private:
+    // Declared first, so that the partial file is closed when it is removed.
+    SPartialFileManager m_partial;
+    std::unique_ptr<QFileDevice> m_device;
+};
+
+} // namespace Talverine

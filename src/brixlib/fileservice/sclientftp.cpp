@@ -1,0 +1,585 @@
+// SPDX-License-Identifier: MIT
+#include <brixlib/fileservice/sclientftp.h>
+
+#include "commandhandlers_p.h"
+#include "filecommands_p.h"
+#include "filetransfer_p.h"
+#include "incomingfile_p.h"
+
+#include <brixlib/fileservice/filefilterflags.h>
+#include <brixlib/fileservice/filereplies.h>
+#include <brixlib/fileservice/scommandchangedir.h>
+#include <brixlib/fileservice/scommandcopydir.h>
+#include <brixlib/fileservice/scommandcopyfile.h>
+#include <brixlib/fileservice/scommandexists.h>
+#include <brixlib/fileservice/scommandfssensitivity.h>
+#include <brixlib/fileservice/scommandgetdev.h>
+#include <brixlib/fileservice/scommandgetdir.h>
+#include <brixlib/fileservice/scommandgetfile.h>
+#include <brixlib/fileservice/scommandgetfiles.h>
+#include <brixlib/fileservice/scommandlistdir.h>
+#include <brixlib/fileservice/scommandmakedir.h>
+#include <brixlib/fileservice/scommandpwd.h>
+#include <brixlib/fileservice/scommandremovedir.h>
+#include <brixlib/fileservice/scommandremovefile.h>
+#include <brixlib/fileservice/scommandrenamedir.h>
+#include <brixlib/fileservice/scommandrenamefile.h>
+#include <brixlib/fileservice/scommandsenddev.h>
+#include <brixlib/fileservice/scommandsendfile.h>
+#include <brixlib/fileservice/scommandsetpermissions.h>
+#include <brixlib/fileservice/scommandstorageinfo.h>
+#include <brixlib/foundation/sdatastream.h>
+#include <brixlib/protocol/replies.h>
+#include <brixlib/protocol/stcpsocket.h>
+#include <brixlib/protocol/wire.h>
+
+#include <brixrt/sstorageinfo.h>
+
+#include <QtCore/QDebug>
+#include <QtCore/QDir>
+#include <QtCore/QDirIterator>
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+#include <QtCore/QIODevice>
+#include <QtCore/QtEndian>
+
+#include <optional>
+
+using namespace Qt::StringLiterals;
+
+namespace Talverine {
+
+namespace {
+
+FileFilterFlags recursion(bool recursive)
+{
+    return recursive ? FileFilterFlags::Recursive : FileFilterFlags::None;
+}
+
+} // namespace
+
+SClientFtp::SClientFtp(const QHostAddress &address, unsigned short port, QObject *parent)
+    : SClientBase(address, port, parent)
+{
+    initClientFtp();
+}
+
+SClientFtp::SClientFtp(const QString &host, unsigned short port, bool preferIPv4, QObject *parent)
+    : SClientBase(host, port, preferIPv4, parent)
+{
+    initClientFtp();
+}
+
+SClientFtp::~SClientFtp() = default;
+
+void SClientFtp::initClientFtp()
+{
+    for (SCommand *prototype : newFileCommandPrototypes())
+        registerCommand(prototype);
+    for (ProgressSignal moved :
+         {&SClientFtp::getFileTransferredSize, &SClientFtp::sendFileTransferredSize,
+          &SClientFtp::getDeviceTransferredSize, &SClientFtp::sendDeviceTransferredSize})
+        connect(this, moved, this, &SClientFtp::transferredBytes);
+    connect(this, &SClientFtp::commandQueueEmpty, this, &SClientFtp::executeDelayedLocalOperations);
+}
+
+// Operations
+
+void SClientFtp::changeDir(const QString &remote)
+{
+    enqueueCommand(new SCommandChangeDir(remote));
+}
+
+void SClientFtp::homeDir()
+{
+    enqueueCommand(new SCommandChangeDir(QString()));
+}
+
+void SClientFtp::pwd()
+{
+    enqueueCommand(new SCommandPwd);
+}
+
+void SClientFtp::listDir(const QString &remote)
+{
+    enqueueCommand(new SCommandListDir(remote));
+}
+
+void SClientFtp::makeDir(const QString &remote)
+{
+    enqueueCommand(new SCommandMakeDir(remote));
+}
+
+void SClientFtp::removeDir(const QString &remote)
+{
+    enqueueCommand(new SCommandRemoveDir(remote));
+}
+
+void SClientFtp::removeFile(const QString &remote)
+{
+    enqueueCommand(new SCommandRemoveFile(remote));
+}
+
+void SClientFtp::exists(const QString &remote)
+{
+    enqueueCommand(new SCommandExists(remote));
+}
+
+void SClientFtp::renameDir(const QString &from, const QString &to)
+{
+    enqueueCommand(new SCommandRenameDir(from, to));
+}
+
+void SClientFtp::renameFile(const QString &from, const QString &to)
+{
+    enqueueCommand(new SCommandRenameFile(from, to));
+}
+
+void SClientFtp::copyDir(const QString &from, const QString &to)
+{
+    enqueueCommand(new SCommandCopyDir(from, to));
+}
+
+void SClientFtp::copyFile(const QString &from, const QString &to)
+{
+    enqueueCommand(new SCommandCopyFile(from, to));
+}
+
+void SClientFtp::setFilePermissions(const QString &remote, const FileEntryFlags &flags)
+{
+    enqueueCommand(new SCommandSetPermissions(remote, flags));
+}
+
+void SClientFtp::storageInfo()
+{
+    enqueueCommand(new SCommandStorageInfo);
+}
+
+void SClientFtp::fileSystemSensitivity()
+{
+    enqueueCommand(new SCommandFSSensitivity);
+}
+
+void SClientFtp::getFile(const QString &remote, const QString &local, bool removeSource)
+{
+    enqueueCommand(new SCommandGetFile(remote, local, removeSource));
+}
+
+void SClientFtp::getFile(const QString &remote, bool removeSource)
+{
+    getFile(remote, QString(), removeSource);
+}
+
+void SClientFtp::getFiles(const QString &remote, const QString &filters, const QString &local,
+                          bool recursive)
+{
+    enqueueCommand(new SCommandGetFiles(remote, filters, local, recursion(recursive)));
+}
+
+void SClientFtp::getDir(const QString &remote, const QString &local, bool removeSource)
+{
+    if (!isCommandAvailable(CommandIds::kGetFiles)) {
+        if (!local.isEmpty() && local != remote)
+            qDebug("SClientFtp::getDir(): Warning: using deprecated command due to server "
+                   "limitations. The target path will be ignored.");
+        enqueueCommand(new SCommandGetDir(remote, local, removeSource));
+        return;
+    }
+
+    FileFilterFlags flags = FileFilterFlags::Recursive | FileFilterFlags::DirectoryMode;
+    if (removeSource)
+        flags |= FileFilterFlags::RemoveAfter;
+    const QString target = local.isEmpty() ? QDir(remote).dirName() : local;
+    enqueueCommand(new SCommandGetFiles(remote, QString(), target, flags));
+}
+
+void SClientFtp::getDevice(const QString &remote, QIODevice *device)
+{
+    enqueueCommand(new SCommandGetDev(remote, device));
+}
+
+void SClientFtp::sendFile(const QString &local, const QString &remote, bool removeSource)
+{
+    const QString source = absoluteChildPath(local, rootPath());
+    if (!source.isEmpty())
+        enqueueCommand(new SCommandSendFile(source, remote, removeSource));
+}
+
+void SClientFtp::sendFile(const QString &local, bool removeSource)
+{
+    sendFile(local, QString(), removeSource);
+}
+
+void SClientFtp::sendFiles(const QString &local, const QString &filters, const QString &remote,
+                           bool recursive)
+{
+    const QString directory = absoluteChildPath(local, rootPath());
+    if (directory.isEmpty())
+        return;
+    QDirIterator it(directory, filterPatterns(filters),
+                    QDir::AllEntries | QDir::Hidden | QDir::System,
+                    recursive ? QDirIterator::Subdirectories : QDirIterator::NoIteratorFlags);
+    while (it.hasNext()) {
+        const QString file = it.next();
+        if (it.fileInfo().isFile())
+            sendFile(file, absoluteMovePath(file, directory, remote, QString()), false);
+    }
+}
+
+void SClientFtp::sendDir(const QString &local, const QString &remote, bool removeSource)
+{
+    sendFiles(local, QString(), remote.isEmpty() ? QDir(local).dirName() : remote, true);
+    if (removeSource)
+        removeDirLocalLater(local);
+}
+
+void SClientFtp::sendDevice(QIODevice *device, const QString &remote)
+{
+    enqueueCommand(new SCommandSendDev(remote, device));
+}
+
+// Removal of the directories that were sent
+
+void SClientFtp::removeDirLocalLater(const QString &path)
+{
+    m_localDirsToRemove.append(path);
+}
+
+void SClientFtp::executeDelayedLocalOperations()
+{
+    while (!m_localDirsToRemove.isEmpty())
+        removeDirLocal(m_localDirsToRemove.takeFirst(), true);
+}
+
+// Reply phases
+
+bool SClientFtp::executeCommand(SCommand *command)
+{
+    using Self = SClientFtp;
+    static constexpr CommandHandler<Self> kHandlers[] = {
+        {CommandIds::kSendFile, runs<&Self::executeCommandSendFile>},
+        {CommandIds::kGetFile, runs<&Self::executeCommandGetFile>},
+        {CommandIds::kChangeDir, runs<&Self::executeCommandChangeDir>},
+        {CommandIds::kMakeDir, runs<&Self::executeCommandMakeDir>},
+        {CommandIds::kRemoveDir, runs<&Self::executeCommandRemoveDir>},
+        {CommandIds::kListDir, runs<&Self::executeCommandListDir>},
+        {CommandIds::kRemoveFile, runs<&Self::executeCommandRemoveFile>},
+        {CommandIds::kRenameFile, runs<&Self::executeCommandRenameFile>},
+        {CommandIds::kRenameDir, runs<&Self::executeCommandRenameDir>},
+        {CommandIds::kCopyFile, runs<&Self::executeCommandCopyFile>},
+        {CommandIds::kCopyDir, runs<&Self::executeCommandCopyDir>},
+        {CommandIds::kPwd, runs<&Self::executeCommandPwd>},
+        {CommandIds::kGetDir, runs<&Self::executeCommandGetDir>},
+        {CommandIds::kGetFiles, runs<&Self::executeCommandGetFiles>},
+        {CommandIds::kStorageInfo, runs<&Self::executeCommandStorageInfo>},
+        {CommandIds::kSendDev, runs<&Self::executeCommandSendDev>},
+        {CommandIds::kGetDev, runs<&Self::executeCommandGetDev>},
+        {CommandIds::kExists, runs<&Self::executeCommandExists>},
+        {CommandIds::kFSSensitivity, runs<&Self::executeCommandFSSensitivity>},
+        {CommandIds::kSetPermissions, runs<&Self::executeCommandSetPermissions>},
+    };
+    for (const auto &handler : kHandlers) {
+        if (handler.id == command->id())
+            return handler.run(*this, *command);
+    }
+    return SClientBase::executeCommand(command);
+}
+
+FileTransfer SClientFtp::transfer(ProgressSignal moved)
+{
+    return FileTransfer(socket(), timeout(), [this, moved](qint64 done, qint64 size) {
+        Q_EMIT(this->*moved)(done, size);
+    });
+}
+
+bool SClientFtp::executeCommandSendFile(SCommandSendFile &command)
+{
+    const QString source = absoluteChildPath(command.fileName(), rootPath());
+    if (source.isEmpty())
+        return false;
+    QFile file(source);
+    if (!openForReading(&file))
+        return false;
+    Q_EMIT sendFileStarted(source);
+
+    const qint64 size = file.size();
+    // An older server was told the size by the command.
+    if (connectionCommandVersion(&command) >= Wire::kSinceRawSize &&
+        !writeWord64(socket(), static_cast<quint64>(size)))
+        return false;
+    if (!transfer(&SClientFtp::sendFileTransferredSize).send(&file, size))
+        return false;
+
+    file.close();
+    if (command.removeFile())
+        QFile::remove(source);
+    Q_EMIT sendFileTransferredSize(size, size);
+    Q_EMIT sendFileFinished(source, command.removeFile());
+    return true;
+}
+
+bool SClientFtp::executeCommandGetFile(SCommandGetFile &command)
+{
+    const QString target = absoluteChildPath(command.targetFileName(), rootPath());
+    if (target.isEmpty() || !makeDirLocal(QFileInfo(target).path()))
+        return false;
+
+    IncomingFile file(target);
+    const bool needsSync = isSyncRequired(file.name());
+    if (!file.open(needsSync))
+        return false;
+    std::optional<SStorageInfo> storage;
+    if (needsSync)
+        storage.emplace(QFileInfo(file.name()).path()).syncLater();
+    Q_EMIT getFileStarted(file.name());
+
+    // A server that cannot read its file sends no size. The file is empty then, and the exchange
+    // fails in its last word.
+    quint64 size = 0;
+    readWord64(socket(), &size);
+    const auto total = static_cast<qint64>(size);
+    if (!transfer(&SClientFtp::getFileTransferredSize).receive(file.device(), total) ||
+        !file.finish())
+        return false;
+
+    Q_EMIT getFileTransferredSize(total, total);
+    Q_EMIT getFileFinished(file.name());
+    return true;
+}
+
+bool SClientFtp::executeCommandSendDev(SCommandSendDev &command)
+{
+    QIODevice *const device = command.device();
+    if (!device || !device->open(QIODevice::ReadOnly))
+        return false;
+    Q_EMIT sendDeviceStarted(device);
+
+    const qint64 size = device->size();
+    if (!writeWord64(socket(), static_cast<quint64>(size)) ||
+        !transfer(&SClientFtp::sendDeviceTransferredSize).send(device, size))
+        return false;
+
+    device->close();
+    Q_EMIT sendDeviceTransferredSize(size, size);
+    Q_EMIT sendDeviceFinished(device);
+    return true;
+}
+
+bool SClientFtp::executeCommandGetDev(SCommandGetDev &command)
+{
+    QIODevice *const device = command.device();
+    if (!device || !device->open(QIODevice::WriteOnly))
+        return false;
+    Q_EMIT getDeviceStarted(device);
+
+    quint64 word = 0;
+    if (!readWord64(socket(), &word))
+        return false;
+    const auto size = static_cast<qint64>(word);
+    if (!transfer(&SClientFtp::getDeviceTransferredSize).receive(device, size))
+        return false;
+
+    device->close();
+    Q_EMIT getDeviceTransferredSize(size, size);
+    Q_EMIT getDeviceFinished(device);
+    return true;
+}
+
+bool SClientFtp::readResult(ResultSignal result)
+{
+    char byte = 0;
+    const bool arrived = readAll(socket(), &byte, 1) == 1;
+    Q_EMIT(this->*result)(arrived && byte != 0);
+    return arrived;
+}
+
+bool SClientFtp::readResultOfCopy(SCommand &command, ResultSignal result)
+{
+    if (connectionCommandVersion(&command) >= Wire::kSinceKeepAlive)
+        keepAliveLoop(socket());
+    return readResult(result);
+}
+
+bool SClientFtp::executeCommandChangeDir(SCommandChangeDir &)
+{
+    return readResult(&SClientFtp::changeDirResult);
+}
+
+bool SClientFtp::executeCommandMakeDir(SCommandMakeDir &)
+{
+    return readResult(&SClientFtp::makeDirResult);
+}
+
+bool SClientFtp::executeCommandRemoveDir(SCommandRemoveDir &)
+{
+    return readResult(&SClientFtp::removeDirResult);
+}
+
+bool SClientFtp::executeCommandRemoveFile(SCommandRemoveFile &)
+{
+    return readResult(&SClientFtp::removeFileResult);
+}
+
+bool SClientFtp::executeCommandRenameFile(SCommandRenameFile &)
+{
+    return readResult(&SClientFtp::renameFileResult);
+}
+
+bool SClientFtp::executeCommandRenameDir(SCommandRenameDir &)
+{
+    return readResult(&SClientFtp::renameDirResult);
+}
+
+bool SClientFtp::executeCommandExists(SCommandExists &)
+{
+    return readResult(qOverload<bool>(&SClientFtp::exists));
+}
+
+bool SClientFtp::executeCommandSetPermissions(SCommandSetPermissions &)
+{
+    return readResult(&SClientFtp::setSetFilePermissionsResult);
+}
+
+bool SClientFtp::executeCommandCopyFile(SCommandCopyFile &command)
+{
+    return readResultOfCopy(command, &SClientFtp::copyFileResult);
+}
+
+bool SClientFtp::executeCommandCopyDir(SCommandCopyDir &command)
+{
+    return readResultOfCopy(command, &SClientFtp::copyDirResult);
+}
+
+// Takes the keep-alive words of a busy server away and leaves what comes behind them. Words without
+// an end do not hold a stop up, since reading fails then.
+void SClientFtp::keepAliveLoop(QIODevice *device)
+{
+    static const QByteArray kWord = QByteArray::fromHex("50A050A0");
+    const auto isBeginning = [](const QByteArray &head) {
+        return !head.isEmpty() && head.size() < kWord.size() && kWord.startsWith(head);
+    };
+    while (device) {
+        if (device->bytesAvailable() == 0 && !waitFor(device, &QIODevice::waitForReadyRead))
+            return;
+        // A word may arrive in two parts. What was cut off is taken as well: no result begins like
+        // it, and it must not be read as one.
+        QByteArray head = device->peek(kWord.size());
+        while (isBeginning(head) && waitFor(device, &QIODevice::waitForReadyRead))
+            head = device->peek(kWord.size());
+        if (head != kWord && !isBeginning(head))
+            return;
+        if (readAll(device, head) != head.size())
+            return;
+    }
+}
+
+bool SClientFtp::executeCommandPwd(SCommandPwd &)
+{
+    QByteArray body;
+    if (!readReplyFrame(socket(), &body))
+        return false;
+    SDataStream stream(body);
+    QString path;
+    stream >> path;
+    if (stream.status() != QDataStream::Ok)
+        return false;
+    Q_EMIT pwdResult(path);
+    return true;
+}
+
+bool SClientFtp::executeCommandListDir(SCommandListDir &)
+{
+    QByteArray body;
+    if (!readReplyFrame(socket(), &body))
+        return false;
+    SDataStream stream(body);
+    const QList<SFileEntry> entries = Replies::readEntries(stream);
+    if (stream.status() != QDataStream::Ok)
+        return false;
+    Q_EMIT listDirResult(entries);
+    return true;
+}
+
+bool SClientFtp::executeCommandGetDir(SCommandGetDir &command)
+{
+    QByteArray body;
+    if (!readReplyFrame(socket(), &body))
+        return false;
+    SDataStream stream(body);
+    const QList<QString> names = Replies::readTexts(stream);
+    if (stream.status() != QDataStream::Ok)
+        return false;
+
+    enqueueGetFiles(names, command.fileName(), command.targetFileName());
+    if (command.removeFile())
+        removeDir(command.fileName());
+    Q_EMIT getDirResult(true);
+    return true;
+}
+
+bool SClientFtp::executeCommandGetFiles(SCommandGetFiles &command)
+{
+    if (connectionCommandVersion(&command) >= Wire::kSinceKeepAlive)
+        keepAliveLoop(socket());
+    QByteArray body;
+    if (!readReplyFrame(socket(), &body))
+        return false;
+    SDataStream stream(body);
+    QString base;
+    stream >> base;
+    const QList<QString> names = Replies::readTexts(stream);
+    if (stream.status() != QDataStream::Ok)
+        return false;
+
+    enqueueGetFiles(names, base, command.targetPath());
+    if (hasFlag(command.flags(), FileFilterFlags::RemoveAfter))
+        removeDir(command.path());
+    if (hasFlag(command.flags(), FileFilterFlags::DirectoryMode))
+        Q_EMIT getDirResult(true);
+    Q_EMIT getFilesResult(true);
+    return true;
+}
+
+void SClientFtp::enqueueGetFiles(const QList<QString> &names, const QString &base,
+                                 const QString &target)
+{
+    for (const QString &name : names)
+        getFile(name, absoluteMovePath(name, base, target, rootPath()), false);
+}
+
+bool SClientFtp::executeCommandFSSensitivity(SCommandFSSensitivity &)
+{
+    quint32_be value;
+    if (readAll(socket(), reinterpret_cast<char *>(&value), sizeof value) != sizeof value)
+        return false;
+    Q_EMIT fileSystemSensitivity(value == static_cast<quint32>(Qt::CaseSensitive));
+    return true;
+}
+
+bool SClientFtp::executeCommandStorageInfo(SCommandStorageInfo &command)
+{
+    quint64 available = 0;
+    quint64 total = 0;
+    if (!readWord64(socket(), &available) || !readWord64(socket(), &total))
+        return false;
+    quint64 free = 0;
+    QByteArray type;
+    if (connectionCommandVersion(&command) >= Wire::kSinceStorageDetails &&
+        (!readWord64(socket(), &free) || !readBytes(&type)))
+        return false;
+    Q_EMIT storageInfoResult(static_cast<qint64>(available), static_cast<qint64>(total),
+                             static_cast<qint64>(free), type);
+    return true;
+}
+
+// A length word and so many bytes, which may be none.
+bool SClientFtp::readBytes(QByteArray *bytes)
+{
+    quint32_be length;
+    return readAll(socket(), reinterpret_cast<char *>(&length), sizeof length) == sizeof length &&
+           readBody(socket(), length, bytes);
+}
+
+} // namespace Talverine
+
+#include "moc_sclientftp.cpp"

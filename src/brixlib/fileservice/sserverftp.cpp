@@ -1,0 +1,380 @@
+// SPDX-License-Identifier: MIT
+#include <brixlib/fileservice/sserverftp.h>
+
+#include "commandhandlers_p.h"
+#include "filecommands_p.h"
+#include "filetransfer_p.h"
+#include "incomingfile_p.h"
+
+#include <brixlib/fileservice/filefilterflags.h>
+#include <brixlib/fileservice/filereplies.h>
+#include <brixlib/fileservice/scommandchangedir.h>
+#include <brixlib/fileservice/scommandcopydir.h>
+#include <brixlib/fileservice/scommandcopyfile.h>
+#include <brixlib/fileservice/scommandexists.h>
+#include <brixlib/fileservice/scommandfssensitivity.h>
+#include <brixlib/fileservice/scommandgetdev.h>
+#include <brixlib/fileservice/scommandgetdir.h>
+#include <brixlib/fileservice/scommandgetfile.h>
+#include <brixlib/fileservice/scommandgetfiles.h>
+#include <brixlib/fileservice/scommandlistdir.h>
+#include <brixlib/fileservice/scommandmakedir.h>
+#include <brixlib/fileservice/scommandpwd.h>
+#include <brixlib/fileservice/scommandremovedir.h>
+#include <brixlib/fileservice/scommandremovefile.h>
+#include <brixlib/fileservice/scommandrenamedir.h>
+#include <brixlib/fileservice/scommandrenamefile.h>
+#include <brixlib/fileservice/scommandsenddev.h>
+#include <brixlib/fileservice/scommandsendfile.h>
+#include <brixlib/fileservice/scommandsetpermissions.h>
+#include <brixlib/fileservice/scommandstorageinfo.h>
+#include <brixlib/foundation/sdatastream.h>
+#include <brixlib/protocol/replies.h>
+#include <brixlib/protocol/stcpsocket.h>
+#include <brixlib/protocol/wire.h>
+
+#include <brixrt/sstorageinfo.h>
+
+#include <QtCore/QDirIterator>
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+
+using namespace Qt::StringLiterals;
+
+namespace Talverine {
+
+namespace {
+
+constexpr QDir::Filters kEveryEntry = QDir::AllEntries | QDir::Hidden | QDir::System;
+
+} // namespace
+
+SServerFtp::SServerFtp(qint64 socketDescriptor, QObject *parent)
+    : SServerBase(socketDescriptor, parent)
+{
+    for (SCommand *prototype : newFileCommandPrototypes())
+        registerCommand(prototype);
+    for (ProgressSignal moved :
+         {&SServerFtp::getFileTransferredSize, &SServerFtp::sendFileTransferredSize})
+        connect(this, moved, this, &SServerFtp::transferredBytes);
+}
+
+SServerFtp::~SServerFtp() = default;
+
+bool SServerFtp::executeCommand(SCommand *command)
+{
+    using Self = SServerFtp;
+    static constexpr CommandHandler<Self> kHandlers[] = {
+        {CommandIds::kSendFile, runs<&Self::executeCommandSendFile>},
+        {CommandIds::kGetFile, runs<&Self::executeCommandGetFile>},
+        {CommandIds::kChangeDir, runs<&Self::executeCommandChangeDir>},
+        {CommandIds::kMakeDir, runs<&Self::executeCommandMakeDir>},
+        {CommandIds::kRemoveDir, runs<&Self::executeCommandRemoveDir>},
+        {CommandIds::kListDir, runs<&Self::executeCommandListDir>},
+        {CommandIds::kRemoveFile, runs<&Self::executeCommandRemoveFile>},
+        {CommandIds::kRenameFile, runs<&Self::executeCommandRenameFile>},
+        {CommandIds::kRenameDir, runs<&Self::executeCommandRenameDir>},
+        {CommandIds::kCopyFile, runs<&Self::executeCommandCopyFile>},
+        {CommandIds::kCopyDir, runs<&Self::executeCommandCopyDir>},
+        {CommandIds::kPwd, runs<&Self::executeCommandPwd>},
+        {CommandIds::kGetDir, runs<&Self::executeCommandGetDir>},
+        {CommandIds::kGetFiles, runs<&Self::executeCommandGetFiles>},
+        {CommandIds::kStorageInfo, runs<&Self::executeCommandStorageInfo>},
+        {CommandIds::kSendDev, runs<&Self::executeCommandSendDev>},
+        {CommandIds::kGetDev, runs<&Self::executeCommandGetDev>},
+        {CommandIds::kExists, runs<&Self::executeCommandExists>},
+        {CommandIds::kFSSensitivity, runs<&Self::executeCommandFSSensitivity>},
+        {CommandIds::kSetPermissions, runs<&Self::executeCommandSetPermissions>},
+    };
+    for (const auto &handler : kHandlers) {
+        if (handler.id == command->id())
+            return handler.run(*this, *command);
+    }
+    return SServerBase::executeCommand(command);
+}
+
+QString SServerFtp::toLocal(const QString &networkPath) const
+{
+    return networkPathToAbsolute(networkPath, rootPath());
+}
+
+QString SServerFtp::toNetwork(const QString &localPath) const
+{
+    return absoluteToNetworkPath(localPath, rootPath());
+}
+
+bool SServerFtp::keepsAlive(SCommand &command) const
+{
+    return connectionCommandVersion(&command) >= Wire::kSinceKeepAlive;
+}
+
+// Operations that answer with one byte
+
+bool SServerFtp::writeResult(bool result)
+{
+    const char byte = result ? 1 : 0;
+    return writeAll(socket(), &byte, 1) == 1;
+}
+
+// A path outside the jail resolves to nothing, and a local operation takes nothing for the current
+// directory: it must not get that far.
+template<typename Operation>
+bool SServerFtp::replyOn(const QString &path, Operation operation)
+{
+    const QString local = toLocal(path);
+    return writeResult(!local.isEmpty() && operation(local));
+}
+
+template<typename Operation>
+bool SServerFtp::replyOn(const QString &first, const QString &second, Operation operation)
+{
+    const QString from = toLocal(first);
+    const QString to = toLocal(second);
+    return writeResult(!from.isEmpty() && !to.isEmpty() && operation(from, to));
+}
+
+bool SServerFtp::executeCommandChangeDir(SCommandChangeDir &command)
+{
+    const QString path = command.value().isEmpty() ? toNetwork(rootPath()) : command.value();
+    return replyOn(path, [this](const QString &local) { return changeDirLocal(local); });
+}
+
+bool SServerFtp::executeCommandMakeDir(SCommandMakeDir &command)
+{
+    return replyOn(command.value(), [this](const QString &local) { return makeDirLocal(local); });
+}
+
+bool SServerFtp::executeCommandRemoveDir(SCommandRemoveDir &command)
+{
+    return replyOn(command.value(),
+                   [this](const QString &local) { return removeDirLocal(local, true); });
+}
+
+bool SServerFtp::executeCommandRemoveFile(SCommandRemoveFile &command)
+{
+    return replyOn(command.value(),
+                   [this](const QString &local) { return removeFileLocal(local); });
+}
+
+bool SServerFtp::executeCommandExists(SCommandExists &command)
+{
+    return replyOn(command.value(), [this](const QString &local) { return existsLocal(local); });
+}
+
+bool SServerFtp::executeCommandSetPermissions(SCommandSetPermissions &command)
+{
+    return replyOn(command.fileName(), [this, &command](const QString &local) {
+        return changePermissionsLocal(local, command.permissions());
+    });
+}
+
+bool SServerFtp::executeCommandRenameFile(SCommandRenameFile &command)
+{
+    return replyOn(
+        command.first(), command.second(),
+        [this](const QString &from, const QString &to) { return renameFileLocal(from, to); });
+}
+
+bool SServerFtp::executeCommandRenameDir(SCommandRenameDir &command)
+{
+    return replyOn(
+        command.first(), command.second(),
+        [this](const QString &from, const QString &to) { return renameDirLocal(from, to); });
+}
+
+bool SServerFtp::executeCommandCopyFile(SCommandCopyFile &command)
+{
+    return replyOn(command.first(), command.second(),
+                   [this, keep = keepsAlive(command)](const QString &from, const QString &to) {
+                       return copyFileLocal(from, to, keep);
+                   });
+}
+
+bool SServerFtp::executeCommandCopyDir(SCommandCopyDir &command)
+{
+    return replyOn(command.first(), command.second(),
+                   [this, keep = keepsAlive(command)](const QString &from, const QString &to) {
+                       return copyDirLocal(from, to, keep);
+                   });
+}
+
+// Transfers
+
+FileTransfer SServerFtp::transfer(ProgressSignal moved)
+{
+    return FileTransfer(socket(), timeout(), [this, moved](qint64 done, qint64 size) {
+        Q_EMIT(this->*moved)(done, size);
+    });
+}
+
+bool SServerFtp::executeCommandGetFile(SCommandGetFile &command)
+{
+    const QString path = toLocal(command.fileName());
+    if (path.isEmpty())
+        return false;
+    QFile file(path);
+    if (!openForReading(&file))
+        return false;
+    Q_EMIT getFileStarted(path);
+
+    const qint64 size = file.size();
+    // A failure shows again at the next write.
+    writeWord64(socket(), static_cast<quint64>(size));
+    if (!transfer(&SServerFtp::getFileTransferredSize).send(&file, size))
+        return false;
+
+    if (command.removeFile())
+        QFile::remove(path);
+    Q_EMIT getFileTransferredSize(size, size);
+    Q_EMIT getFileFinished(path, command.removeFile());
+    return true;
+}
+
+bool SServerFtp::executeCommandSendFile(SCommandSendFile &command)
+{
+    const QString path = toLocal(command.targetFileName());
+    if (path.isEmpty())
+        return false;
+    const QFileInfo target(path);
+    if (!makeDirLocal(target.path()))
+        return false;
+
+    IncomingFile file(u"%1/%2"_s.arg(target.path(), target.fileName()));
+    if (!file.open(isSyncRequired(file.name())))
+        return false;
+    Q_EMIT sendFileStarted(file.name());
+
+    qint64 size = command.fileSize();
+    if (connectionCommandVersion(&command) >= Wire::kSinceRawSize) {
+        quint64 word = 0;
+        if (!readWord64(socket(), &word))
+            return false;
+        size = static_cast<qint64>(word);
+    }
+    if (!transfer(&SServerFtp::sendFileTransferredSize).receive(file.device(), size) ||
+        !file.finish())
+        return false;
+
+    Q_EMIT sendFileTransferredSize(size, size);
+    Q_EMIT sendFileFinished(file.name());
+    return true;
+}
+
+// The client's device is a file here, and its size always goes before the bytes.
+
+bool SServerFtp::executeCommandGetDev(SCommandGetDev &command)
+{
+    SCommandGetFile getFile(command.fileName(), QString(), false);
+    return executeCommandGetFile(getFile);
+}
+
+bool SServerFtp::executeCommandSendDev(SCommandSendDev &command)
+{
+    SCommandSendFile sendFile(QString(), command.fileName(), false);
+    return executeCommandSendFile(sendFile);
+}
+
+// Lists and facts
+
+bool SServerFtp::executeCommandPwd(SCommandPwd &)
+{
+    QByteArray body;
+    SDataStream stream(&body, QIODevice::WriteOnly);
+    stream << toNetwork(currentPath());
+    return writeFrame(socket(), body);
+}
+
+bool SServerFtp::executeCommandListDir(SCommandListDir &command)
+{
+    const QString folder = toLocal(command.value());
+    QByteArray body;
+    SDataStream stream(&body, QIODevice::WriteOnly);
+    Replies::writeEntries(stream, folder.isEmpty() ? QList<SFileEntry>() : listDirLocal(folder));
+    return writeFrame(socket(), body);
+}
+
+bool SServerFtp::executeCommandGetFiles(SCommandGetFiles &command)
+{
+    const QString root = toLocal(command.path());
+    if (root.isEmpty())
+        return false;
+    const bool recursive = hasFlag(command.flags(), FileFilterFlags::Recursive);
+    const bool keep = keepsAlive(command);
+
+    QList<QString> files;
+    QElapsedTimer sinceKeepAlive;
+    sinceKeepAlive.start();
+    QDirIterator it(root, filterPatterns(command.filters()), kEveryEntry,
+                    recursive ? QDirIterator::Subdirectories : QDirIterator::NoIteratorFlags);
+    while (it.hasNext()) {
+        if (isInterruptionRequested())
+            return false;
+        const QString entry = it.next();
+        if (it.fileInfo().isFile())
+            files.append(toNetwork(entry));
+        if (keep && sinceKeepAlive.hasExpired(Wire::kKeepAliveIntervalMs)) {
+            sinceKeepAlive.start();
+            writeWord(socket(), Wire::kKeepAliveWord);
+        }
+    }
+
+    QByteArray body;
+    SDataStream stream(&body, QIODevice::WriteOnly);
+    stream << toNetwork(root);
+    Replies::writeTexts(stream, files);
+    return writeFrame(socket(), body);
+}
+
+// The form for old clients, which expect each name as it is told here: the current directory is cut
+// out of the path wherever it stands in it.
+bool SServerFtp::executeCommandGetDir(SCommandGetDir &command)
+{
+    const QString root = toLocal(command.fileName());
+    if (root.isEmpty())
+        return false;
+    const QString current = absoluteChildPath(QString(), rootPath());
+
+    QList<QString> files;
+    QDirIterator it(root, kEveryEntry, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        if (isInterruptionRequested())
+            return false;
+        QString entry = it.next();
+        entry.remove(current);
+        while (entry.startsWith(u'/'))
+            entry.remove(0, 1);
+        if (it.fileInfo().isFile())
+            files.append(toNetwork(entry));
+    }
+
+    QByteArray body;
+    SDataStream stream(&body, QIODevice::WriteOnly);
+    Replies::writeTexts(stream, files);
+    return writeFrame(socket(), body);
+}
+
+bool SServerFtp::executeCommandFSSensitivity(SCommandFSSensitivity &)
+{
+    const SStorageInfo storage(rootPath());
+    Q_EMIT fileSystemSensitivityCheck();
+    return writeWord(socket(), static_cast<quint32>(storage.sensitivity()));
+}
+
+bool SServerFtp::executeCommandStorageInfo(SCommandStorageInfo &command)
+{
+    const QStorageInfo storage = storageInfoLocal();
+    QByteArray words;
+    SDataStream stream(&words, QIODevice::WriteOnly);
+    stream << storage.bytesAvailable() << storage.bytesTotal();
+    if (connectionCommandVersion(&command) >= Wire::kSinceStorageDetails) {
+        const QByteArray type = storage.fileSystemType();
+        stream << storage.bytesFree();
+        stream.writeBytes(type.constData(), static_cast<uint>(type.size()));
+    }
+    return writeAll(socket(), words) == words.size();
+}
+
+} // namespace Talverine
+
+#include "moc_sserverftp.cpp"

@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <brixlib/brixlib_export.h>
+#include <brixlib/protocol/sserverbase.h>
+
+#include <QtCore/QList>
+#include <QtCore/QString>
+
+namespace Talverine {
+
+class FileTransfer;
+class SCommandChangeDir;
+class SCommandCopyDir;
+class SCommandCopyFile;
+class SCommandExists;
+class SCommandFSSensitivity;
+class SCommandGetDev;
+class SCommandGetDir;
+class SCommandGetFile;
+class SCommandGetFiles;
+class SCommandListDir;
+class SCommandMakeDir;
+class SCommandPwd;
+class SCommandRemoveDir;
+class SCommandRemoveFile;
+class SCommandRenameDir;
+class SCommandRenameFile;
+class SCommandSendDev;
+class SCommandSendFile;
+class SCommandSetPermissions;
+class SCommandStorageInfo;
+
+/*!
+ * One session of the remote file service, at the server's end. It carries out the file commands of
+ * a client inside the jail, rootPath(); within it a logged-in client may do everything.
+ *
+ *     connect(&controller, &SServerController::newConnection, this, [&](qint64 descriptor) {
+ *         auto *session = new SServerFtp(descriptor);
+ *         session->setAuthenticationDb(&users);
+ *         controller.serveNewConnection(session, true);
+ *     });
+ *
+ * An operation that the file system refuses, or whose path leads outside the jail, is answered as
+ * failed and the session goes on. A transfer that cannot be made ends the session, and so does a
+ * search outside the jail. What has arrived of a file that broke off does not stay.
+ *
+ * In the names of the signals "get" and "send" are the client's: getFile is a file that leaves.
+ *
+ * Thread: lives in its worker thread.
+ */
+class BRIXLIB_EXPORT SServerFtp : public SServerBase
+{
+    Q_OBJECT
+
+public:
+    //! Takes over an accepted socket's descriptor; 0 stands for none.
+    explicit SServerFtp(qint64 socketDescriptor = 0, QObject *parent = nullptr);
+    ~SServerFtp() override;
+
+Q_SIGNALS:
+    //! A file begins to leave for the client; \a local is its path here.
+    void getFileStarted(const QString &local);
+    //! At most ten times a second, and once at the end with both numbers equal.
+    void getFileTransferredSize(qint64 done, qint64 total);
+    //! \a removed tells that the removal of the file was asked for.
+    void getFileFinished(const QString &local, bool removed);
+    //! A file begins to arrive; \a local is its final name.
+    void sendFileStarted(const QString &local);
+    void sendFileTransferredSize(qint64 done, qint64 total);
+    //! The file stands under its final name.
+    void sendFileFinished(const QString &local);
+    //! Comes just before the client is told how file names compare.
+    void fileSystemSensitivityCheck();
+
+protected:
+    //! The server half of a command's reply phase; false ends the session.
+    bool executeCommand(SCommand *command) override;
+
+private:
+    bool executeCommandSendFile(SCommandSendFile &command);
+    bool executeCommandGetFile(SCommandGetFile &command);
+    bool executeCommandChangeDir(SCommandChangeDir &command);
+    bool executeCommandMakeDir(SCommandMakeDir &command);
+    bool executeCommandRemoveDir(SCommandRemoveDir &command);
+    bool executeCommandListDir(SCommandListDir &command);
+    bool executeCommandRemoveFile(SCommandRemoveFile &command);
+    bool executeCommandRenameFile(SCommandRenameFile &command);
+    bool executeCommandRenameDir(SCommandRenameDir &command);
+    bool executeCommandCopyFile(SCommandCopyFile &command);
+    bool executeCommandCopyDir(SCommandCopyDir &command);
+    bool executeCommandPwd(SCommandPwd &command);
+    bool executeCommandGetDir(SCommandGetDir &command);
+    bool executeCommandGetFiles(SCommandGetFiles &command);
+    bool executeCommandStorageInfo(SCommandStorageInfo &command);
+    bool executeCommandSendDev(SCommandSendDev &command);
+    bool executeCommandGetDev(SCommandGetDev &command);
+    bool executeCommandExists(SCommandExists &command);
+    bool executeCommandFSSensitivity(SCommandFSSensitivity &command);
+    bool executeCommandSetPermissions(SCommandSetPermissions &command);
+
+    using ProgressSignal = void (SServerFtp::*)(qint64, qint64);
+    QString toLocal(const QString &networkPath) const;
+    QString toNetwork(const QString &localPath) const;
+    bool keepsAlive(SCommand &command) const;
+    bool writeResult(bool result);
+    template<typename Operation>
+    bool replyOn(const QString &path, Operation operation);
+    template<typename Operation>
+    bool replyOn(const QString &first, const QString &second, Operation operation);
+    FileTransfer transfer(ProgressSignal moved);
+};
+
+} // namespace Talverine
