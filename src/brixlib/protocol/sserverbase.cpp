@@ -2,6 +2,7 @@
 #include <brixlib/protocol/sserverbase.h>
 
 #include "closeconnection_p.h"
+#include "protocolsocket_p.h"
 
 #include <brixlib/foundation/sdatastream.h>
 #include <brixlib/protocol/commands/scommandauthentication.h>
@@ -35,7 +36,6 @@ using Interfaces::ISUser;
 namespace {
 
 constexpr int kTimeoutMs = 10000;
-constexpr int kSocketBufferBytes = 262144;
 constexpr int kFailedLoginDelayMs = 1000;
 constexpr auto kStreamVersion = static_cast<QDataStream::Version>(Wire::kHighestStreamVersion);
 
@@ -51,17 +51,6 @@ QString defaultServerName()
     static constexpr Security::SObfuscatedString builtIn("server");
     const QString host = QHostInfo::localHostName();
     return host.isEmpty() ? builtIn.toString() : host;
-}
-
-// Sockets take options only once they have a descriptor.
-void setOptions(STcpSocket *socket)
-{
-    socket->setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, kSocketBufferBytes);
-    socket->setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, kSocketBufferBytes);
-    socket->setSocketOption(QAbstractSocket::KeepAliveOption, 1);
-    // An exchange is several small writes in a row; held back for the peer's acknowledgement of
-    // the one before, each would cost 40 ms.
-    socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
 }
 
 // The body of a reply, written at the thread's stream version.
@@ -233,7 +222,7 @@ bool SServerBase::workerInit()
     m_hasSocket =
         newSocket->setSocketDescriptor(static_cast<qintptr>(m_socketDescriptor),
                                        QAbstractSocket::ConnectedState, QIODevice::ReadWrite);
-    setOptions(newSocket);
+    setProtocolOptions(*newSocket);
     setSocket(newSocket);
     connect(newSocket, &STcpSocket::disconnected, this, &SServerBase::terminateLater);
     connect(this, &SServerBase::finished, this, &SServerBase::close, Qt::QueuedConnection);
