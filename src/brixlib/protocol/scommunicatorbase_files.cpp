@@ -364,7 +364,8 @@ bool SCommunicatorBase::pump(QIODevice *target, QIODevice *source, QIODevice *pe
 // A lost peer does not stop the copy; the exchange finds out at its end.
 void SCommunicatorBase::sendKeepAlive(QIODevice *peer)
 {
-    writeWord(peer, Wire::kKeepAliveWord);
+    if (peer->isOpen())
+        writeWord(peer, Wire::kKeepAliveWord);
 }
 
 bool SCommunicatorBase::isSyncRequired(const QString &path) const
