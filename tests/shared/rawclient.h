@@ -165,6 +165,9 @@ public:
         return m_socket.read(size);
     }
 
+    //! As many bytes as \a expected has.
+    QByteArray readLike(const QByteArray &expected) { return read(expected.size()); }
+
     //! The next 32-bit word; 0 when it does not come.
     quint32 readWord(int msec = kWaitMs) { return static_cast<quint32>(number(read(4, msec))); }
 

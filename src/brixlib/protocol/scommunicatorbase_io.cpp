@@ -82,6 +82,9 @@ qint64 SCommunicatorBase::writeAll(QIODevice *device, const char *data, qint64 s
 {
     qint64 done = 0;
     while (done < size) {
+        // The peer has closed the connection; Qt would complain about a write.
+        if (!device->isWritable())
+            return -1;
         const qint64 count = device->write(data + done, size - done);
         if (count < 0)
             return -1;
