@@ -1,0 +1,277 @@
+// SPDX-License-Identifier: MIT
+#include <brixlib/workers/ssimplebackgroundrunner.h>
+#include <brixlib/workers/ssimpleworker.h>
+
+#include <QtCore/QSemaphore>
+
+using namespace Talverine;
+
+namespace {
+
+//! What the worker of a test does and what became of it, shared with the thread of the test.
+struct Course
+{
+    QSemaphore initialised;
+    QSemaphore inStep;
+    QSemaphore mayGoOn;
+    QAtomicInt steps = 0;
+    QAtomicInt destroyed = 0;
+    QAtomicPointer<QThread> stepThread;
+    QAtomicPointer<QThread> deathThread;
+    QAtomicInt error = -1;
+};
+
+class Worker : public SSimpleWorker
+{
+public:
+    enum Kind { DoneAtOnce, FailsToInit, Fails, Idles, Blocks, WorksUntilInterrupted };
+
+    Worker(Course *course, Kind kind, QObject *parent = nullptr)
+        : SSimpleWorker(parent)
+        , m_course(course)
+        , m_kind(kind)
+    {
+        connect(
+            this, &SSimpleWorker::finished, this,
+            [course](SimpleWorkerError error) {
+                course->error.storeRelease(static_cast<int>(error));
+            },
+            Qt::DirectConnection);
+    }
+
+    ~Worker() override
+    {
+        m_course->deathThread.storeRelease(QThread::currentThread());
+        m_course->destroyed.ref();
+    }
+
+    bool doWork() override
+    {
+        m_course->steps.ref();
+        m_course->stepThread.storeRelease(QThread::currentThread());
+        if (m_kind == DoneAtOnce)
+            done();
+        if (m_kind == Blocks) {
+            m_course->inStep.release();
+            m_course->mayGoOn.acquire();
+        }
+        if (m_kind == WorksUntilInterrupted) {
+            m_course->inStep.release();
+            while (!isInterruptionRequested())
+                QThread::yieldCurrentThread();
+        }
+        return m_kind != Fails;
+    }
+
+protected:
+    bool workerInit() override
+    {
+        m_course->initialised.release();
+        if (m_kind == FailsToInit)
+            return false;
+        return m_kind == Idles || SSimpleWorker::workerInit();
+    }
+
+private:
+    Course *m_course;
+    Kind m_kind;
+};
+
+SimpleWorkerError errorOf(const Course &course)
+{
+    return static_cast<SimpleWorkerError>(course.error.loadAcquire());
+}
+
+} // namespace
+
+class tst_SSimpleBackgroundRunner : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void adoptsTheWorker()
+    {
+        Course course;
+        QObject parent;
+        auto *worker = new Worker(&course, Worker::Idles, &parent);
+        const SSimpleBackgroundRunner runner(worker);
+        QCOMPARE(worker->parent(), nullptr);
+        QVERIFY(worker->thread() != QThread::currentThread());
+        QVERIFY(!runner.isRunning());
+    }
+
+    void tellsStartAndEnd()
+    {
+        Course course;
+        SSimpleBackgroundRunner runner(new Worker(&course, Worker::DoneAtOnce));
+        QSignalSpy started(&runner, &SSimpleBackgroundRunner::started);
+        QSignalSpy finished(&runner, &SSimpleBackgroundRunner::finished);
+        runner.start();
+        QTRY_COMPARE(finished.count(), 1);
+        QCOMPARE(started.count(), 1);
+        QVERIFY(runner.waitForFinished());
+        QVERIFY(!runner.isRunning());
+        QCOMPARE(errorOf(course), SimpleWorkerError::NoError);
+    }
+
+    void workerWorksAndDiesInTheThread()
+    {
+        Course course;
+        {
+            SSimpleBackgroundRunner runner(new Worker(&course, Worker::DoneAtOnce));
+            runner.start();
+            QVERIFY(runner.waitForFinished());
+            QCOMPARE(course.destroyed.loadAcquire(), 1);
+        }
+        QCOMPARE(course.destroyed.loadAcquire(), 1);
+        QVERIFY(course.stepThread.loadAcquire() != QThread::currentThread());
+        QCOMPARE(course.deathThread.loadAcquire(), course.stepThread.loadAcquire());
+    }
+
+    void failedInitSendsInitErrorAndEndsTheThread()
+    {
+        Course course;
+        SSimpleBackgroundRunner runner(new Worker(&course, Worker::FailsToInit));
+        runner.start();
+        QVERIFY(runner.waitForFinished());
+        QCOMPARE(errorOf(course), SimpleWorkerError::InitError);
+        QCOMPARE(course.steps.loadAcquire(), 0);
+        QCOMPARE(course.destroyed.loadAcquire(), 1);
+    }
+
+    void failedStepEndsTheThread()
+    {
+        Course course;
+        SSimpleBackgroundRunner runner(new Worker(&course, Worker::Fails));
+        runner.start();
+        QVERIFY(runner.waitForFinished());
+        QCOMPARE(errorOf(course), SimpleWorkerError::WorkError);
+    }
+
+    void interruptionEndsAnIdleWorker()
+    {
+        Course course;
+        SSimpleBackgroundRunner runner(new Worker(&course, Worker::Idles));
+        QSignalSpy interrupt(&runner, &SSimpleBackgroundRunner::interrupt);
+        runner.start();
+        QVERIFY(course.initialised.tryAcquire(1, 10000));
+        QVERIFY(runner.isRunning());
+        runner.requestInterruption();
+        QCOMPARE(interrupt.count(), 1);
+        QVERIFY(runner.waitForFinished());
+        QCOMPARE(errorOf(course), SimpleWorkerError::InterruptRequested);
+        QCOMPARE(course.steps.loadAcquire(), 0);
+    }
+
+    void interruptionWaitsForTheStep()
+    {
+        Course course;
+        SSimpleBackgroundRunner runner(new Worker(&course, Worker::Blocks));
+        runner.start();
+        QVERIFY(course.inStep.tryAcquire(1, 10000));
+        runner.requestInterruption();
+        QVERIFY(!runner.waitForFinished(20));
+        QVERIFY(runner.isRunning());
+        course.mayGoOn.release();
+        QVERIFY(runner.waitForFinished());
+        QCOMPARE(errorOf(course), SimpleWorkerError::InterruptRequested);
+        QCOMPARE(course.steps.loadAcquire(), 1);
+    }
+
+    void interruptionReachesARunningStep()
+    {
+        Course course;
+        SSimpleBackgroundRunner runner(new Worker(&course, Worker::WorksUntilInterrupted));
+        runner.start();
+        QVERIFY(course.inStep.tryAcquire(1, 10000));
+        runner.requestInterruption();
+        QVERIFY(runner.waitForFinished());
+        QCOMPARE(errorOf(course), SimpleWorkerError::InterruptRequested);
+    }
+
+    void interruptionBeforeTheStartEndsTheWorkerAfterIt()
+    {
+        Course course;
+        SSimpleBackgroundRunner runner(new Worker(&course, Worker::Idles));
+        runner.requestInterruption();
+        runner.start();
+        QVERIFY(runner.waitForFinished());
+        QCOMPARE(errorOf(course), SimpleWorkerError::InterruptRequested);
+    }
+
+    void destructorEndsAnIdleWorker()
+    {
+        Course course;
+        {
+            SSimpleBackgroundRunner runner(new Worker(&course, Worker::Idles));
+            runner.start();
+            QVERIFY(course.initialised.tryAcquire(1, 10000));
+        }
+        QCOMPARE(course.destroyed.loadAcquire(), 1);
+        QCOMPARE(errorOf(course), SimpleWorkerError::InterruptRequested);
+    }
+
+    void destructorInterruptsARunningStep()
+    {
+        Course course;
+        {
+            SSimpleBackgroundRunner runner(new Worker(&course, Worker::WorksUntilInterrupted));
+            runner.start();
+            QVERIFY(course.inStep.tryAcquire(1, 10000));
+        }
+        QCOMPARE(course.destroyed.loadAcquire(), 1);
+    }
+
+    void destructorRightAfterStartDoesNotHang()
+    {
+        for (int round = 0; round < 100; ++round) {
+            Course course;
+            {
+                SSimpleBackgroundRunner runner(new Worker(&course, Worker::Idles));
+                runner.start();
+            }
+            QCOMPARE(course.destroyed.loadAcquire(), 1);
+        }
+    }
+
+    void workerOfAThreadThatNeverStartedDiesWithTheRunner()
+    {
+        Course course;
+        {
+            const SSimpleBackgroundRunner runner(new Worker(&course, Worker::Idles));
+        }
+        QCOMPARE(course.destroyed.loadAcquire(), 1);
+    }
+
+    void startAfterTheEndDoesNothing()
+    {
+        Course course;
+        SSimpleBackgroundRunner runner(new Worker(&course, Worker::DoneAtOnce));
+        runner.start();
+        QVERIFY(runner.waitForFinished());
+        runner.start();
+        QVERIFY(!runner.isRunning());
+        QCOMPARE(course.steps.loadAcquire(), 1);
+    }
+
+    void startWithoutAWorkerDoesNothing()
+    {
+        SSimpleBackgroundRunner runner(nullptr);
+        runner.start();
+        QVERIFY(!runner.isRunning());
+        runner.requestInterruption();
+        QVERIFY(runner.waitForFinished(0));
+    }
+
+    void startTakesAPriority()
+    {
+        Course course;
+        SSimpleBackgroundRunner runner(new Worker(&course, Worker::DoneAtOnce));
+        runner.start(QThread::LowPriority);
+        QVERIFY(runner.waitForFinished());
+        QCOMPARE(errorOf(course), SimpleWorkerError::NoError);
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_SSimpleBackgroundRunner)
+#include "tst_ssimplebackgroundrunner.moc"
