@@ -3,11 +3,10 @@
 
 #include <brixlib/fileservice/sclientftp.h>
 #include <brixlib/fileservice/sserverftp.h>
-#include <brixlib/protocol/sauthenticationdb.h>
 #include <brixlib/protocol/sclientcontroller.h>
-#include <brixlib/protocol/sservercontroller.h>
-#include <brixlib/protocol/suserdata.h>
 #include <brixlib/workers/ssimplebackgroundrunner.h>
+
+#include <shared/sessionhost.h>
 
 #include <QtCore/QPointer>
 #include <QtCore/QTemporaryDir>
@@ -41,35 +40,24 @@ public:
 };
 
 /*!
- * A server for the user "ann" with the password "secret". The jail is a folder "home" beside a
- * folder "outside"; sessions have threads of their own, and what they signal arrives in log.
+ * A server for the user "alice". The jail is her home folder; outside() is that of another user,
+ * beside it. What the sessions signal arrives in log.
  */
 class FileServer
 {
 public:
-    FileServer()
-    {
-        QDir(m_dir.path()).mkpath(QStringLiteral("home"));
-        QDir(m_dir.path()).mkpath(QStringLiteral("outside"));
-        m_users.insert(
-            new Talverine::SUserData(QStringLiteral("ann"), QStringLiteral("secret"), home()));
-        QObject::connect(&m_controller, &Talverine::SServerController::newConnection, &m_context,
-                         [this](qint64 descriptor) { serve(descriptor); });
-    }
+    quint16 port() const { return m_host.port(); }
 
-    [[nodiscard]] bool listen() { return m_controller.listen(QHostAddress::LocalHost, 0); }
-    quint16 port() const { return m_controller.serverPort(); }
+    QString home() const { return m_host.homeOf(QStringLiteral("alice")); }
+    QString outside() const { return m_host.homeOf(QStringLiteral("bob")); }
+    QString path(const QString &name) const { return home() + u'/' + name; }
 
-    QString home() const { return m_dir.filePath(QStringLiteral("home")); }
-    QString outside() const { return m_dir.filePath(QStringLiteral("outside")); }
-    QString path(const QString &name) const { return home() + QLatin1Char('/') + name; }
-
-    Talverine::SServerController &controller() { return m_controller; }
+    SessionHost &host() { return m_host; }
 
     //! Waits until no session is left.
     [[nodiscard]] bool waitForEnd()
     {
-        return QTest::qWaitFor([this] { return m_controller.count() == 0; }, kPatienceMs);
+        return QTest::qWaitFor([this] { return m_host.controller.count() == 0; }, kPatienceMs);
     }
 
     //! Called for each session before its thread starts.
@@ -78,41 +66,44 @@ public:
     QStringList log;
 
 private:
-    void serve(qint64 descriptor)
+    using SServerFtp = Talverine::SServerFtp;
+
+    SServerFtp *make(qint64 descriptor)
     {
-        using Talverine::SServerFtp;
         auto *session = new SServerFtp(descriptor);
-        session->setAuthenticationDb(&m_users);
+        session->setAuthenticationDb(&m_host.users);
         if (configure)
             configure(*session);
-        const auto note = [this](const QString &line) { log.append(line); };
-        const auto on = [&](auto signal, auto slot) {
-            QObject::connect(session, signal, &m_context, slot);
-        };
-        on(&SServerFtp::getFileStarted,
-           [=](const QString &path) { note(QStringLiteral("getFileStarted ") + path); });
-        on(&SServerFtp::getFileFinished, [=](const QString &path, bool removed) {
-            note(QStringLiteral("getFileFinished %1 %2").arg(path, word(removed)));
+        notePath(*session, &SServerFtp::getFileStarted, QStringLiteral("getFileStarted"));
+        on(*session, &SServerFtp::getFileFinished, [this](const QString &path, bool removed) {
+            log.append(QStringLiteral("getFileFinished %1 %2").arg(path, word(removed)));
         });
-        on(&SServerFtp::sendFileStarted,
-           [=](const QString &path) { note(QStringLiteral("sendFileStarted ") + path); });
-        on(&SServerFtp::sendFileFinished,
-           [=](const QString &path) { note(QStringLiteral("sendFileFinished ") + path); });
-        on(&SServerFtp::fileSystemSensitivityCheck,
-           [=] { note(QStringLiteral("fileSystemSensitivityCheck")); });
-        on(&SServerFtp::localDirRemoved,
-           [=](const QString &path) { note(QStringLiteral("localDirRemoved ") + path); });
-        on(&SServerFtp::localExistsCheck,
-           [=](const QString &path) { note(QStringLiteral("localExistsCheck ") + path); });
-        on(&SServerFtp::localDirListed,
-           [=](const QString &path) { note(QStringLiteral("localDirListed ") + path); });
-        m_controller.serveNewConnectionAsync(session, true);
+        notePath(*session, &SServerFtp::sendFileStarted, QStringLiteral("sendFileStarted"));
+        notePath(*session, &SServerFtp::sendFileFinished, QStringLiteral("sendFileFinished"));
+        on(*session, &SServerFtp::fileSystemSensitivityCheck,
+           [this] { log.append(QStringLiteral("fileSystemSensitivityCheck")); });
+        on(*session, &SServerFtp::localDirRemoved,
+           [this](const QString &path) { log.append(QStringLiteral("localDirRemoved ") + path); });
+        notePath(*session, &SServerFtp::localExistsCheck, QStringLiteral("localExistsCheck"));
+        notePath(*session, &SServerFtp::localDirListed, QStringLiteral("localDirListed"));
+        notePath(*session, &SServerFtp::localDirChanged, QStringLiteral("localDirChanged"));
+        return session;
     }
 
-    QTemporaryDir m_dir;
-    Talverine::SAuthenticationDb m_users;
+    template<typename Signal, typename Slot>
+    void on(SServerFtp &session, Signal signal, Slot slot)
+    {
+        QObject::connect(&session, signal, &m_context, slot);
+    }
+
+    void notePath(SServerFtp &session, void (SServerFtp::*signal)(const QString &),
+                  const QString &name)
+    {
+        on(session, signal, [this, name](const QString &path) { log.append(name + u' ' + path); });
+    }
+
     QObject m_context;
-    Talverine::SServerController m_controller; // last: it waits for the sessions
+    SessionHost m_host{[this](qint64 descriptor) { return make(descriptor); }};
 };
 
 /*!
@@ -148,7 +139,7 @@ public:
     {
         if (!connectTo(port))
             return false;
-        m_client->authenticate(QStringLiteral("ann"), QStringLiteral("secret"));
+        m_client->authenticate(QStringLiteral("alice"), QStringLiteral("secret"));
         return waitForResults(3) &&
                results == QStringList{QStringLiteral("auth true"), QStringLiteral("cmdl true"),
                                       QStringLiteral("strv true")};

@@ -10,7 +10,7 @@ using namespace Talverine;
 using namespace Qt::StringLiterals;
 
 // The client against the library's own server. What a scripted server makes of it stands in
-// tst_sclientftpscripted.cpp.
+// tst_sclientftp_wire.cpp.
 class tst_SClientFtp : public QObject
 {
     Q_OBJECT
@@ -21,7 +21,6 @@ private Q_SLOTS:
         QTest::failOnWarning(QRegularExpression(u"."_s));
         m_server = std::make_unique<FileServer>();
         m_client = std::make_unique<FileClient>();
-        QVERIFY(m_server->listen());
     }
 
     void cleanup()

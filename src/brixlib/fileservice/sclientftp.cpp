@@ -92,7 +92,7 @@ void SClientFtp::changeDir(const QString &remote)
 
 void SClientFtp::homeDir()
 {
-    enqueueCommand(new SCommandChangeDir(QString()));
+    changeDir(u""_s);
 }
 
 void SClientFtp::pwd()
@@ -190,7 +190,7 @@ void SClientFtp::getDir(const QString &remote, const QString &local, bool remove
     if (removeSource)
         flags |= FileFilterFlags::RemoveAfter;
     const QString target = local.isEmpty() ? QDir(remote).dirName() : local;
-    enqueueCommand(new SCommandGetFiles(remote, QString(), target, flags));
+    enqueueCommand(new SCommandGetFiles(remote, u""_s, target, flags));
 }
 
 void SClientFtp::getDevice(const QString &remote, QIODevice *device)
