@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QJsonObject>
+#include <QtCore/QList>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
+namespace Brix {
+
+/*!
+ * Where the tool writes: results on stdout, notes and errors on stderr.
+ *
+ * A terminal never sees control characters that a file name or a peer brought along: they are shown
+ * as "?".
+ *
+ * Thread: used in the main thread only.
+ */
+class Output final
+{
+public:
+    //! Results as one JSON object a line instead of text for people.
+    bool json = false;
+    //! No notes; results and errors stay.
+    bool quiet = false;
+
+    //! One line of a result. Callers ask \a json first which form is wanted.
+    void line(const QString &text) const;
+    //! One result as a JSON object in one line.
+    void object(const QJsonObject &object) const;
+    //! \a text, or \a object with --json.
+    void result(const QString &text, const QJsonObject &object) const;
+    //! Rows of cells in aligned columns. Nothing for no rows.
+    void table(QList<QStringList> rows) const;
+    //! Something worth knowing that is neither a result nor an error.
+    void note(const QString &text) const;
+    //! What failed, and why.
+    void error(const QString &text) const;
+
+    //! A text with "?" in place of each control character.
+    static QString printable(QString text);
+    //! "1.5 MiB".
+    static QString bytes(qint64 count);
+};
+
+} // namespace Brix

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+#include "tool.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+
+namespace Brix {
+
+CLI::Option *addText(CLI::App *command, const std::string &name, QString *target,
+                     const std::string &description)
+{
+    return command
+        ->add_option_function<std::string>(
+            name,
+            [target](const std::string &text) {
+                *target = QString::fromLocal8Bit(text.data(), qsizetype(text.size()));
+            },
+            description)
+        ->type_name("TEXT");
+}
+
+CLI::Option *addPath(CLI::App *command, const std::string &name, QString *target,
+                     const std::string &description)
+{
+    return command
+        ->add_option_function<std::string>(
+            name,
+            [target](const std::string &text) {
+                *target =
+                    QDir().absoluteFilePath(QFile::decodeName(QByteArray::fromStdString(text)));
+            },
+            description)
+        ->type_name("PATH");
+}
+
+} // namespace Brix

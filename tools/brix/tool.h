@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "exitcode.h"
+#include "output.h"
+
+#include <CLI/CLI.hpp>
+
+#include <QtCore/QString>
+
+#include <functional>
+
+namespace Brix {
+
+//! What the sub-commands share: the output, and the work of the one that was chosen.
+struct Tool
+{
+    Output output;
+    std::function<ExitCode()> run;
+};
+
+//! Adds an argument or option whose text lands in \a target.
+CLI::Option *addText(CLI::App *command, const std::string &name, QString *target,
+                     const std::string &description);
+//! Adds an argument for a file or folder of this machine, resolved by the caller's folder.
+CLI::Option *addPath(CLI::App *command, const std::string &name, QString *target,
+                     const std::string &description);
+/*!
+ * Adds the sub-command \a name to \a parent, with the \a example that its --help shows. When it is
+ * chosen, \a work runs with the options that it has read. Options is made here and lives with \a
+ * work.
+ */
+template<typename Options>
+CLI::App *addCommand(CLI::App *parent, Tool *tool, const std::string &name,
+                     const std::string &description, const std::string &example,
+                     void (*declare)(CLI::App *, Options *),
+                     ExitCode (*work)(const Output &, const Options &))
+{
+    auto *command = parent->add_subcommand(name, description);
+    command->footer("Example:\n  " + example);
+    auto options = std::make_shared<Options>();
+    declare(command, options.get());
+    command->callback([tool, options, work] {
+        tool->run = [tool, options, work] { return work(tool->output, *options); };
+    });
+    return command;
+}
+
+// One function for each family of sub-commands.
+void addUserCommands(CLI::App *cli, Tool *tool);
+
+} // namespace Brix
