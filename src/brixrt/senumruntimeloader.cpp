@@ -13,6 +13,7 @@ struct Registry
 {
     QMutex mutex;
     QHash<QString, ISEnumRuntimeLoader *> loaders;
+    QList<ISEnumRuntimeLoader *> replaced; // someone may still hold one that find() gave
     QMultiHash<QString, ISEnum *> tables;
 };
 
@@ -33,7 +34,10 @@ void SEnumRuntimeLoader::loaderRegister(const QString &enumName, ISEnumRuntimeLo
     QList<ISEnum *> existing;
     {
         const QMutexLocker lock(&registry().mutex);
-        registry().loaders.insert(enumName, loader);
+        ISEnumRuntimeLoader *&place = registry().loaders[enumName];
+        if (place && place != loader)
+            registry().replaced.append(place);
+        place = loader;
         existing = registry().tables.values(enumName);
     }
     if (!loader)

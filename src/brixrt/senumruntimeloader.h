@@ -44,8 +44,9 @@ public:
 
     /*!
      * Registers \a loader for the enumeration \a enumName and takes ownership; a loader registered
-     * for that name before stays alive but is asked no more. Tables of that name which exist
-     * already are extended at once, since static initialisers run in no order.
+     * for that name before stays alive but is asked no more, and null only takes it away. Tables of
+     * that name which exist already are extended at once, since static initialisers run in no
+     * order; what a former loader added to them stays.
      */
     static void loaderRegister(const QString &enumName, ISEnumRuntimeLoader *loader);
     /*!

@@ -14,10 +14,11 @@ struct Converters
     QHash<int, SVariantConvert::Converter> byType;
 };
 
+// Leaked on purpose: code that runs after this file's statics are gone may still convert.
 Converters &converters()
 {
-    static Converters instance;
-    return instance;
+    static auto *instance = new Converters;
+    return *instance;
 }
 
 } // namespace

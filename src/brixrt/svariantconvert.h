@@ -23,7 +23,10 @@ public:
 
     SVariantConvert() = default;
 
-    //! Registers \a converter for the type; registering a type again replaces its converter.
+    /*!
+     * Registers \a converter for the type; registering a type again replaces its converter, and an
+     * empty one takes it away. It is called in the thread of each conversion, without a lock held.
+     */
     static void sVariantToStringRegister(int metaTypeId, Converter converter);
 
     /*!
@@ -43,7 +46,10 @@ public:
         }
     }
 
-    //! True when the value's type has a converter; then \a text holds the result.
+    /*!
+     * True when the value's type has a converter; then \a text (may be null) holds the result.
+     * Otherwise \a text stays as it was.
+     */
     static bool toString(const QVariant &value, const QLocale &locale, QString *text);
 };
 

@@ -28,31 +28,34 @@ QByteArray builtInSecret()
     return secret.toUtf8();
 }
 
-std::shared_ptr<const SecureBlock> keyOf(const QByteArray &secret)
-{
-    return deriveKey(secret, QByteArrayLiteral("brixsec text 1"));
-}
-
-// The process's key, made on first use. Null only when the library behind it fails.
+// The process's key. Null only when the library behind it failed: nothing is enciphered then,
+// rather than by a key that was not asked for.
 class Key
 {
 public:
     std::shared_ptr<const SecureBlock> get()
     {
         const QMutexLocker lock(&m_mutex);
-        if (!m_key)
-            m_key = keyOf(builtInSecret());
+        if (!m_given)
+            store(builtInSecret());
         return m_key;
     }
-    void set(std::shared_ptr<const SecureBlock> key)
+    void set(const QByteArray &secret)
     {
         const QMutexLocker lock(&m_mutex);
-        m_key = std::move(key);
+        store(secret);
     }
 
 private:
+    void store(const QByteArray &secret)
+    {
+        m_key = deriveKey(secret, QByteArrayLiteral("brixsec text 1"));
+        m_given = true;
+    }
+
     QMutex m_mutex;
     std::shared_ptr<const SecureBlock> m_key;
+    bool m_given = false;
 };
 
 // Leaked on purpose: objects of other files may still be used after this file's statics are gone.
@@ -115,7 +118,7 @@ SSecureString SAesString::toSecureString() const
 
 void SAesString::setKey(const QByteArray &secret)
 {
-    processKey().set(keyOf(secret.isEmpty() ? builtInSecret() : secret));
+    processKey().set(secret.isEmpty() ? builtInSecret() : secret);
 }
 
 } // namespace Talverine::Security
