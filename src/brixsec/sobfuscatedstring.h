@@ -33,7 +33,7 @@ public:
     //! The literal's bytes, without the terminating zero.
     QByteArray toUtf8() const
     {
-        // Volatile, or the compiler restores the text itself and writes it into the program.
+        // Volatile, so that no compiler restores the text itself and writes it into the program.
         const volatile unsigned char *mixed = m_bytes.data();
         QByteArray bytes(static_cast<qsizetype>(N - 1), Qt::Uninitialized);
         for (std::size_t i = 0; i + 1 < N; ++i)
