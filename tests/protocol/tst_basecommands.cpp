@@ -121,16 +121,8 @@ private Q_SLOTS:
     void headerVersionIsTakenAndHasNoRange()
     {
         QFETCH(const CommandForm, form);
-        QList<int> versions(std::begin(kVersionsInUse), std::end(kVersionsInUse));
-        versions << 0 << -1 << 0x7FFFFFFF << std::numeric_limits<int>::min();
-        for (const int version : std::as_const(versions)) {
-            const QByteArray bytes = withWord(form.bytes, VersionAt, static_cast<quint32>(version));
-            auto versioned = cloned(form.read);
-            versioned->setVersion(version);
-            const Command command(std::move(versioned));
-            verifyWritten({bytes, command, command, form.other});
-            verifyRead({bytes, command, command, form.other}, bytes);
-        }
+        for (const int version : versionsFromPeers())
+            verifyVersion(form, version);
     }
 
     void truncationAtEveryByteIsRefused_data() { addForms(); }

@@ -10,6 +10,7 @@
 #include <QtCore/QtEndian>
 #include <QtTest/QTest>
 
+#include <limits>
 #include <memory>
 
 namespace TestShared {
@@ -28,7 +29,7 @@ struct CommandForm
     Command other;    //!< the same class with other values, to read into
 };
 
-inline QByteArray hex(const char *digits)
+inline QByteArray hex(const QByteArray &digits)
 {
     return QByteArray::fromHex(digits);
 }
@@ -55,9 +56,6 @@ inline QByteArray withWord(QByteArray bytes, qsizetype offset, quint32 word)
 
 inline constexpr QDataStream::Version kStreamVersions[] = {QDataStream::Qt_5_6,
                                                            QDataStream::Qt_6_0};
-
-//! The versions that commands have had so far.
-inline constexpr int kVersionsInUse[] = {0x00010000, 0x00010100, 0x00010200, 0x00020000};
 
 //! Sets the thread's stream version for the time of a scope.
 class StreamVersionScope
@@ -107,6 +105,26 @@ inline void verifyRefused(const CommandForm &form, const QByteArray &bytes)
         QVERIFY(!target->deserializeArray(bytes));
         QVERIFY(target->equalsTo(form.other.get()));
     }
+}
+
+//! The same command at another version: only that word of the header differs, and it is taken over.
+inline void verifyVersion(const CommandForm &form, int version)
+{
+    auto versioned = cloned(form.read);
+    versioned->setVersion(version);
+    const Command command(std::move(versioned));
+    const QByteArray bytes = withWord(form.bytes, VersionAt, static_cast<quint32>(version));
+    const CommandForm other{bytes, command, command, form.other};
+    verifyWritten(other);
+    verifyRead(other, bytes);
+}
+
+//! The versions that any command may have on the wire: those in use, and the extremes.
+inline QList<int> versionsFromPeers()
+{
+    constexpr auto lowest = std::numeric_limits<int>::min();
+    constexpr auto highest = std::numeric_limits<int>::max();
+    return {0x00010000, 0x00010100, 0x00010200, 0x00020000, 0, -1, lowest, highest};
 }
 
 inline void verifyRefusedAtEveryTruncation(const CommandForm &form)

@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: MIT
+#include <shared/memorypeak.h>
+
+#include <brixlib/fileservice/filereplies.h>
+
+using namespace Talverine;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QByteArray written(const QList<SFileEntry> &entries, QDataStream::Version version)
+{
+    QByteArray bytes;
+    QDataStream stream(&bytes, QIODevice::WriteOnly);
+    stream.setVersion(version);
+    Replies::writeEntries(stream, entries);
+    return bytes;
+}
+
+QList<SFileEntry> readFrom(const QByteArray &bytes, QDataStream::Status *status,
+                           QDataStream::Version version = QDataStream::Qt_5_6)
+{
+    QDataStream stream(bytes);
+    stream.setVersion(version);
+    const QList<SFileEntry> entries = Replies::readEntries(stream);
+    *status = stream.status();
+    return entries;
+}
+
+} // namespace
+
+class tst_FileReplies : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void entryIsVersionNameSizeFlagsDate()
+    {
+        const QDateTime date(QDate(2024, 1, 2), QTime(3, 4, 5, 678), Qt::UTC);
+        const QList<SFileEntry> entries{
+            SFileEntry(u"a"_s, 258, date, FileEntryFlags(0x66440006)),
+            SFileEntry(u".."_s, 0, QDateTime(), FileEntryFlags::Directory)};
+        // The day 2460312, 11045678 ms, UTC; then no day, no time, local.
+        const auto bytes = QByteArray::fromHex(
+            "00000002"
+            "00010100 00000002 0061 0000000000000102 66440006 0000000000258A98 00A88B2E 01"
+            "00010100 00000004 002E 002E 0000000000000000 00000001 8000000000000000 FFFFFFFF 00");
+        for (const auto version : {QDataStream::Qt_5_6, QDataStream::Qt_6_0}) {
+            QCOMPARE(written(entries, version).toHex(), bytes.toHex());
+            QDataStream::Status status{};
+            QCOMPARE(readFrom(bytes, &status, version), entries);
+            QCOMPARE(status, QDataStream::Ok);
+        }
+    }
+
+    void emptyListIsACount()
+    {
+        QCOMPARE(written({}, QDataStream::Qt_5_6), QByteArray(4, '\0'));
+        QDataStream::Status status{};
+        QVERIFY(readFrom(QByteArray(4, '\0'), &status).isEmpty());
+        QCOMPARE(status, QDataStream::Ok);
+    }
+
+    void olderRecordHasNoDate_data()
+    {
+        QTest::addColumn<quint32>("recordVersion");
+        QTest::newRow("0") << 0u;
+        QTest::newRow("1.0.0") << 0x00010000u;
+        QTest::newRow("just below 1.1.0") << 0x000100FFu;
+    }
+    void olderRecordHasNoDate()
+    {
+        QFETCH(const quint32, recordVersion);
+        QByteArray bytes;
+        QDataStream stream(&bytes, QIODevice::WriteOnly);
+        stream << 2u;
+        for (const char letter : {'a', 'b'})
+            stream << recordVersion << QString(QLatin1Char(letter)) << qint64(7) << 4u;
+        QDataStream::Status status{};
+        const QList<SFileEntry> entries = readFrom(bytes, &status);
+        QCOMPARE(status, QDataStream::Ok);
+        QCOMPARE(entries,
+                 (QList<SFileEntry>{SFileEntry(u"a"_s, 7, QDateTime(), FileEntryFlags::Readable),
+                                    SFileEntry(u"b"_s, 7, QDateTime(), FileEntryFlags::Readable)}));
+        QVERIFY(entries.first().lastModified().isNull());
+    }
+
+    void newerRecordIsReadAsTheKnownOne()
+    {
+        QByteArray bytes = written({SFileEntry(u"a"_s, 7, QDateTime(), FileEntryFlags::Hidden)},
+                                   QDataStream::Qt_5_6);
+        bytes.replace(4, 4, QByteArray::fromHex("FFFFFFFF"));
+        QDataStream::Status status{};
+        QCOMPARE(readFrom(bytes, &status).size(), 1);
+        QCOMPARE(status, QDataStream::Ok);
+    }
+
+    void cutListIsEmptyAndTheStreamStaysBad()
+    {
+        const SFileEntry entry(u"name"_s, 7, QDateTime(QDate(2024, 1, 2), QTime(3, 4), Qt::UTC),
+                               FileEntryFlags::Readable);
+        const QByteArray whole = written({entry, entry}, QDataStream::Qt_5_6);
+        for (qsizetype size = 0; size < whole.size(); ++size) {
+            QDataStream::Status status{};
+            QVERIFY(readFrom(whole.first(size), &status).isEmpty());
+            QCOMPARE(status, QDataStream::ReadPastEnd);
+        }
+    }
+
+    void claimedCountsAndLengthsCostNoMemory_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::newRow("a count alone") << QByteArray::fromHex("FFFFFFFF");
+        QTest::newRow("a name of 2 GiB") << QByteArray::fromHex("00000001 00010100 7FFFFFFE 0061");
+        QTest::newRow("an entry, then a name of 4 GiB")
+            << QByteArray::fromHex("7FFFFFFF 00010000 00000000 0000000000000000 00000000"
+                                   "00010000 FFFFFFFE");
+    }
+    void claimedCountsAndLengthsCostNoMemory()
+    {
+        QFETCH(const QByteArray, bytes);
+        const TestShared::MemoryPeak peak;
+        QVERIFY(peak.isValid());
+        QDataStream::Status status{};
+        QVERIFY(readFrom(bytes, &status).isEmpty());
+        QCOMPARE(status, QDataStream::ReadPastEnd);
+        QVERIFY2(peak.growth() < 16 * 1024 * 1024, qPrintable(QString::number(peak.growth())));
+    }
+};
+
+QTEST_APPLESS_MAIN(tst_FileReplies)
+#include "tst_filereplies.moc"
