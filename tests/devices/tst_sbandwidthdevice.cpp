@@ -1,0 +1,446 @@
+// SPDX-License-Identifier: MIT
+#include <brixlib/devices/sbandwidthdevice.h>
+
+#include <QtNetwork/QTcpServer>
+#include <QtNetwork/QTcpSocket>
+
+using namespace Talverine;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+//! Counts what is asked of it, and gives as much as is asked.
+class Source : public QIODevice
+{
+public:
+    // Unbuffered, so that each request is seen as it was made.
+    bool open(OpenMode mode) override { return QIODevice::open(mode | Unbuffered); }
+    bool isSequential() const override { return sequential; }
+    qint64 size() const override { return sequential ? 0 : 1 << 20; }
+    qint64 bytesAvailable() const override { return 11; }
+    qint64 bytesToWrite() const override { return 22; }
+    bool canReadLine() const override { return line; }
+
+    bool sequential = true;
+    bool line = false;
+    bool broken = false;
+    QList<qint64> reads;
+    QList<qint64> writes;
+
+protected:
+    qint64 readData(char *data, qint64 maxSize) override
+    {
+        reads.append(maxSize);
+        if (broken)
+            return -1;
+        std::fill_n(data, maxSize, 'x');
+        return maxSize;
+    }
+
+    qint64 writeData(const char *, qint64 size) override
+    {
+        writes.append(size);
+        return broken ? -1 : size;
+    }
+};
+
+//! Opens what is protected.
+class Device : public SBandwidthDevice
+{
+public:
+    using SBandwidthDevice::flush;
+    using SBandwidthDevice::SBandwidthDevice;
+};
+
+} // namespace
+
+class tst_SBandwidthDevice : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void freshDeviceIsClosedAndUnlimited()
+    {
+        QBuffer buffer;
+        SBandwidthDevice device(&buffer);
+        QVERIFY(!device.isOpen());
+        QCOMPARE(device.readBandwidth(), 0);
+        QCOMPARE(device.writeBandwidth(), 0);
+        device.setReadBandwidth(1000);
+        device.setWriteBandwidth(2000);
+        QCOMPARE(device.readBandwidth(), 1000);
+        QCOMPARE(device.writeBandwidth(), 2000);
+    }
+
+    void parentOwnsTheDevice()
+    {
+        QObject parent;
+        QBuffer buffer;
+        QPointer<SBandwidthDevice> first(new SBandwidthDevice(&buffer, &parent));
+        QPointer<SBandwidthDevice> second(new SBandwidthDevice(&buffer, true, &parent));
+        QCOMPARE(first->parent(), &parent);
+        QCOMPARE(second->parent(), &parent);
+    }
+
+    void opensTheUnderlyingDevice()
+    {
+        QBuffer buffer;
+        SBandwidthDevice device(&buffer);
+        QVERIFY(device.open(QIODevice::ReadWrite));
+        QCOMPARE(buffer.openMode() & QIODevice::ReadWrite, QIODevice::ReadWrite);
+        QVERIFY(device.isReadable());
+        QVERIFY(device.isWritable());
+    }
+
+    void ownModeIsAlwaysUnbuffered()
+    {
+        const QTemporaryDir folder;
+        QFile file(folder.filePath(u"file"_s));
+        SBandwidthDevice device(&file);
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        QCOMPARE(device.openMode(), QIODevice::WriteOnly | QIODevice::Unbuffered);
+        QCOMPARE(file.openMode(), QIODevice::WriteOnly);
+    }
+
+    void failsWhenTheUnderlyingDeviceDoesNotOpen()
+    {
+        QFile file(u"/nonexistent/file"_s);
+        SBandwidthDevice device(&file);
+        QVERIFY(!device.open(QIODevice::ReadOnly));
+        QVERIFY(!device.isOpen());
+    }
+
+    void failsWithoutAnUnderlyingDevice()
+    {
+        SBandwidthDevice device(nullptr);
+        QVERIFY(!device.open(QIODevice::ReadOnly));
+        QCOMPARE(device.size(), 0);
+        QCOMPARE(device.bytesAvailable(), 0);
+        QVERIFY(!device.canReadLine());
+        QVERIFY(!device.seek(0));
+    }
+
+    void openDeviceThatCannotBeWritten_data()
+    {
+        QTest::addColumn<QIODevice::OpenMode>("mode");
+        QTest::addColumn<bool>("opens");
+        using Mode = QIODevice::OpenMode;
+        QTest::newRow("read") << Mode(QIODevice::ReadOnly) << true;
+        QTest::newRow("read, unbuffered")
+            << Mode(QIODevice::ReadOnly | QIODevice::Unbuffered) << true;
+        QTest::newRow("write") << Mode(QIODevice::WriteOnly) << false;
+        QTest::newRow("read and write") << Mode(QIODevice::ReadWrite) << false;
+    }
+
+    void openDeviceThatCannotBeWritten()
+    {
+        QFETCH(QIODevice::OpenMode, mode);
+        QFETCH(bool, opens);
+        QByteArray bytes("abc");
+        QBuffer buffer(&bytes);
+        QVERIFY(buffer.open(QIODevice::ReadOnly));
+        SBandwidthDevice device(&buffer);
+        QCOMPARE(device.open(mode), opens);
+        QCOMPARE(device.isOpen(), opens);
+    }
+
+    void startsWhereAnOpenDeviceStands()
+    {
+        QByteArray bytes("abcdef");
+        QBuffer buffer(&bytes);
+        QVERIFY(buffer.open(QIODevice::ReadOnly));
+        QVERIFY(buffer.seek(3));
+        SBandwidthDevice device(&buffer);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        QCOMPARE(device.pos(), 3);
+        QCOMPARE(device.read(10), "def"_qba);
+    }
+
+    void closeClosesTheUnderlyingDeviceOnce()
+    {
+        QBuffer buffer;
+        SBandwidthDevice device(&buffer);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        QSignalSpy closing(&device, &QIODevice::aboutToClose);
+        device.close();
+        QVERIFY(!device.isOpen());
+        QVERIFY(!buffer.isOpen());
+        QCOMPARE(closing.count(), 1);
+        device.close();
+        QCOMPARE(closing.count(), 1);
+    }
+
+    void closeLeavesTheUnderlyingDeviceOpen()
+    {
+        QBuffer buffer;
+        SBandwidthDevice device(&buffer, true);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        device.close();
+        QVERIFY(!device.isOpen());
+        QVERIFY(buffer.isOpen());
+    }
+
+    void destructorCloses()
+    {
+        QBuffer buffer;
+        {
+            SBandwidthDevice device(&buffer);
+            QVERIFY(device.open(QIODevice::ReadOnly));
+        }
+        QVERIFY(!buffer.isOpen());
+    }
+
+    void opensAgainAtTheStart()
+    {
+        QByteArray bytes("abcdef");
+        QBuffer buffer(&bytes);
+        SBandwidthDevice device(&buffer);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        QCOMPARE(device.read(3), "abc"_qba);
+        device.close();
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        QCOMPARE(device.pos(), 0);
+        QCOMPARE(device.read(3), "abc"_qba);
+    }
+
+    void closesWithTheUnderlyingDevice()
+    {
+        QBuffer buffer;
+        SBandwidthDevice device(&buffer);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        QSignalSpy closing(&device, &QIODevice::aboutToClose);
+        buffer.close();
+        QVERIFY(!device.isOpen());
+        QCOMPARE(closing.count(), 1);
+    }
+
+    void outlivesTheUnderlyingDevice()
+    {
+        auto source = std::make_unique<Source>();
+        SBandwidthDevice device(source.get());
+        QVERIFY(device.open(QIODevice::ReadWrite));
+        source.reset();
+        QCOMPARE(device.read(1), QByteArray());
+        QCOMPARE(device.write("a"), -1);
+        QCOMPARE(device.bytesToWrite(), 0);
+        device.close();
+        QVERIFY(!device.isOpen());
+        QVERIFY(!device.open(QIODevice::ReadOnly));
+    }
+
+    void passesOnReadyRead()
+    {
+        QBuffer buffer;
+        SBandwidthDevice device(&buffer);
+        QSignalSpy ready(&device, &QIODevice::readyRead);
+        Q_EMIT buffer.readyRead();
+        QCOMPARE(ready.count(), 1);
+    }
+
+    void forwardsWhatTheUnderlyingDeviceIs()
+    {
+        Source source;
+        SBandwidthDevice device(&source);
+        QVERIFY(device.open(QIODevice::ReadWrite));
+        QVERIFY(device.isSequential());
+        QCOMPARE(device.bytesAvailable(), 11);
+        QCOMPARE(device.bytesToWrite(), 22);
+        QVERIFY(!device.canReadLine());
+        source.line = true;
+        QVERIFY(device.canReadLine());
+    }
+
+    void countsOfARandomAccessDeviceAdd()
+    {
+        Source source;
+        source.sequential = false;
+        SBandwidthDevice device(&source);
+        QVERIFY(device.open(QIODevice::ReadWrite));
+        QVERIFY(!device.isSequential());
+        QCOMPARE(device.size(), 1 << 20);
+        QCOMPARE(device.bytesAvailable(), (1 << 20) + 11);
+    }
+
+    void seeksBothDevices()
+    {
+        QByteArray bytes("abcdef");
+        QBuffer buffer(&bytes);
+        SBandwidthDevice device(&buffer);
+        QVERIFY(device.open(QIODevice::ReadWrite));
+        QVERIFY(device.seek(4));
+        QCOMPARE(device.pos(), 4);
+        QCOMPARE(buffer.pos(), 4);
+        QCOMPARE(device.read(1), "e"_qba);
+        QCOMPARE(device.write("F"), 1);
+        QCOMPARE(bytes, "abcdeF"_qba);
+        QTest::ignoreMessage(QtWarningMsg, "QIODevice::seek: Invalid pos: -1");
+        QVERIFY(!device.seek(-1));
+    }
+
+    void asksForNoMoreThanTheCaller()
+    {
+        Source source;
+        SBandwidthDevice device(&source);
+        device.setReadBandwidth(16);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        char byte;
+        QVERIFY(device.getChar(&byte));
+        QCOMPARE(source.reads, QList<qint64>{1});
+    }
+
+    void unlimitedDeviceDoesNotSleep()
+    {
+        Source source;
+        SBandwidthDevice device(&source);
+        QVERIFY(device.open(QIODevice::ReadWrite));
+        QByteArray block(1000, 'x');
+        QElapsedTimer clock;
+        clock.start();
+        for (int i = 0; i < 1000; ++i) {
+            QCOMPARE(device.read(block.data(), block.size()), block.size());
+            QCOMPARE(device.write(block), block.size());
+        }
+        // 2000 sleeps of a millisecond would take two seconds at the least.
+        QVERIFY2(clock.elapsed() < 1500, qPrintable(QString::number(clock.elapsed())));
+        QCOMPARE(source.reads.size(), 1000);
+    }
+
+    void emptyRequestsNeverWait()
+    {
+        Source source;
+        SBandwidthDevice device(&source);
+        device.setReadBandwidth(-1);
+        device.setWriteBandwidth(-1);
+        QVERIFY(device.open(QIODevice::ReadWrite));
+        char byte;
+        QCOMPARE(device.read(&byte, 0), 0);
+        QCOMPARE(device.write(&byte, 0), 0);
+        QVERIFY(source.reads.isEmpty());
+    }
+
+    void requestOfTwiceTheLimitGoesInPieces()
+    {
+        Source source;
+        SBandwidthDevice device(&source);
+        device.setWriteBandwidth(1000);
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        const QByteArray block(2000, 'x');
+        QCOMPARE(device.write(block), 1000);
+        QCOMPARE(source.writes, QList<qint64>{1000});
+    }
+
+    // The first kilobyte goes at once; the second waits until the first has aged out.
+    void limitHoldsTheCallerBack_data()
+    {
+        QTest::addColumn<bool>("reading");
+        QTest::newRow("reading") << true;
+        QTest::newRow("writing") << false;
+    }
+
+    void limitHoldsTheCallerBack()
+    {
+        QFETCH(bool, reading);
+        Source source;
+        SBandwidthDevice device(&source);
+        device.setReadBandwidth(1000);
+        device.setWriteBandwidth(1000);
+        QVERIFY(device.open(QIODevice::ReadWrite));
+        QByteArray block(1000, 'x');
+        const auto transfer = [&] {
+            return reading ? device.read(block.data(), block.size()) : device.write(block);
+        };
+        QElapsedTimer clock;
+        clock.start();
+        QCOMPARE(transfer(), 1000);
+        QCOMPARE(transfer(), 1000);
+        QVERIFY2(clock.elapsed() >= 999, qPrintable(QString::number(clock.elapsed())));
+    }
+
+    void directionsDoNotShareALimit()
+    {
+        Source source;
+        SBandwidthDevice device(&source);
+        device.setReadBandwidth(1000);
+        QVERIFY(device.open(QIODevice::ReadWrite));
+        QByteArray block(1000, 'x');
+        QCOMPARE(device.read(block.data(), block.size()), 1000);
+        QElapsedTimer clock;
+        clock.start();
+        for (int i = 0; i < 10; ++i)
+            QCOMPARE(device.write(block), 1000);
+        QVERIFY2(clock.elapsed() < 900, qPrintable(QString::number(clock.elapsed())));
+    }
+
+    void failureOfTheUnderlyingDeviceIsTheResult()
+    {
+        Source source;
+        source.broken = true;
+        SBandwidthDevice device(&source);
+        device.setReadBandwidth(1000);
+        device.setWriteBandwidth(1000);
+        QVERIFY(device.open(QIODevice::ReadWrite));
+        char byte = 0;
+        // A failed transfer counts nothing, so neither of many waits.
+        for (int i = 0; i < 100; ++i) {
+            QCOMPARE(device.read(&byte, 1), -1);
+            QCOMPARE(device.write(&byte, 1), -1);
+        }
+    }
+
+    void endOfTheUnderlyingDeviceIsTheEnd()
+    {
+        QByteArray bytes("abc");
+        QBuffer buffer(&bytes);
+        SBandwidthDevice device(&buffer);
+        device.setReadBandwidth(1000);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        QCOMPARE(device.readAll(), "abc"_qba);
+        QVERIFY(device.atEnd());
+        QCOMPARE(device.read(1), QByteArray());
+    }
+
+#ifdef Q_OS_LINUX
+    void fullDiskIsReportedByFlush()
+    {
+        QFile file(u"/dev/full"_s);
+        Device device(&file);
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        QCOMPARE(device.write("abc"), 3);
+        QVERIFY(!device.flush());
+    }
+#endif
+
+    void flushOfADeviceWithoutABufferIsTrue()
+    {
+        QBuffer buffer;
+        Device device(&buffer);
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        QVERIFY(device.flush());
+    }
+
+    void socketBytesArriveThroughTheDevice()
+    {
+        QTcpServer server;
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        QTcpSocket client;
+        client.connectToHost(server.serverAddress(), server.serverPort());
+        QVERIFY(server.waitForNewConnection(10000));
+        const std::unique_ptr<QTcpSocket> peer(server.nextPendingConnection());
+        QVERIFY(client.waitForConnected(10000));
+
+        SBandwidthDevice device(&client);
+        device.setReadBandwidth(100000);
+        QVERIFY(device.open(QIODevice::ReadWrite));
+        QVERIFY(device.isSequential());
+        QSignalSpy ready(&device, &QIODevice::readyRead);
+        peer->write("hello");
+        QTRY_COMPARE(device.bytesAvailable(), 5);
+        QVERIFY(ready.count() > 0);
+        QCOMPARE(device.readAll(), "hello"_qba);
+        device.write("bye");
+        QTRY_COMPARE(peer->bytesAvailable(), 3);
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_SBandwidthDevice)
+#include "tst_sbandwidthdevice.moc"
