@@ -821,6 +821,22 @@ private Q_SLOTS:
         QCOMPARE(client.readLike(kIAmAlice), kIAmAlice);
     }
 
+    // The words of an exchange are small writes in a row. Held back for the acknowledgement of the
+    // one before, each exchange would take 40 ms and more.
+    void noWordWaitsForAnAcknowledgement()
+    {
+        SessionHost host;
+        RawClient client;
+        QVERIFY(client.openAndLogin(host.port(), u"alice"_s, u"secret"_s));
+        QElapsedTimer timer;
+        timer.start();
+        for (int i = 0; i < 100; ++i) {
+            client.send(RawBytes::command("wami"));
+            QCOMPARE(client.readLike(kIAmAlice), kIAmAlice);
+        }
+        QVERIFY2(timer.elapsed() < 2000, qPrintable(u"took %1 ms"_s.arg(timer.elapsed())));
+    }
+
     // What arrives while a failed login is being held back is answered afterwards.
     void commandsSentDuringTheDelayAreNotLost()
     {

@@ -117,7 +117,7 @@ inline QByteArray challengeAnswer(const QString &password, const QByteArray &uui
     return sha512Hex(sha512Hex(password.toUtf8()) + uuidText(uuid));
 }
 
-inline QByteArray authentication(const QString &username, const QByteArray &answer)
+inline QByteArray authentication(QStringView username, const QByteArray &answer)
 {
     return command("auth", text(username) + text(QString::fromLatin1(answer)));
 }
