@@ -41,42 +41,42 @@ SStorageInfo::~SStorageInfo()
 
 bool SStorageInfo::isValid() const
 {
-    return m_storage.isValid();
+    return storage().isValid();
 }
 
 QString SStorageInfo::rootPath() const
 {
-    return m_storage.rootPath();
+    return storage().rootPath();
 }
 
 QByteArray SStorageInfo::device() const
 {
-    return m_storage.device();
+    return storage().device();
 }
 
 QByteArray SStorageInfo::fileSystemType() const
 {
-    return m_storage.fileSystemType();
+    return storage().fileSystemType();
 }
 
 qint64 SStorageInfo::bytesTotal() const
 {
-    return m_storage.bytesTotal();
+    return storage().bytesTotal();
 }
 
 qint64 SStorageInfo::bytesFree() const
 {
-    return m_storage.bytesFree();
+    return storage().bytesFree();
 }
 
 qint64 SStorageInfo::bytesAvailable() const
 {
-    return m_storage.bytesAvailable();
+    return storage().bytesAvailable();
 }
 
 bool SStorageInfo::isRemovable() const
 {
-    return !m_folder.isEmpty() && StoragePlatform::isRemovable(m_folder, device());
+    return !m_folder.isEmpty() && StoragePlatform::isRemovable(m_folder);
 }
 
 bool SStorageInfo::sync()
@@ -96,6 +96,13 @@ Qt::CaseSensitivity SStorageInfo::sensitivity() const
     if (m_folder.isEmpty())
         return StoragePlatform::usualSensitivity();
     return StoragePlatform::sensitivity(m_folder, fileSystemType());
+}
+
+const QStorageInfo &SStorageInfo::storage() const
+{
+    if (!m_storage)
+        m_storage = m_folder.isEmpty() ? QStorageInfo() : QStorageInfo(m_folder);
+    return *m_storage;
 }
 
 } // namespace Talverine

@@ -7,6 +7,8 @@
 #include <QtCore/QStorageInfo>
 #include <QtCore/QString>
 
+#include <optional>
+
 namespace Talverine {
 
 /*!
@@ -15,8 +17,9 @@ namespace Talverine {
  *
  * A path that does not exist stands for its nearest existing parent folder, a relative path is
  * taken from the process's current folder. The empty path stands for no storage: it is not valid,
- * and answers as the platform usually does. What isValid(), device() and the counts say is as it
- * was at construction. Not shared between threads; sync() waits for the medium.
+ * and answers as the platform usually does. Making one costs a look at the path and no more: the
+ * system's table of mounts is read at the first question that needs it, and isValid(), device() and
+ * the counts then stay as they were. Not shared between threads; sync() waits for the medium.
  */
 class BRIXRT_EXPORT SStorageInfo final
 {
@@ -58,8 +61,10 @@ public:
     Qt::CaseSensitivity sensitivity() const;
 
 private:
+    const QStorageInfo &storage() const;
+
     QString m_folder;
-    QStorageInfo m_storage;
+    mutable std::optional<QStorageInfo> m_storage;
     bool m_syncLater = false;
 };
 

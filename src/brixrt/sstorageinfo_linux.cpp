@@ -4,6 +4,7 @@
 #include "sysfsblock_linux_p.h"
 
 #include <QtCore/QFile>
+#include <QtCore/QStorageInfo>
 
 #include <algorithm>
 #include <array>
@@ -43,7 +44,7 @@ private:
 };
 
 // Number of the block device that the folder lies on; 0 when there is none.
-dev_t blockDevice(const QString &folder, const QByteArray &device)
+dev_t blockDevice(const QString &folder)
 {
     struct stat status = {};
     if (::stat(QFile::encodeName(folder).constData(), &status) != 0)
@@ -52,11 +53,10 @@ dev_t blockDevice(const QString &folder, const QByteArray &device)
         return status.st_dev;
     // File systems of several devices number themselves with major 0, as those without a device
     // do; the mount table names one of the devices.
-    if (device.startsWith("/dev/") && ::stat(device.constData(), &status) == 0 &&
-        S_ISBLK(status.st_mode)) {
-        return status.st_rdev;
-    }
-    return 0;
+    const QByteArray device = QStorageInfo(folder).device();
+    const bool isBlockDevice = device.startsWith("/dev/") &&
+                               ::stat(device.constData(), &status) == 0 && S_ISBLK(status.st_mode);
+    return isBlockDevice ? status.st_rdev : 0;
 }
 
 // Folders may be told one by one to ignore case.
@@ -71,9 +71,9 @@ bool isCaseFolded(const QString &folder)
 
 } // namespace
 
-bool isRemovable(const QString &folder, const QByteArray &device)
+bool isRemovable(const QString &folder)
 {
-    const dev_t number = blockDevice(folder, device);
+    const dev_t number = blockDevice(folder);
     return gnu_dev_major(number) != 0 &&
            isRemovableBlockDevice(QStringLiteral("/sys/dev/block"), gnu_dev_major(number),
                                   gnu_dev_minor(number));

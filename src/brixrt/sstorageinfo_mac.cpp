@@ -8,7 +8,7 @@
 
 namespace Talverine::StoragePlatform {
 
-bool isRemovable(const QString &folder, const QByteArray &)
+bool isRemovable(const QString &folder)
 {
     struct statfs status = {};
     if (::statfs(QFile::encodeName(folder).constData(), &status) != 0)

@@ -7,8 +7,8 @@
 // What each platform answers in a file of its own; folders are absolute and exist.
 namespace Talverine::StoragePlatform {
 
-//! True when the folder's storage is one that a user pulls out; device as QStorageInfo names it.
-bool isRemovable(const QString &folder, const QByteArray &device);
+//! True when the folder's storage is one that a user pulls out.
+bool isRemovable(const QString &folder);
 
 //! Flushes the storage of the folder; false when the system reports an error.
 bool sync(const QString &folder);

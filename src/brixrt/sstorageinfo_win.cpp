@@ -22,7 +22,7 @@ const wchar_t *wide(const QString &text)
 
 } // namespace
 
-bool isRemovable(const QString &folder, const QByteArray &)
+bool isRemovable(const QString &folder)
 {
     const QString drive = driveName(folder);
     return !drive.isEmpty() && GetDriveTypeW(wide(drive + u'\\')) == DRIVE_REMOVABLE;

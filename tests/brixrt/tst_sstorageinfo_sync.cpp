@@ -22,7 +22,7 @@ Platform platform;
 
 namespace Talverine::StoragePlatform {
 
-bool isRemovable(const QString &, const QByteArray &)
+bool isRemovable(const QString &)
 {
     return platform.removable;
 }
