@@ -64,6 +64,9 @@ public:
                 QObject *parent = nullptr);
     ~SClientBase() override;
 
+    //! Sends the first waiting command and handles its answer.
+    bool doWork() override;
+
     // Queries.
 
     //! The host name; when there is none and \a lookup is set, the name of address(), which blocks.
@@ -149,8 +152,6 @@ Q_SIGNALS:
     void linkTestFinished(double uploadBytesPerSeconds, double downloadBytesPerSeconds);
 
 protected:
-    //! Sends the first waiting command and handles its answer.
-    bool doWork() override;
     //! Connects and reads the greeting.
     bool workerInit() override;
     /*!
