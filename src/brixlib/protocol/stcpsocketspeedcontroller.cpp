@@ -167,11 +167,13 @@ void STcpSocketSpeedController::add(STcpSocket *socket)
     if (!socket)
         return;
     const Throttle identity = socket->m_incoming;
+    bool replacesDeadOne = false;
     {
         const QMutexLocker lock(&d->mutex);
         d->records.insert(socket, Record());
         if (d->isMember(socket, identity))
             return;
+        replacesDeadOne = d->members.contains(socket);
         Member &member = d->members[socket];
         member = {identity, socket->m_outgoing, {}};
 
@@ -191,6 +193,8 @@ void STcpSocketSpeedController::add(STcpSocket *socket)
             connect(socket, &QObject::destroyed, this, forget),
         };
     }
+    if (replacesDeadOne)
+        Q_EMIT socketRemoved();
     Q_EMIT socketAdded();
 }
 
