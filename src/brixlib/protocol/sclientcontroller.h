@@ -4,11 +4,11 @@
 #include <brixlib/brixlib_export.h>
 
 #include <QtCore/QObject>
-#include <QtCore/QSet>
 #include <QtNetwork/QNetworkProxy>
 
 namespace Talverine {
 
+class ConnectionRunners;
 class SClientBase;
 class SSimpleBackgroundRunner;
 
@@ -59,12 +59,8 @@ Q_SIGNALS:
     void interruptWorkersRequested();
 
 private:
-    SSimpleBackgroundRunner *addRunner(SClientBase *client);
-    void incCount(const QObject *runner);
-    void decCount(const QObject *runner);
-
     QNetworkProxy m_proxy;
-    QSet<const QObject *> m_running;
+    ConnectionRunners *m_runners;
 };
 
 } // namespace Talverine

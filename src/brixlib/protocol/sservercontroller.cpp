@@ -2,12 +2,11 @@
 #include <brixlib/protocol/sservercontroller.h>
 
 #include "closeconnection_p.h"
+#include "connectionrunners_p.h"
 
 #include <brixlib/protocol/sserverbase.h>
 #include <brixlib/protocol/stcpserver.h>
 #include <brixlib/workers/ssimplebackgroundrunner.h>
-
-#include <brixrt/ssignalresult.h>
 
 #include <QtCore/QDebug>
 #include <QtCore/QMetaMethod>
@@ -24,7 +23,12 @@ constexpr int kAcceptRetryMs = 100;
 SServerController::SServerController(QObject *parent)
     : QObject(parent)
     , m_server(new STcpServer(this))
+    , m_runners(new ConnectionRunners(this))
 {
+    connect(m_runners, &ConnectionRunners::countChanged, this,
+            &SServerController::connectionCountChanged);
+    connect(this, &SServerController::interruptWorkersRequested, m_runners,
+            &ConnectionRunners::interrupt);
     connect(m_server, &STcpServer::newConnection, this, &SServerController::onNewConnection);
     connect(m_server, &STcpServer::acceptError, this, &SServerController::onAcceptError);
 }
@@ -32,9 +36,7 @@ SServerController::SServerController(QObject *parent)
 SServerController::~SServerController()
 {
     m_server->close();
-    // The runners are children, and each waits for its thread: told all at once, the threads end
-    // side by side.
-    interruptWorkers();
+    delete m_runners;
 }
 
 bool SServerController::listen(const QHostAddress &address, unsigned short port)
@@ -81,43 +83,23 @@ QString SServerController::errorString() const
 
 SSimpleBackgroundRunner *SServerController::serveNewConnection(SServerBase *server, bool autoDelete)
 {
-    SSimpleBackgroundRunner *runner = makeRunner(server);
+    const QPointer<SSimpleBackgroundRunner> runner = m_runners->add(server);
     if (autoDelete)
         connect(runner, &SSimpleBackgroundRunner::finished, runner, &QObject::deleteLater);
-    SSignalResult result;
-    connect(server, &SServerBase::started, &result, &SSignalResult::success);
-    connect(server, &SServerBase::finished, &result, &SSignalResult::failed);
-    runner->start(QThread::InheritPriority);
-    if (result.waitResult())
-        return runner;
-    // The caller never gets to see it.
-    connect(runner, &SSimpleBackgroundRunner::finished, runner, &QObject::deleteLater);
-    if (!runner->isRunning())
-        runner->deleteLater();
-    return nullptr;
+    return ConnectionRunners::start(runner, server);
 }
 
 SSimpleBackgroundRunner *SServerController::serveNewConnectionAsync(SServerBase *server, bool start)
 {
-    SSimpleBackgroundRunner *runner = makeRunner(server);
+    SSimpleBackgroundRunner *runner = m_runners->add(server);
     if (start)
         runner->start(QThread::InheritPriority);
     return runner;
 }
 
-SSimpleBackgroundRunner *SServerController::makeRunner(SServerBase *server)
-{
-    auto *runner = new SSimpleBackgroundRunner(server, this);
-    connect(this, &SServerController::interruptWorkersRequested, runner,
-            &SSimpleBackgroundRunner::requestInterruption);
-    connect(runner, &SSimpleBackgroundRunner::started, this, &SServerController::incCount);
-    connect(runner, &SSimpleBackgroundRunner::finished, this, &SServerController::decCount);
-    return runner;
-}
-
 int SServerController::count() const
 {
-    return m_count;
+    return m_runners->count();
 }
 
 int SServerController::maximumConnections() const
@@ -132,7 +114,7 @@ void SServerController::setMaximumConnections(int maximum)
 
 bool SServerController::maximumConnectionsReached() const
 {
-    return m_maximumConnections >= 1 && m_count >= m_maximumConnections;
+    return m_maximumConnections >= 1 && count() >= m_maximumConnections;
 }
 
 void SServerController::interruptWorkers()
@@ -160,16 +142,6 @@ void SServerController::onAcceptError()
         if (!m_isPaused)
             m_server->resumeAccepting();
     });
-}
-
-void SServerController::incCount()
-{
-    Q_EMIT connectionCountChanged(++m_count);
-}
-
-void SServerController::decCount()
-{
-    Q_EMIT connectionCountChanged(--m_count);
 }
 
 } // namespace Talverine

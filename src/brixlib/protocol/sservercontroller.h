@@ -8,6 +8,7 @@
 
 namespace Talverine {
 
+class ConnectionRunners;
 class SServerBase;
 class SSimpleBackgroundRunner;
 class STcpServer;
@@ -81,14 +82,11 @@ Q_SIGNALS:
     void newConnection(qint64 socketDescriptor);
 
 private:
-    SSimpleBackgroundRunner *makeRunner(SServerBase *server);
     void onNewConnection(qint64 socketDescriptor);
     void onAcceptError();
-    void incCount();
-    void decCount();
 
     STcpServer *m_server;
-    int m_count = 0;
+    ConnectionRunners *m_runners;
     int m_maximumConnections = 0;
     bool m_isPaused = false;
 };
