@@ -134,12 +134,15 @@ class RawClient final
 public:
     static constexpr int kWaitMs = 10000;
 
-    //! Connects to 127.0.0.1; false when that fails.
+    //! Connects to 127.0.0.1; false when that fails. The server may have hung up again by then.
     [[nodiscard]] bool open(quint16 port)
     {
+        bool connected = false;
+        const auto watch = QObject::connect(&m_socket, &QTcpSocket::connected, &m_socket,
+                                            [&connected] { connected = true; });
         m_socket.connectToHost(QHostAddress(QHostAddress::LocalHost), port);
-        const bool connected =
-            wait([this] { return m_socket.state() == QAbstractSocket::ConnectedState; }, kWaitMs);
+        wait([&connected] { return connected; }, kWaitMs);
+        QObject::disconnect(watch);
         m_socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
         return connected;
     }
