@@ -4,6 +4,19 @@
 
 include(GenerateExportHeader)
 
+# Installed programs and libraries find the libraries wherever the whole prefix is moved.
+if(NOT WIN32 AND NOT DEFINED CMAKE_INSTALL_RPATH)
+    cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR BASE_DIRECTORY "${CMAKE_INSTALL_FULL_BINDIR}"
+        OUTPUT_VARIABLE bin_to_lib)
+    if(APPLE)
+        set(CMAKE_INSTALL_RPATH "@loader_path;@loader_path/${bin_to_lib}")
+    else()
+        set(CMAKE_INSTALL_RPATH "$ORIGIN;$ORIGIN/${bin_to_lib}")
+    endif()
+    # Qt may live outside of the system's folders too.
+    set(CMAKE_INSTALL_RPATH_USE_LINK_PATH ON)
+endif()
+
 # brix_library(<name>): a shared library with hidden visibility, its export header
 # <name>/<name>_export.h, its version header <name>/<name>_version.h, and the alias brixlib::<name>.
 function(brix_library name)
@@ -95,12 +108,29 @@ function(brix_library_folder library folder)
     set_property(GLOBAL APPEND PROPERTY BRIX_PUBLIC_HEADERS ${public} ${library}/${umbrella}.h)
 endfunction()
 
+# brix_library_umbrella(<library>): <library>/<library>.h over the umbrella headers of all folders;
+# stands behind the last of them.
+function(brix_library_umbrella library)
+    get_property(folders GLOBAL PROPERTY BRIX_UMBRELLAS_${library})
+    set(includes "")
+    foreach(folder IN LISTS folders)
+        string(APPEND includes "#include <${library}/${folder}.h>\n")
+    endforeach()
+    brix_write_umbrella(${library} ${library} "${includes}")
+    set_property(GLOBAL APPEND PROPERTY BRIX_PUBLIC_HEADERS ${library}/${library}.h)
+endfunction()
+
 # Writes <library>/<umbrella>.h with the given include lines and installs it.
 function(brix_write_umbrella library umbrella includes)
+    set(what "${library}/${umbrella}")
+    if(umbrella STREQUAL library)
+        set(what "${library}")
+        string(PREPEND includes "#include <${library}/${library}_version.h>\n")
+    endif()
     set(file "${PROJECT_BINARY_DIR}/include/${library}/${umbrella}.h")
     file(CONFIGURE OUTPUT "${file}" @ONLY CONTENT
 "// SPDX-License-Identifier: MIT
-// Everything public of ${library}/${umbrella} in one include.
+// Everything public of ${what} in one include.
 #pragma once
 
 ${includes}")

@@ -4,14 +4,6 @@
 
 include(CMakePackageConfigHelpers)
 
-# One umbrella over all folders of brixlib.
-get_property(folders GLOBAL PROPERTY BRIX_UMBRELLAS_brixlib)
-set(includes "")
-foreach(folder IN LISTS folders)
-    string(APPEND includes "#include <brixlib/${folder}.h>\n")
-endforeach()
-brix_write_umbrella(brixlib brixlib "${includes}")
-
 set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/brixlib")
 configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/brixlibConfig.cmake.in"
     "${PROJECT_BINARY_DIR}/brixlibConfig.cmake"
