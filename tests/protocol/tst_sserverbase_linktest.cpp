@@ -1,0 +1,256 @@
+// SPDX-License-Identifier: MIT
+// The server's half of the link test, under a scripted client.
+#include <brixlib/protocol/wire.h>
+
+#include <shared/rawclient.h>
+#include <shared/sessionhost.h>
+
+using namespace Talverine;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr qint64 kBlockBytes = 1048576;
+
+} // namespace
+
+class tst_SServerBase_linktest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init()
+    {
+        m_started.clear();
+        m_finished.clear();
+        m_transferred.clear();
+        m_progress = -1;
+        m_result = false;
+    }
+
+    void noSecondsExchangeTheEndWords()
+    {
+        SessionHost host;
+        RawClient client;
+        QVERIFY(start(client, host, 0, 0));
+        QVERIFY(client.staysQuiet(50));
+        client.send(RawBytes::u64(0));
+        QCOMPARE(client.read(12), RawBytes::u64(0) + RawBytes::ack());
+        QTRY_VERIFY(m_result);
+        QCOMPARE(m_started, (QList<QVariantList>{{0, 0}}));
+        QCOMPARE(m_finished, (QList<QVariantList>{{0.0, 0.0}}));
+        QCOMPARE(m_progress, 100);
+        sessionGoesOn(client);
+    }
+
+    void theUploadIsMeasured()
+    {
+        SessionHost host;
+        RawClient client;
+        QVERIFY(start(client, host, 2, 0));
+        for (int i = 0; i < 8; ++i)
+            client.send(RawBytes::u64(kBlockBytes) + QByteArray(kBlockBytes, 'x'));
+        client.send(RawBytes::u64(1) + "x" + RawBytes::u64(0));
+        QCOMPARE(client.read(12), RawBytes::u64(0) + RawBytes::ack());
+        QTRY_COMPARE(m_finished.size(), 1);
+        QVERIFY(m_finished.at(0).at(0).toDouble() > 8.0 * kBlockBytes / 60);
+        QCOMPARE(m_finished.at(0).at(1).toDouble(), 0.0);
+        sessionGoesOn(client);
+    }
+
+    void theDownloadLastsAsLongAsAsked()
+    {
+        SessionHost host;
+        RawClient client;
+        QVERIFY(start(client, host, 0, 1));
+        QElapsedTimer timer;
+        timer.start();
+        client.send(RawBytes::u64(0));
+        qint64 received = 0;
+        for (quint64 size = client.readWord64(); size != 0; size = client.readWord64()) {
+            QCOMPARE(size, static_cast<quint64>(kBlockBytes));
+            QCOMPARE(client.read(kBlockBytes).size(), kBlockBytes);
+            received += kBlockBytes;
+        }
+        QVERIFY(timer.elapsed() >= 1000);
+        QVERIFY2(timer.elapsed() < 5000, qPrintable(u"took %1 ms"_s.arg(timer.elapsed())));
+        QCOMPARE(client.read(4), RawBytes::ack());
+        QTRY_COMPARE(m_finished.size(), 1);
+        QCOMPARE(m_finished.at(0).at(0).toDouble(), 0.0);
+        const double rate = m_finished.at(0).at(1).toDouble();
+        QVERIFY(rate > 0.0 && rate <= static_cast<double>(received));
+        // Reports begin after half a second.
+        QVERIFY(!m_transferred.isEmpty());
+        QVERIFY(m_transferred.first().first < received);
+        for (const auto &report : std::as_const(m_transferred))
+            QVERIFY(report.first <= received && report.second > 0);
+        sessionGoesOn(client);
+    }
+
+    void reportsOfTheUploadCountBothPhases()
+    {
+        SessionHost host;
+        RawClient client;
+        QVERIFY(start(client, host, 1, 0));
+        client.send(RawBytes::u64(1000) + QByteArray(1000, 'x'));
+        QVERIFY(client.staysQuiet(600));
+        QVERIFY(m_transferred.isEmpty());
+        client.send(RawBytes::u64(1000) + QByteArray(1000, 'x'));
+        QTRY_COMPARE(m_transferred.size(), 1);
+        QCOMPARE(m_transferred.first().first, 2000);
+        // 2000 bytes in a little more than 600 of 1000 ms, and as much once more to come.
+        QVERIFY(m_transferred.first().second > 2000);
+        QVERIFY(m_transferred.first().second <= 2 * 2000 * 1000 / 600);
+    }
+
+    void aBlockAboveTheBufferEndsTheSession_data()
+    {
+        QTest::addColumn<quint64>("size");
+        QTest::newRow("one byte above") << quint64(kBlockBytes + 1);
+        QTest::newRow("2 GiB") << (quint64(1) << 31);
+        QTest::newRow("negative") << ~quint64(0);
+        QTest::newRow("smallest") << (quint64(1) << 63);
+    }
+
+    void aBlockAboveTheBufferEndsTheSession()
+    {
+        QFETCH(quint64, size);
+        SessionHost host;
+        RawClient client;
+        QVERIFY(start(client, host, 1, 1));
+        client.send(RawBytes::u64(size) + "x");
+        QCOMPARE(client.read(4), RawBytes::nack());
+        QVERIFY(client.endsHere());
+        QTRY_COMPARE(host.controller.count(), 0);
+        QVERIFY(m_finished.isEmpty());
+    }
+
+    void noBlockWithinTheTimeOutEndsTheSession()
+    {
+        SessionHost host;
+        host.timeoutMs = 300;
+        RawClient client;
+        QVERIFY(start(client, host, 1, 1));
+        // The time counts from block to block.
+        for (int i = 0; i < 4; ++i) {
+            QVERIFY(client.staysQuiet(150));
+            client.send(RawBytes::u64(1) + "x");
+        }
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(client.read(4), RawBytes::nack());
+        QVERIFY(timer.elapsed() >= 250);
+        QVERIFY(client.endsHere());
+    }
+
+    void aNegativeTimeOutWaits()
+    {
+        SessionHost host;
+        host.timeoutMs = -1;
+        RawClient client;
+        QVERIFY(start(client, host, 1, 0));
+        QVERIFY(client.staysQuiet(500));
+        client.send(RawBytes::u64(0));
+        QCOMPARE(client.read(12), RawBytes::u64(0) + RawBytes::ack());
+    }
+
+    void aBlockCutOffEndsTheSession()
+    {
+        SessionHost host;
+        host.timeoutMs = 100;
+        RawClient client;
+        QVERIFY(start(client, host, 1, 1));
+        client.send(RawBytes::u64(1000) + QByteArray(999, 'x'));
+        QCOMPARE(client.read(4), RawBytes::nack());
+        QVERIFY(client.endsHere());
+    }
+
+    void negativeSecondsSendNothing()
+    {
+        SessionHost host;
+        RawClient client;
+        QVERIFY(start(client, host, -1, std::numeric_limits<qint32>::min()));
+        client.send(RawBytes::u64(0));
+        QCOMPARE(client.read(12), RawBytes::u64(0) + RawBytes::ack());
+    }
+
+    void anInterruptionEndsTheUpload()
+    {
+        SessionHost host;
+        RawClient client;
+        QVERIFY(start(client, host, 60, 60));
+        client.send(RawBytes::u64(1) + "x");
+        QVERIFY(client.staysQuiet(50));
+        m_result = true;
+        host.controller.interruptWorkers();
+        QCOMPARE(client.read(4), RawBytes::nack());
+        QVERIFY(client.endsHere(1500));
+        QTRY_VERIFY(!m_result);
+    }
+
+    // The largest number of seconds must not overflow into none.
+    void aVeryLongTestCanBeInterrupted()
+    {
+        SessionHost host;
+        RawClient client;
+        const qint32 longest = std::numeric_limits<qint32>::max();
+        QVERIFY(start(client, host, longest, longest));
+        client.send(RawBytes::u64(0));
+        QCOMPARE(client.readWord64(), static_cast<quint64>(kBlockBytes));
+        QElapsedTimer timer;
+        timer.start();
+        while (timer.elapsed() < 700)
+            QVERIFY(client.read(kBlockBytes).size() == kBlockBytes);
+        host.controller.interruptWorkers();
+        while (client.socket().state() == QAbstractSocket::ConnectedState)
+            client.read(kBlockBytes, 100);
+        QTRY_COMPARE_WITH_TIMEOUT(host.controller.count(), 0, 2000);
+        for (const auto &report : std::as_const(m_transferred))
+            QVERIFY(report.second >= report.first);
+    }
+
+private:
+    [[nodiscard]] bool start(RawClient &client, SessionHost &host, qint32 up, qint32 down)
+    {
+        host.prepare = [this](SServerBase *server) {
+            connect(server, &SServerBase::linkTestStarted, this, [this](int first, int second) {
+                m_started.append({first, second});
+            });
+            connect(server, &SServerBase::linkTestFinished, this,
+                    [this](double first, double second) {
+                        m_finished.append({first, second});
+                    });
+            connect(server, &SServerBase::transferredBytes, this,
+                    [this](qint64 bytes, qint64 total) {
+                        m_transferred.append({bytes, total});
+                    });
+            connect(server, &SServerBase::progress, this,
+                    [this](int value) { m_progress = value; });
+            connect(server, &SServerBase::commandResult, this, [this](SCommandId id, bool result) {
+                if (id == CommandIds::kLinkTest)
+                    m_result = result;
+            });
+        };
+        if (!client.openAndLogin(host.port(), u"alice"_s, u"secret"_s))
+            return false;
+        client.send(RawBytes::command("lnkt", RawBytes::i32(up) + RawBytes::i32(down)));
+        return client.read(4) == RawBytes::ack();
+    }
+
+    static void sessionGoesOn(RawClient &client)
+    {
+        client.send(RawBytes::command("wami"));
+        QCOMPARE(client.read(4), RawBytes::ack());
+        QCOMPARE(client.readFrame(), RawBytes::text(u"alice"));
+        QCOMPARE(client.read(4), RawBytes::ack());
+    }
+
+    QList<QVariantList> m_started;
+    QList<QVariantList> m_finished;
+    QList<std::pair<qint64, qint64>> m_transferred;
+    int m_progress = -1;
+    bool m_result = false;
+};
+
+QTEST_GUILESS_MAIN(tst_SServerBase_linktest)
+#include "tst_sserverbase_linktest.moc"
