@@ -61,6 +61,25 @@ S_ENUM(Extended,
     One = 1
 )
 
+S_ENUM(Many,
+    K00, K01, K02, K03, K04, K05, K06, K07, K08, K09, K0A, K0B, K0C, K0D, K0E, K0F,
+    K10, K11, K12, K13, K14, K15, K16, K17, K18, K19, K1A, K1B, K1C, K1D, K1E, K1F,
+    K20, K21, K22, K23, K24, K25, K26, K27, K28, K29, K2A, K2B, K2C, K2D, K2E, K2F,
+    K30, K31, K32, K33, K34, K35, K36, K37, K38, K39, K3A, K3B, K3C, K3D, K3E, K3F,
+    K40, K41, K42, K43, K44, K45, K46, K47, K48, K49, K4A, K4B, K4C, K4D, K4E, K4F,
+    K50, K51, K52, K53, K54, K55, K56, K57, K58, K59, K5A, K5B, K5C, K5D, K5E, K5F,
+    K60, K61, K62, K63, K64, K65, K66, K67, K68, K69, K6A, K6B, K6C, K6D, K6E, K6F,
+    K70, K71, K72, K73, K74, K75, K76, K77, K78, K79, K7A, K7B, K7C, K7D, K7E, K7F,
+    K80, K81, K82, K83, K84, K85, K86, K87, K88, K89, K8A, K8B, K8C, K8D, K8E, K8F,
+    K90, K91, K92, K93, K94, K95, K96, K97, K98, K99, K9A, K9B, K9C, K9D, K9E, K9F,
+    KA0, KA1, KA2, KA3, KA4, KA5, KA6, KA7, KA8, KA9, KAA, KAB, KAC, KAD, KAE, KAF,
+    KB0, KB1, KB2, KB3, KB4, KB5, KB6, KB7, KB8, KB9, KBA, KBB, KBC, KBD, KBE, KBF,
+    KC0, KC1, KC2, KC3, KC4, KC5, KC6, KC7, KC8, KC9, KCA, KCB, KCC, KCD, KCE, KCF,
+    KD0, KD1, KD2, KD3, KD4, KD5, KD6, KD7, KD8, KD9, KDA, KDB, KDC, KDD, KDE, KDF,
+    KE0, KE1, KE2, KE3, KE4, KE5, KE6, KE7, KE8, KE9, KEA, KEB, KEC, KED, KEE, KEF,
+    KF0, KF1, KF2, KF3, KF4, KF5, KF6, KF7, KF8, KF9, KFA, KFB, KFC, KFD, KFE, KFF
+)
+
 S_ENUM(Late,
     One = 1
 )
@@ -198,6 +217,15 @@ private Q_SLOTS:
         QCOMPARE(table.toString(Answer::Yes), u"Yes"_s);
         QCOMPARE(table.toString(false), u"No"_s);
         QCOMPARE(table.fromString(u"yes"_s, Answer::No), Answer::Yes);
+    }
+
+    void tableHoldsAsManyKeysAsTheMacroAllows()
+    {
+        const auto &table = Many_T::instance();
+        QCOMPARE(table.values().size(), 256);
+        QCOMPARE(table.toString(Many::K00), u"K00"_s);
+        QCOMPARE(table.toString(255), u"KFF"_s);
+        QCOMPARE(table.fromString(u"k80"_s, Many::K00), Many::K80);
     }
 
     void pairIsInsertedOnce()

@@ -217,12 +217,16 @@ public:
 
 } // namespace Talverine
 
-// Applies a macro to each of up to 256 keys.
+// Applies a macro to each of up to 256 keys: every level reads its text four times over.
 #define BRIX_ENUM_PARENS ()
-#define BRIX_ENUM_EXPAND(...) BRIX_ENUM_EXPAND3(BRIX_ENUM_EXPAND3(BRIX_ENUM_EXPAND3(__VA_ARGS__)))
-#define BRIX_ENUM_EXPAND3(...) BRIX_ENUM_EXPAND2(BRIX_ENUM_EXPAND2(BRIX_ENUM_EXPAND2(__VA_ARGS__)))
-#define BRIX_ENUM_EXPAND2(...) BRIX_ENUM_EXPAND1(BRIX_ENUM_EXPAND1(BRIX_ENUM_EXPAND1(__VA_ARGS__)))
-#define BRIX_ENUM_EXPAND1(...) BRIX_ENUM_EXPAND0(BRIX_ENUM_EXPAND0(BRIX_ENUM_EXPAND0(__VA_ARGS__)))
+#define BRIX_ENUM_EXPAND(...)                                                                      \
+    BRIX_ENUM_EXPAND3(BRIX_ENUM_EXPAND3(BRIX_ENUM_EXPAND3(BRIX_ENUM_EXPAND3(__VA_ARGS__))))
+#define BRIX_ENUM_EXPAND3(...)                                                                     \
+    BRIX_ENUM_EXPAND2(BRIX_ENUM_EXPAND2(BRIX_ENUM_EXPAND2(BRIX_ENUM_EXPAND2(__VA_ARGS__))))
+#define BRIX_ENUM_EXPAND2(...)                                                                     \
+    BRIX_ENUM_EXPAND1(BRIX_ENUM_EXPAND1(BRIX_ENUM_EXPAND1(BRIX_ENUM_EXPAND1(__VA_ARGS__))))
+#define BRIX_ENUM_EXPAND1(...)                                                                     \
+    BRIX_ENUM_EXPAND0(BRIX_ENUM_EXPAND0(BRIX_ENUM_EXPAND0(BRIX_ENUM_EXPAND0(__VA_ARGS__))))
 #define BRIX_ENUM_EXPAND0(...) __VA_ARGS__
 #define BRIX_ENUM_EACH(macro, Name, ...)                                                           \
     __VA_OPT__(BRIX_ENUM_EXPAND(BRIX_ENUM_STEP(macro, Name, __VA_ARGS__)))
@@ -262,8 +266,8 @@ public:
  *         Plain = 1
  *     )
  *
- * A key's value is a number or left out; it does not refer to other keys. An alias is a second key
- * with the same number. No semicolon follows any macro of this family.
+ * There are at most 256 keys. A key's value is a number or left out; it does not refer to other keys.
+ * An alias is a second key with the same number. No semicolon follows any macro of this family.
  */
 #define S_ENUM(Name, ...)                                                                          \
     BRIX_ENUM_DECLARE(Name, int, __VA_ARGS__)                                                      \
