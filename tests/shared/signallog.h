@@ -24,9 +24,12 @@ public:
     template<typename Class, typename... Arguments>
     SignalLog(const std::type_identity_t<Class> *sender, void (Class::*signal)(Arguments...))
     {
-        QObject::connect(sender, signal, &m_context, [this](const Values &...values) {
-            m_entries.append(std::make_tuple(values...));
-        });
+        listen(sender, signal);
+    }
+    template<typename Class, typename... Arguments>
+    SignalLog(const std::type_identity_t<Class> *sender, void (Class::*signal)(Arguments...) const)
+    {
+        listen(sender, signal);
     }
 
     qsizetype count() const { return m_entries.size(); }
@@ -51,10 +54,22 @@ public:
     }
 
 private:
+    template<typename Class, typename Signal>
+    void listen(const Class *sender, Signal signal)
+    {
+        QObject::connect(sender, signal, &m_context, [this](const Values &...values) {
+            m_entries.append(std::make_tuple(values...));
+        });
+    }
+
     QObject m_context;
     QList<std::tuple<Values...>> m_entries;
 };
 
 template<typename Class, typename... Arguments>
 SignalLog(const std::type_identity_t<Class> *, void (Class::*)(Arguments...))
+    -> SignalLog<std::decay_t<Arguments>...>;
+
+template<typename Class, typename... Arguments>
+SignalLog(const std::type_identity_t<Class> *, void (Class::*)(Arguments...) const)
     -> SignalLog<std::decay_t<Arguments>...>;

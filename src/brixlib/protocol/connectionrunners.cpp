@@ -22,8 +22,8 @@ void deleteAfterEnd(SSimpleBackgroundRunner *runner)
 
 } // namespace
 
-ConnectionRunners::ConnectionRunners(QObject *parent)
-    : QObject(parent)
+ConnectionRunners::ConnectionRunners(QObject *controller)
+    : QObject(controller)
 {
 }
 
@@ -32,7 +32,8 @@ ConnectionRunners::~ConnectionRunners()
     Q_EMIT interrupt();
     // They wait for their threads one after the other, and none is to count down in an object half
     // gone.
-    const auto runners = findChildren<SSimpleBackgroundRunner *>(Qt::FindDirectChildrenOnly);
+    const auto runners =
+        parent()->findChildren<SSimpleBackgroundRunner *>(Qt::FindDirectChildrenOnly);
     for (SSimpleBackgroundRunner *runner : runners)
         QObject::disconnect(runner, nullptr, this, nullptr);
     qDeleteAll(runners);
@@ -40,7 +41,7 @@ ConnectionRunners::~ConnectionRunners()
 
 SSimpleBackgroundRunner *ConnectionRunners::add(SSimpleWorker *worker)
 {
-    auto *runner = new SSimpleBackgroundRunner(worker, this);
+    auto *runner = new SSimpleBackgroundRunner(worker, parent());
     connect(this, &ConnectionRunners::interrupt, runner,
             &SSimpleBackgroundRunner::requestInterruption);
     connect(runner, &SSimpleBackgroundRunner::started, this, [this, runner] { insert(runner); });

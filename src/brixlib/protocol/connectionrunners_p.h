@@ -19,7 +19,8 @@ class ConnectionRunners final : public QObject
     Q_OBJECT
 
 public:
-    explicit ConnectionRunners(QObject *parent);
+    //! \a controller becomes the parent of this and of all runners, and deletes this first.
+    explicit ConnectionRunners(QObject *controller);
     ~ConnectionRunners() override;
 
     //! A runner for \a worker, which is not started yet.
