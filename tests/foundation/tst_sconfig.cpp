@@ -84,6 +84,17 @@ private Q_SLOTS:
         QCOMPARE(config.variable(u"name"_s), QString());
     }
 
+    void exampleOfTheFormatPage()
+    {
+        const SConfig config = parsed("# Press 4, left side\n"
+                                      "$VERSION 3\n"
+                                      "%NAME% = Press 4\n"
+                                      "%PATH% = /srv/jobs=left\n");
+        QCOMPARE(config.version(), 3u);
+        QCOMPARE(config.variable(u"NAME"_s), u"Press 4"_s);
+        QCOMPARE(config.variable(u"PATH"_s), u"/srv/jobs=left"_s);
+    }
+
     void withoutAVersionLineTheVersionIsAllBits()
     {
         QCOMPARE(parsed("%NAME% = value\n").version(), 0xFFFFFFFFu);
