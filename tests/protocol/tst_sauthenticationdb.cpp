@@ -50,6 +50,10 @@ protected:
     qint64 writeData(const char *, qint64 size) override { return std::min<qint64>(size, 10); }
 };
 
+class DerivedDb final : public SAuthenticationDb
+{
+};
+
 // Tells when it dies.
 class WatchedUser final : public SUserData
 {
@@ -126,6 +130,22 @@ private Q_SLOTS:
         QVERIFY(removed.isEmpty());
     }
 
+    void insertOfTheSameObjectKeepsItAndTells()
+    {
+        SAuthenticationDb db;
+        bool alive = false;
+        auto *ann = new WatchedUser(u"ann"_s, &alive);
+        db.insert(ann);
+        QSignalSpy added(&db, &SAuthenticationDb::added);
+        ann->setEnabled(false);
+        db.insert(ann);
+        QVERIFY(alive);
+        QCOMPARE(db.value(u"ann"_s), ann);
+        QCOMPARE(added, QList<QVariantList>{{u"ann"_s}});
+        db.clear();
+        QVERIFY(!alive);
+    }
+
     void insertOfNothingIsIgnored()
     {
         SAuthenticationDb db;
@@ -147,6 +167,18 @@ private Q_SLOTS:
         QCOMPARE(removed, QList<QVariantList>{{u"ann"_s}});
         QVERIFY(!db.remove(u"ann"_s));
         QCOMPARE(removed.size(), 1);
+    }
+
+    void removedUserLivesUntilItsSignalIsOut()
+    {
+        SAuthenticationDb db;
+        bool alive = false;
+        db.insert(new WatchedUser(u"ann"_s, &alive));
+        bool aliveInSlot = false;
+        connect(&db, &SAuthenticationDb::removed, this, [&] { aliveInSlot = alive; });
+        QVERIFY(db.remove(u"ann"_s));
+        QVERIFY(aliveInSlot);
+        QVERIFY(!alive);
     }
 
     void namesAreLookedUpAsWritten()
@@ -230,6 +262,12 @@ private Q_SLOTS:
         QVERIFY(db == other);
         QVERIFY(db.equalsTo(&other));
         QVERIFY(!db.equalsTo(nullptr));
+
+        DerivedDb derived;
+        fill(derived, {u"ann"_s, u"bob"_s});
+        QVERIFY(db == derived);
+        QVERIFY(!db.equalsTo(&derived));
+        QVERIFY(!derived.equalsTo(&db));
 
         auto *changed = user(u"ann"_s).clone();
         changed->setEnabled(false);

@@ -139,8 +139,7 @@ bool SAuthenticationDb::isNull() const
 
 bool SAuthenticationDb::equalsTo(const Interfaces::IEquatable *other) const
 {
-    const auto *db = dynamic_cast<const SAuthenticationDb *>(other);
-    return db && *this == *db;
+    return isSameType(other) && *this == *dynamic_cast<const SAuthenticationDb *>(other);
 }
 
 void SAuthenticationDb::clear()
@@ -168,14 +167,18 @@ void SAuthenticationDb::insert(ISUser *user)
         return;
     const QString username = user->username();
     const QMutexLocker lock(m_mutex.get());
-    m_table.insert(username, std::shared_ptr<ISUser>(user));
+    // The object that is there already must not get a second owner.
+    if (m_table.value(username).get() != user)
+        m_table.insert(username, std::shared_ptr<ISUser>(user));
     Q_EMIT added(username);
 }
 
 bool SAuthenticationDb::remove(const QString &username)
 {
     const QMutexLocker lock(m_mutex.get());
-    if (!m_table.remove(username))
+    // Kept until the signal is out: a slot may still hold what value() gave.
+    const auto user = m_table.take(username);
+    if (!user)
         return false;
     Q_EMIT removed(username);
     return true;

@@ -61,9 +61,13 @@ public:
     void clear() override;
     bool isEmpty() const override;
     bool contains(const QString &username) const override;
-    //! Then emits added(). Null is ignored.
+    /*!
+     * Takes ownership, replaces the user of that name, then emits added(). Null is ignored. The
+     * user that the table already holds under that name may be inserted again; any other object
+     * belongs to no table.
+     */
     void insert(Interfaces::ISUser *user) override;
-    //! Then emits removed() when the user was there.
+    //! True when the user was there; then emits removed() and releases the object.
     bool remove(const QString &username) override;
     /*!
      * The user, or null. A remove(), clear() or insert() in another thread may end its life at any
