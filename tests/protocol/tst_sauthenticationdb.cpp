@@ -5,12 +5,17 @@
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
+#include <QtCore/QSaveFile>
 
 #include <atomic>
+#include <functional>
+#include <future>
 #include <thread>
+#include <vector>
 
 using namespace Talverine;
 using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -49,6 +54,35 @@ protected:
     qint64 readData(char *, qint64) override { return -1; }
     qint64 writeData(const char *, qint64 size) override { return std::min<qint64>(size, 10); }
 };
+
+// Calls \a probe while it takes what is written.
+class ProbingDevice final : public QIODevice
+{
+public:
+    explicit ProbingDevice(std::function<void()> probe)
+        : m_probe(std::move(probe))
+    {
+    }
+
+protected:
+    qint64 readData(char *, qint64) override { return -1; }
+    qint64 writeData(const char *, qint64 size) override
+    {
+        m_probe();
+        return size;
+    }
+
+private:
+    const std::function<void()> m_probe;
+};
+
+// Whether another thread gets into the table now. One that has to wait goes on in \a waiting.
+bool answersAnotherThread(const SAuthenticationDb &db, std::future<void> *waiting,
+                          std::chrono::milliseconds patience)
+{
+    *waiting = std::async(std::launch::async, [&db] { (void)db.isEmpty(); });
+    return waiting->wait_for(patience) == std::future_status::ready;
+}
 
 class DerivedDb final : public SAuthenticationDb
 {
@@ -236,6 +270,23 @@ private Q_SLOTS:
         QCOMPARE(seen, 4);
     }
 
+    void signalsComeWithTheTableHeld()
+    {
+        SAuthenticationDb db;
+        std::vector<std::future<void>> others;
+        int held = 0;
+        const auto probe = [&] {
+            held += answersAnotherThread(db, &others.emplace_back(), 20ms) ? 0 : 1;
+        };
+        connect(&db, &SAuthenticationDb::added, this, probe);
+        connect(&db, &SAuthenticationDb::removed, this, probe);
+        connect(&db, &SAuthenticationDb::changed, this, probe);
+        fill(db, {u"ann"_s});
+        QVERIFY(db.remove(u"ann"_s));
+        db.clear();
+        QCOMPARE(held, 3);
+    }
+
     void sharedUserOutlivesItsRemoval()
     {
         SAuthenticationDb db;
@@ -372,6 +423,29 @@ private Q_SLOTS:
         fill(db, {u"ann"_s});
         QVERIFY(db.save(&buffer));
         QCOMPARE(buffer.data(), saved(db));
+    }
+
+    void saveLeavesASaveFileToItsCommit()
+    {
+        SAuthenticationDb db;
+        fill(db, {u"ann"_s});
+        QTemporaryDir dir;
+        QSaveFile file(dir.filePath(u"users.json"_s));
+        QVERIFY(db.save(&file));
+        QVERIFY(!QFile::exists(file.fileName()));
+        QVERIFY(file.commit());
+        QVERIFY(SAuthenticationDb::fromFile(file.fileName()) == db);
+    }
+
+    void slowDeviceHoldsNobodyUp()
+    {
+        SAuthenticationDb db;
+        fill(db, {u"ann"_s});
+        std::future<void> other;
+        bool answered = false;
+        ProbingDevice device([&] { answered = answersAnotherThread(db, &other, 10s); });
+        QVERIFY(db.save(&device));
+        QVERIFY(answered);
     }
 
     void saveFailsOnAnOpenDevice()

@@ -3,11 +3,16 @@
 
 #include <brixlib/protocol/suserdata.h>
 
+#include <QtCore/QDebug>
 #include <QtCore/QFile>
 #include <QtCore/QFileDevice>
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
+#include <QtCore/QMutexLocker>
+#include <QtCore/QSaveFile>
+
+#include <algorithm>
 
 namespace Talverine {
 
@@ -59,7 +64,9 @@ bool readDevice(QIODevice *device, QByteArray *bytes)
 bool writeAndClose(QIODevice *device, const QByteArray &bytes)
 {
     const bool taken = device->write(bytes) == bytes.size();
-    device->close();
+    // Only commit() may close a QSaveFile: its close() ends the program.
+    if (!qobject_cast<QSaveFile *>(device))
+        device->close();
     const auto *file = qobject_cast<const QFileDevice *>(device);
     return taken && (!file || file->error() == QFileDevice::NoError);
 }
@@ -209,12 +216,7 @@ bool SAuthenticationDb::save(QIODevice *device)
         qDebug() << "SAuthenticationDb::save: cannot open the device";
         return false;
     }
-    const QMutexLocker lock(m_mutex.get());
-    QJsonArray array;
-    for (const auto &name : users())
-        array.append(toJson(*m_table.value(name)));
-    const QJsonDocument document(QJsonObject{{usersKey, array}});
-    return writeAndClose(device, document.toJson(QJsonDocument::Indented));
+    return writeAndClose(device, document());
 }
 
 bool SAuthenticationDb::load(QIODevice *device)
@@ -224,6 +226,16 @@ bool SAuthenticationDb::load(QIODevice *device)
         return false;
     *this = loaded;
     return true;
+}
+
+// Made apart from the writing, so that no login waits for a slow disk.
+QByteArray SAuthenticationDb::document() const
+{
+    const QMutexLocker lock(m_mutex.get());
+    QJsonArray array;
+    for (const auto &name : users())
+        array.append(toJson(*m_table.value(name)));
+    return QJsonDocument(QJsonObject{{usersKey, array}}).toJson(QJsonDocument::Indented);
 }
 
 SAuthenticationDb::Table SAuthenticationDb::table() const

@@ -81,8 +81,9 @@ public:
 
     /*!
      * Writes the table to \a device, which must be closed: it is opened with Truncate and closed
-     * again. False when it does not open (nothing is touched then, and the debug log tells) or does
-     * not take the whole document.
+     * again; only a QSaveFile stays open, for its commit(). False when it does not open (nothing is
+     * touched then, and the debug log tells) or does not take the whole document. The mutex is not
+     * held while the device works.
      */
     [[nodiscard]] bool save(QIODevice *device) override;
     /*!
@@ -94,6 +95,7 @@ public:
 private:
     using Table = QHash<QString, std::shared_ptr<Interfaces::ISUser>>;
 
+    QByteArray document() const;
     Table table() const;
 
     const std::unique_ptr<QRecursiveMutex> m_mutex;
