@@ -92,6 +92,25 @@ protected:
     }
 };
 
+// Counts how often its hash is asked for.
+class WatchedHash final : public SUserData
+{
+public:
+    WatchedHash(const SUserData &user, std::atomic_int *looks)
+        : SUserData(user)
+        , m_looks(looks)
+    {
+    }
+    QByteArray hashedPassword() const override
+    {
+        ++*m_looks;
+        return SUserData::hashedPassword();
+    }
+
+private:
+    std::atomic_int *m_looks;
+};
+
 // A table that is not the stock one: its only user never changes.
 class OneUser : public Interfaces::ISAuthenticationDb
 {
@@ -368,6 +387,41 @@ private Q_SLOTS:
         QVERIFY(client.openAndLogin(host.port(), u"ALICE"_s, u"secret"_s));
         client.send(RawBytes::command("wami"));
         QCOMPARE(client.readLike(kIAmAlice), kIAmAlice);
+    }
+
+    void aStoredHashInCapitalsLogsIn()
+    {
+        SessionHost host;
+        const QByteArray hash = SUserData::hashPassword(u"secret"_s).toUpper();
+        QBuffer file;
+        file.setData(R"({"users":[{"username":"alice","password":")" + hash +
+                     R"(","homeFolder":")" + host.homeOf(u"alice"_s).toUtf8() + R"("}]})");
+        host.users.clear();
+        QVERIFY(host.users.load(&file));
+        RawClient client;
+        QVERIFY(client.openAndLogin(host.port(), u"alice"_s, u"secret"_s));
+    }
+
+    void theHashOfAUserWhoIsNotValidIsNotEvenLookedAt()
+    {
+        std::atomic_int looks = 0;
+        SessionHost host;
+        auto *closed =
+            new WatchedHash(SUserData(u"closed"_s, u"secret"_s, host.homeOf(u"alice"_s)), &looks);
+        host.users.insert(closed);
+        RawClient client;
+        QVERIFY(client.openAndLogin(host.port(), u"closed"_s, u"secret"_s));
+        QCOMPARE_GT(looks.load(), 0);
+
+        auto *disabled = new WatchedHash(*closed, &looks);
+        disabled->setEnabled(false);
+        host.users.insert(disabled);
+        looks = 0;
+        RawClient other;
+        QVERIFY(other.open(host.port()) && other.readGreeting());
+        other.sendLogin(u"closed"_s, u"secret"_s);
+        QCOMPARE(other.read(8), RawBytes::ack() + RawBytes::u32(0));
+        QCOMPARE(looks.load(), 0);
     }
 
     void theLoginIsToldBeforeTheStatusGoesOut()
