@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/protocol/suserdata.h>
 
+#include <brixsec/ssecurestring.h>
+
 using namespace Talverine;
 using namespace Qt::StringLiterals;
 
@@ -107,6 +109,7 @@ private Q_SLOTS:
         QFETCH(QString, password);
         QFETCH(QByteArray, hash);
         QCOMPARE(SUserData::hashPassword(password), hash);
+        QCOMPARE(SUserData::hashPassword(Security::SSecureString(password)), hash);
         QCOMPARE(SUserData(u"a"_s, password, u"/"_s).hashedPassword(), hash);
         SUserData user;
         user.setPassword(password);

@@ -55,8 +55,8 @@ ExitCode add(const Output &output, const AddOptions &options)
     if (!password)
         return fail(ExitCode::Usage);
 
-    const SUserData user(options.name, SUserData::hashPassword(password->toInsecureString()),
-                         options.home, options.fullname, options.email, options.disabled);
+    const SUserData user(options.name, SUserData::hashPassword(*password), options.home,
+                         options.fullname, options.email, options.disabled);
     bool replaced = false;
     const ExitCode result = UserFile(options.file)
                                 .edit(

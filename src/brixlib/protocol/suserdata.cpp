@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/protocol/suserdata.h>
 
-#include <QtCore/QCryptographicHash>
+#include <brixlib/protocol/passwordhash_p.h>
 
 namespace Talverine {
 
@@ -131,7 +131,12 @@ QString SUserData::email() const
 
 QByteArray SUserData::hashPassword(const QString &password)
 {
-    return QCryptographicHash::hash(password.toUtf8(), QCryptographicHash::Sha512).toHex();
+    return passwordHash(password.toUtf8());
+}
+
+QByteArray SUserData::hashPassword(const Security::SSecureString &password)
+{
+    return passwordHash(password);
 }
 
 } // namespace Talverine

@@ -9,6 +9,10 @@
 
 namespace Talverine {
 
+namespace Security {
+class SSecureString;
+}
+
 /*!
  * One user of a server: who may log in, with which password, and into which folder.
  *
@@ -70,6 +74,8 @@ public:
 
     //! Hexadecimal SHA-512 of the UTF-8 bytes, 128 characters in lower case.
     static QByteArray hashPassword(const QString &password);
+    //! As above, without leaving a copy of \a password in memory.
+    static QByteArray hashPassword(const Security::SSecureString &password);
 
 private:
     bool m_enabled = true;
