@@ -38,7 +38,8 @@ int takenNumber(SCommandQueue &queue)
     return static_cast<const Numbered &>(*command).number;
 }
 
-// Writes down the names of a queue's signals in the order of emission.
+// Writes down the names of a queue's signals in the order of emission. A queue that outlives its
+// log speaks once more when it ends, to nobody.
 class SignalLog
 {
 public:
@@ -55,10 +56,11 @@ public:
 private:
     void listen(SCommandQueue &queue, void (SCommandQueue::*signal)(), const char *name)
     {
-        QObject::connect(&queue, signal, &queue, [this, name] { m_names.append(name); });
+        QObject::connect(&queue, signal, &m_context, [this, name] { m_names.append(name); });
     }
 
     QList<QByteArray> m_names;
+    QObject m_context;
 };
 
 using Names = QList<QByteArray>;
@@ -218,8 +220,9 @@ private Q_SLOTS:
 
     void signalsComeWithTheLockReleased()
     {
-        SCommandQueue queue;
+        // The queue speaks once more when it ends.
         QList<qsizetype> sizes;
+        SCommandQueue queue;
         const auto look = [&] { sizes.append(queue.size()); };
         connect(&queue, &SCommandQueue::firstEnqueued, this, look);
         connect(&queue, &SCommandQueue::enqueued, this, look);
