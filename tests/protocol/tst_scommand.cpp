@@ -35,9 +35,11 @@ class Plain : public SCommand
 public:
     ICloneable *clone() const override { return new Plain(*this); }
     bool equalsTo(const IEquatable *other) const override { return isSameType(other); }
-    bool deserialize(QDataStream &) override { return false; }
-    bool serialize(QDataStream &) const override { return true; }
+    bool deserialize(QDataStream &) override { return result; }
+    bool serialize(QDataStream &) const override { return result; }
     using SCommand::setId;
+
+    bool result = false;
 };
 
 } // namespace
@@ -53,6 +55,19 @@ private Q_SLOTS:
         QVERIFY(command.isNull());
         QVERIFY(command.id().isNull());
         QCOMPARE(command.version(), 0x00010000);
+    }
+
+    void basesStandInTheirOrder()
+    {
+        const SCommandServerName command;
+        const SCommand &base = command;
+        const auto at = [](const auto *part) { return reinterpret_cast<quintptr>(part); };
+        const auto cloneable = at(static_cast<const Interfaces::ICloneable *>(&base));
+        const auto equatable = at(static_cast<const Interfaces::IEquatable *>(&base));
+        const auto serializable = at(static_cast<const Interfaces::ISerializable *>(&base));
+        QCOMPARE(cloneable, at(&base));
+        QVERIFY(cloneable < equatable);
+        QVERIFY(equatable < serializable);
     }
 
     void isNullAsLongAsItsIdIs()
@@ -125,6 +140,17 @@ private Q_SLOTS:
         Greet greet;
         QVERIFY(greet.deserializeArray(bytes));
         QCOMPARE(greet.writtenAt, version);
+    }
+
+    void arrayCallsGiveTheResultOfTheStep()
+    {
+        Plain command;
+        for (const bool result : {false, true}) {
+            command.result = result;
+            QByteArray bytes;
+            QCOMPARE(command.serializeArray(bytes), result);
+            QCOMPARE(command.deserializeArray(bytes), result);
+        }
     }
 
     void arrayIsReplaced()

@@ -13,7 +13,26 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Counts its objects, and the threads that work on one at a time.
+// Tells how many threads have been at work at once.
+class Presence
+{
+public:
+    Presence()
+    {
+        const int now = ++present;
+        most = std::max(most.load(), now);
+        QThread::yieldCurrentThread();
+    }
+    ~Presence() { --present; }
+    Q_DISABLE_COPY_MOVE(Presence)
+
+    static inline std::atomic<int> most = 0;
+
+private:
+    static inline std::atomic<int> present = 0;
+};
+
+// Counts its objects, and is watched while it is copied and read.
 class Counted : public SConcreteCommand<Counted>
 {
 public:
@@ -26,6 +45,7 @@ public:
         : SConcreteCommand(other)
         , mark(other.mark)
     {
+        const Presence presence;
         ++alive;
     }
     Counted &operator=(const Counted &) = default;
@@ -35,20 +55,25 @@ public:
 
     int mark = 0;
     static inline std::atomic<int> alive = 0;
-    static inline std::atomic<int> readers = 0;
-    static inline std::atomic<int> mostReaders = 0;
 
 private:
     friend SConcreteCommand;
     void readFields(QDataStream &stream)
     {
-        const int now = ++readers;
-        mostReaders = std::max(mostReaders.load(), now);
-        QThread::yieldCurrentThread();
+        const Presence presence;
         stream >> mark;
-        --readers;
     }
     void writeFields(QDataStream &stream) const { stream << mark; }
+};
+
+// Another class under the same id.
+class CountedTwin : public SConcreteCommand<CountedTwin>
+{
+public:
+    CountedTwin()
+        : SConcreteCommand(Wire::word("cntd"))
+    {
+    }
 };
 
 // Bytes that go by once.
@@ -167,6 +192,19 @@ private Q_SLOTS:
         QCOMPARE(SCommandHelper::registeredCommands(context.id).size(), 2);
         const QHash<SCommandId, int> expected{{Wire::word("cntd"), 11}};
         QCOMPARE(SCommandHelper::registeredCommandVersions(context.id), expected);
+    }
+
+    void firstPrototypeOfAnIdMakesTheCommand()
+    {
+        const QByteArray bytes = bytesOf(CountedTwin()) + QByteArray(4, '\0');
+        const Context one;
+        SCommandHelper::registerCommand(new CountedTwin, one.id);
+        SCommandHelper::registerCommand(counted(1), one.id);
+        QVERIFY(dynamic_cast<CountedTwin *>(created(bytes, one).get()));
+        const Context two;
+        SCommandHelper::registerCommand(counted(1), two.id);
+        SCommandHelper::registerCommand(new CountedTwin, two.id);
+        QVERIFY(dynamic_cast<Counted *>(created(bytes, two).get()));
     }
 
     void nullPrototypeIsIgnored()
@@ -297,7 +335,7 @@ private Q_SLOTS:
         constexpr int rounds = 200;
         constexpr int commandsPerRound = 10;
         std::atomic<int> failures = 0;
-        Counted::mostReaders = 0;
+        Presence::most = 0;
         const auto work = [&failures] {
             for (int round = 0; round < rounds; ++round) {
                 const Context context;
@@ -318,7 +356,7 @@ private Q_SLOTS:
         for (const auto &thread : running)
             QVERIFY(thread->wait(60000));
         QCOMPARE(failures.load(), 0);
-        QCOMPARE(Counted::mostReaders.load(), 1);
+        QCOMPARE(Presence::most.load(), 1);
     }
 };
 

@@ -243,6 +243,10 @@ private Q_SLOTS:
         list.setVersion(-5);
         QCOMPARE(server.connectionCommandVersion(&list), -5);
         QCOMPARE(server.connectionCommandVersion(nullptr), 0);
+        Greet unregistered;
+        QCOMPARE(server.connectionCommandVersion(&unregistered), 0);
+        unregistered.setVersion(-5);
+        QCOMPARE(server.connectionCommandVersion(&unregistered), -5);
     }
 
     void networkPathsFollowTheDocumentRoot_data()

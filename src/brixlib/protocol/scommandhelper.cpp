@@ -22,17 +22,17 @@ struct Registry
 {
     QMutex mutex;
     std::unordered_map<unsigned int, Prototypes> contexts;
+    const Prototypes none;
 
     // The lock must be held while the result is used.
     const Prototypes &prototypes(unsigned int context) const
     {
-        static const Prototypes none;
         const auto found = contexts.find(context);
         return found == contexts.end() ? none : found->second;
     }
 };
 
-// Never deleted: communicators that die after main() still take their prototypes out.
+// Never deleted: communicators may live and die after main().
 Registry &registry()
 {
     static auto *const instance = new Registry;
