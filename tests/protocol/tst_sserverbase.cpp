@@ -182,7 +182,7 @@ private Q_SLOTS:
 
     void descriptorZeroDoesNotStart()
     {
-        SServerBase server(0);
+        SServerBase server(0, nullptr);
         QSignalSpy finished(&server, &SServerBase::finished);
         QSignalSpy started(&server, &SServerBase::started);
         server.init();

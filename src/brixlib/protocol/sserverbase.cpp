@@ -76,6 +76,11 @@ SServerBase::SServerBase(qint64 socketDescriptor, QObject *parent)
 {
 }
 
+SServerBase::SServerBase(qint64 socketDescriptor, std::nullptr_t)
+    : SServerBase(socketDescriptor, nullptr, nullptr)
+{
+}
+
 SServerBase::~SServerBase()
 {
     if (!m_hasSocket && m_socketDescriptor != 0)

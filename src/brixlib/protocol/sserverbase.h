@@ -10,6 +10,7 @@
 #include <QtCore/QPointer>
 #include <QtNetwork/QHostAddress>
 
+#include <cstddef>
 #include <memory>
 
 class QDataStream;
@@ -49,6 +50,8 @@ public:
     SServerBase(qint64 socketDescriptor, Interfaces::ISAuthenticationDb *db,
                 QObject *parent = nullptr);
     explicit SServerBase(qint64 socketDescriptor, QObject *parent = nullptr);
+    //! Without it a literal nullptr would fit both of the above.
+    SServerBase(qint64 socketDescriptor, std::nullptr_t);
     ~SServerBase() override;
 
     //! Handles the commands that have arrived; false when the session is over.
