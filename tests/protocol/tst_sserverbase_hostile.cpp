@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Peers that lie, dawdle, vanish, or will not let a stop through.
+#include <brixlib/protocol/stcpsocket.h>
+
 #include <shared/processfacts.h>
 #include <shared/rawclient.h>
 #include <shared/sessionhost.h>
@@ -42,6 +44,41 @@ private:
     RawClient &m_client;
     const QByteArray m_bytes;
     qsizetype m_sent = 0;
+};
+
+// Is held to its limits once somebody is logged in.
+class LimitedServer : public SServerBase
+{
+public:
+    using SServerBase::SServerBase;
+
+    qint64 incoming = 0;
+    qint64 outgoing = 0;
+
+protected:
+    bool workerInit() override
+    {
+        if (!SServerBase::workerInit())
+            return false;
+        connect(this, &SServerBase::commandResult, this, [this] {
+            socket()->setIncomingSpeed(incoming);
+            socket()->setOutcomingSpeed(outgoing);
+        });
+        return true;
+    }
+};
+
+// Answers the request for its name by a copy that takes for ever.
+class CopyingServer : public SServerBase
+{
+public:
+    using SServerBase::SServerBase;
+
+protected:
+    bool executeCommand(SCommand *) override
+    {
+        return copyFileLocal(u"endless"_s, u"nowhere"_s, true);
+    }
 };
 
 } // namespace
@@ -195,6 +232,48 @@ private Q_SLOTS:
         QTRY_COMPARE(host.controller.count(), 0);
     }
 
+    void aFloodCostsNoMemory_data()
+    {
+        using namespace RawBytes;
+        QTest::addColumn<bool>("loggedIn");
+        QTest::addColumn<QByteArray>("lastWords");
+        QTest::newRow("during the delay of a failed login")
+            << false << authentication(u"alice", "x");
+        QTest::newRow("commands, no answer read") << true << command("wami");
+        QTest::newRow("link test, no download read")
+            << true << command("lnkt", i32(0) + i32(60)) + u64(0);
+        QTest::newRow("device, no answer read")
+            << true << command("cldv", text(u"file")) + u32(1) + u32(3) + u32(4).repeated(1000);
+    }
+
+    // A client may send faster than it is answered; what it sends then has to wait on its side.
+    void aFloodCostsNoMemory()
+    {
+        QFETCH(bool, loggedIn);
+        QFETCH(QByteArray, lastWords);
+        SessionHost host;
+        RawClient client;
+        if (loggedIn)
+            QVERIFY(client.openAndLogin(host.port(), u"alice"_s, u"secret"_s));
+        else
+            QVERIFY(client.open(host.port()) && client.readGreeting());
+        client.socket().setReadBufferSize(16);
+        const QByteArray block = RawBytes::command("wami").repeated(10000);
+        qint64 sent = 0;
+        const auto refill = [&] {
+            while (client.socket().bytesToWrite() < 4 * block.size())
+                sent += client.socket().write(block);
+        };
+        const qint64 before = ProcessFacts::kibibytes("VmRSS");
+        connect(&client.socket(), &QTcpSocket::bytesWritten, &client.socket(), refill);
+        client.send(lastWords);
+        refill();
+        QTest::qWait(800);
+        const qint64 grown = ProcessFacts::kibibytes("VmRSS") - before;
+        QVERIFY2(grown < 16 * 1024,
+                 qPrintable(u"grown by %1 KiB after %2 bytes"_s.arg(grown).arg(sent)));
+    }
+
     void aClientThatVanishesEndsItsSession_data()
     {
         using namespace RawBytes;
@@ -332,6 +411,69 @@ private Q_SLOTS:
         refill();
         refill();
         QTest::qWait(100);
+        QElapsedTimer timer;
+        timer.start();
+        host.controller.interruptWorkers();
+        QTRY_COMPARE_WITH_TIMEOUT(host.controller.count(), 0, 2 * kStopMs);
+        QVERIFY2(timer.elapsed() <= kStopMs, qPrintable(u"took %1 ms"_s.arg(timer.elapsed())));
+    }
+
+    void aStopIsSeenUnderASpeedLimit_data()
+    {
+        using namespace RawBytes;
+        QTest::addColumn<qint64>("incoming");
+        QTest::addColumn<qint64>("outgoing");
+        QTest::addColumn<QByteArray>("bytes");
+        const QByteArray frame = RawBytes::frame(QByteArray(1048576, 'x'));
+        const QByteArray device = command("cldv", text(u"file"));
+        const QByteArray reading = device + u32(1) + u32(1) + u32(5) + i64(1048576);
+        QTest::newRow("receiving at 256 bytes a second") << 256LL << 0LL << frame;
+        QTest::newRow("receiving nothing") << -1LL << 0LL << frame;
+        QTest::newRow("sending at 256 bytes a second") << 0LL << 256LL << reading;
+        QTest::newRow("sending nothing") << 0LL << -1LL << reading;
+    }
+
+    void aStopIsSeenUnderASpeedLimit()
+    {
+        QFETCH(qint64, incoming);
+        QFETCH(qint64, outgoing);
+        QFETCH(QByteArray, bytes);
+        SessionHost host([&](qint64 descriptor) {
+            auto *server = new LimitedServer(descriptor, &host.users);
+            server->incoming = incoming;
+            server->outgoing = outgoing;
+            return server;
+        });
+        host.timeoutMs = kTimeoutMs;
+        QFile file(host.homeOf(u"alice"_s) + u"/file"_s);
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.resize(1048576));
+        RawClient client;
+        QVERIFY(client.openAndLogin(host.port(), u"alice"_s, u"secret"_s));
+        client.send(bytes);
+        QTest::qWait(200);
+        QCOMPARE(host.controller.count(), 1);
+
+        QElapsedTimer timer;
+        timer.start();
+        host.controller.interruptWorkers();
+        QTRY_COMPARE_WITH_TIMEOUT(host.controller.count(), 0, 2 * kStopMs);
+        QVERIFY2(timer.elapsed() <= kStopMs, qPrintable(u"took %1 ms"_s.arg(timer.elapsed())));
+    }
+
+    void aStopIsSeenInALongCopy()
+    {
+        SessionHost host(
+            [&](qint64 descriptor) { return new CopyingServer(descriptor, &host.users); });
+        host.timeoutMs = kTimeoutMs;
+        QFile file(host.homeOf(u"alice"_s) + u"/endless"_s);
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.resize(qint64(1) << 40));
+        QVERIFY(QFile::link(u"/dev/null"_s, host.homeOf(u"alice"_s) + u"/nowhere"_s));
+        RawClient client;
+        QVERIFY(client.openAndLogin(host.port(), u"alice"_s, u"secret"_s));
+        client.send(RawBytes::command("srvn"));
+        // A word comes at once and then every 100 ms.
+        QCOMPARE(client.read(12), RawBytes::ack() + QByteArray::fromHex("50A050A050A050A0"));
+
         QElapsedTimer timer;
         timer.start();
         host.controller.interruptWorkers();

@@ -351,7 +351,7 @@ bool SCommunicatorBase::pump(QIODevice *target, QIODevice *source, QIODevice *pe
     sinceKeepAlive.start();
     while (!source->atEnd()) {
         const qint64 count = source->read(buffer.get(), kCopyBufferBytes);
-        if (count < 0 || !writeWhole(target, buffer.get(), count))
+        if (count < 0 || !writeWhole(target, buffer.get(), count) || isStopOverdue())
             return false;
         if (peer && sinceKeepAlive.hasExpired(kKeepAliveIntervalMs)) {
             sendKeepAlive(peer);

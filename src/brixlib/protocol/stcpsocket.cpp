@@ -15,6 +15,14 @@ namespace {
 
 constexpr qint64 kReportMsec = 100;
 constexpr unsigned long kStepMsec = 1;
+constexpr qint64 kUnlimited = std::numeric_limits<qint64>::max();
+
+// Held back by a low limit, a thread that is told to stop would do so only in minutes or hours: it
+// gets on with what is left at full speed.
+bool isThreadStopping()
+{
+    return QThread::currentThread()->isInterruptionRequested();
+}
 
 } // namespace
 
@@ -169,6 +177,8 @@ qint64 STcpSocket::waitToSend()
         const qint64 allowance = m_outgoing->allowance();
         if (allowance > 0)
             return allowance;
+        if (isThreadStopping())
+            return kUnlimited;
         QThread::msleep(kStepMsec);
         handToSystem();
         if (state() != ConnectedState || socketHangUp(socketDescriptor()) != SocketHangUp::None)
@@ -184,6 +194,8 @@ qint64 STcpSocket::waitToReceive()
         const qint64 allowance = m_incoming->allowance();
         if (allowance > 0)
             return allowance;
+        if (isThreadStopping())
+            return kUnlimited;
         QThread::msleep(kStepMsec);
         if (state() != ConnectedState || socketHangUp(socketDescriptor()) == SocketHangUp::Lost)
             return -1;

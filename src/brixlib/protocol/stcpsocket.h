@@ -17,7 +17,8 @@ class STcpSocketThrottle;
  *
  * With a limit for sending, write() blocks its caller until the data has left at that speed. With a
  * limit for receiving, the socket blocks its thread after readyRead(), in step with the bytes that
- * have arrived and were not read by then. Without a limit data goes straight to the QTcpSocket.
+ * have arrived and were not read by then. Without a limit data goes straight to the QTcpSocket. A
+ * thread that is asked to stop (QThread::requestInterruption()) is no longer held back.
  *
  * Several sockets share limits through an STcpSocketSpeedController.
  *
