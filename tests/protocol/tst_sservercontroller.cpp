@@ -283,6 +283,68 @@ private Q_SLOTS:
         QVERIFY(client.readGreeting());
     }
 
+    void pausingWithoutListeningHoldsLater()
+    {
+        SServerController controller;
+        int accepted = 0;
+        connect(&controller, &SServerController::newConnection, this, [&](qint64 descriptor) {
+            ++accepted;
+            controller.serveNewConnectionAsync(new SServerBase(descriptor), true);
+        });
+        controller.resumeAccepting();
+        controller.pauseAccepting();
+        QVERIFY(controller.listen(QHostAddress(QHostAddress::LocalHost)));
+        RawClient client;
+        QVERIFY(client.open(controller.serverPort()));
+        QVERIFY(client.staysQuiet(50));
+        QCOMPARE(accepted, 0);
+        controller.resumeAccepting();
+        QVERIFY(client.readGreeting());
+        controller.close();
+        controller.pauseAccepting();
+        controller.resumeAccepting();
+    }
+
+    void pausingDuringAServeHoldsAfterIt()
+    {
+        SServerController controller;
+        connect(&controller, &SServerController::newConnection, this, [&](qint64 descriptor) {
+            controller.pauseAccepting();
+            controller.serveNewConnection(new SServerBase(descriptor), true);
+        });
+        QVERIFY(controller.listen(QHostAddress(QHostAddress::LocalHost)));
+        RawClient first;
+        QVERIFY(first.open(controller.serverPort()) && first.readGreeting());
+        RawClient second;
+        QVERIFY(second.open(controller.serverPort()));
+        QVERIFY(second.staysQuiet(50));
+        controller.resumeAccepting();
+        QVERIFY(second.readGreeting());
+    }
+
+    // A wait within the wait for the other connection would use up the stack.
+    void servingABurstDoesNotNest()
+    {
+        SServerController controller;
+        int depth = 0;
+        int deepest = 0;
+        connect(&controller, &SServerController::newConnection, this, [&](qint64 descriptor) {
+            deepest = std::max(deepest, ++depth);
+            controller.serveNewConnection(new SServerBase(descriptor), true);
+            --depth;
+        });
+        QVERIFY(controller.listen(QHostAddress(QHostAddress::LocalHost)));
+        std::vector<std::unique_ptr<RawClient>> clients;
+        for (int i = 0; i < 50; ++i) {
+            clients.push_back(std::make_unique<RawClient>());
+            clients.back()->socket().connectToHost(QHostAddress(QHostAddress::LocalHost),
+                                                   controller.serverPort());
+        }
+        for (const auto &client : clients)
+            QVERIFY(client->readGreeting());
+        QCOMPARE(deepest, 1);
+    }
+
     void sessionsGoOnAfterClose()
     {
         SessionHost host;

@@ -12,6 +12,8 @@
 #include <QtCore/QMetaMethod>
 #include <QtCore/QTimer>
 
+#include <utility>
+
 namespace Talverine {
 
 namespace {
@@ -41,7 +43,10 @@ SServerController::~SServerController()
 
 bool SServerController::listen(const QHostAddress &address, unsigned short port)
 {
-    return m_server->listen(address, port);
+    if (!m_server->listen(address, port))
+        return false;
+    updateAccepting();
+    return true;
 }
 
 void SServerController::close()
@@ -57,13 +62,24 @@ bool SServerController::isListening() const
 void SServerController::pauseAccepting()
 {
     m_isPaused = true;
-    m_server->pauseAccepting();
+    updateAccepting();
 }
 
 void SServerController::resumeAccepting()
 {
     m_isPaused = false;
-    m_server->resumeAccepting();
+    updateAccepting();
+}
+
+// A server that does not listen has nothing that could be paused.
+void SServerController::updateAccepting()
+{
+    if (!isListening())
+        return;
+    if (m_isPaused || m_isServing)
+        m_server->pauseAccepting();
+    else
+        m_server->resumeAccepting();
 }
 
 QHostAddress SServerController::serverAddress() const
@@ -86,7 +102,18 @@ SSimpleBackgroundRunner *SServerController::serveNewConnection(SServerBase *serv
     const QPointer<SSimpleBackgroundRunner> runner = m_runners->add(server);
     if (autoDelete)
         connect(runner, &SSimpleBackgroundRunner::finished, runner, &QObject::deleteLater);
-    return ConnectionRunners::start(runner, server);
+
+    // The wait runs events. Accepting one connection within the wait for the other, a burst of them
+    // would nest the waits until no stack is left.
+    const QPointer<SServerController> self(this);
+    const bool wasServing = std::exchange(m_isServing, true);
+    updateAccepting();
+    SSimpleBackgroundRunner *started = ConnectionRunners::start(runner, server);
+    if (self) {
+        m_isServing = wasServing;
+        updateAccepting();
+    }
+    return started;
 }
 
 SSimpleBackgroundRunner *SServerController::serveNewConnectionAsync(SServerBase *server, bool start)
@@ -138,10 +165,7 @@ void SServerController::onNewConnection(qint64 socketDescriptor)
 // Out of descriptors the socket stops accepting for good; they come back as sessions end.
 void SServerController::onAcceptError()
 {
-    QTimer::singleShot(kAcceptRetryMs, this, [this] {
-        if (!m_isPaused)
-            m_server->resumeAccepting();
-    });
+    QTimer::singleShot(kAcceptRetryMs, this, &SServerController::updateAccepting);
 }
 
 } // namespace Talverine

@@ -39,7 +39,7 @@ public:
     //! Stops listening; the sessions go on.
     void close();
     bool isListening() const;
-    //! Connections wait until resumeAccepting().
+    //! Connections wait until resumeAccepting(), also when it begins to listen only later.
     void pauseAccepting();
     void resumeAccepting();
     //! Where it listens; null and 0 when it does not.
@@ -52,7 +52,7 @@ public:
      * Runs \a server, which must have no parent, in a new thread, and waits with an event loop of
      * its own until the session has begun. Null when it could not begin. With \a autoDelete the
      * runner deletes itself when the thread has ended; otherwise it stays until this controller
-     * dies.
+     * dies. No further connection is accepted during the wait.
      */
     SSimpleBackgroundRunner *serveNewConnection(SServerBase *server, bool autoDelete = true);
     //! The same without waiting and without deletion. Unless \a start is true the thread is the
@@ -84,11 +84,13 @@ Q_SIGNALS:
 private:
     void onNewConnection(qint64 socketDescriptor);
     void onAcceptError();
+    void updateAccepting();
 
     STcpServer *m_server;
     ConnectionRunners *m_runners;
     int m_maximumConnections = 0;
     bool m_isPaused = false;
+    bool m_isServing = false;
 };
 
 } // namespace Talverine
