@@ -31,6 +31,41 @@ inline QString word(bool value)
     return value ? QStringLiteral("true") : QStringLiteral("false");
 }
 
+//! Takes the lines of the debug log while it lives, those of all threads.
+class MessageLog
+{
+public:
+    MessageLog()
+    {
+        s_log = this;
+        m_before = qInstallMessageHandler(&MessageLog::take);
+    }
+    ~MessageLog()
+    {
+        qInstallMessageHandler(m_before);
+        s_log = nullptr;
+    }
+    Q_DISABLE_COPY_MOVE(MessageLog)
+
+    QStringList lines()
+    {
+        const QMutexLocker lock(&m_mutex);
+        return m_lines;
+    }
+
+private:
+    static void take(QtMsgType, const QMessageLogContext &, const QString &line)
+    {
+        const QMutexLocker lock(&s_log->m_mutex);
+        s_log->m_lines.append(line);
+    }
+
+    static inline MessageLog *s_log = nullptr;
+    QtMessageHandler m_before = nullptr;
+    QMutex m_mutex;
+    QStringList m_lines;
+};
+
 //! A session whose jail a test can set.
 class JailedClient : public Talverine::SClientFtp
 {
