@@ -26,7 +26,7 @@ private Q_SLOTS:
 
 void tst_SClientBaseRequester::queriesReachTheClient()
 {
-    RawServer server([](RawPeer &peer) {
+    RawServer server([](RawConnection &peer) {
         RawHandshake()(peer);
         peer.readToEnd();
     });
@@ -55,7 +55,7 @@ void tst_SClientBaseRequester::requestsReachTheServer()
 {
     using namespace RawBytes;
     const QByteArray name = frame(text(u"x"));
-    RawServer server([&](RawPeer &peer) {
+    RawServer server([&](RawConnection &peer) {
         peer.send(RawServer::uuid());
         peer.answer(name);
         peer.answer(name);
@@ -96,7 +96,7 @@ void tst_SClientBaseRequester::everyFormOfAuthenticateReachesTheServer_data()
 void tst_SClientBaseRequester::everyFormOfAuthenticateReachesTheServer()
 {
     QFETCH(int, form);
-    RawServer server([](RawPeer &peer) {
+    RawServer server([](RawConnection &peer) {
         peer.send(RawServer::uuid());
         peer.answer(RawBytes::u32(0));
         peer.readToEnd();
@@ -133,7 +133,7 @@ void tst_SClientBaseRequester::clearsPendingCommands()
 
 void tst_SClientBaseRequester::disconnectsTheClient()
 {
-    RawServer server([](RawPeer &peer) {
+    RawServer server([](RawConnection &peer) {
         peer.send(RawServer::uuid());
         peer.readToEnd();
     });

@@ -10,7 +10,7 @@ namespace {
 
 constexpr int kShortMs = 300;
 
-void greetAndStay(RawPeer &peer)
+void greetAndStay(RawConnection &peer)
 {
     peer.send(RawServer::uuid());
     peer.readToEnd();
@@ -134,7 +134,7 @@ void tst_SClientController::refusedConnectionGivesNull()
 
 void tst_SClientController::eventsGoOnWhileConnecting()
 {
-    RawServer server([](RawPeer &peer) {
+    RawServer server([](RawConnection &peer) {
         peer.drip(RawServer::uuid(), 10);
         peer.readToEnd();
     });
@@ -256,7 +256,7 @@ void tst_SClientController::clientsThatEndAtOnceAreCountedDown()
     SClientController controller;
     SignalLog counts(&controller, &SClientController::connectionCountChanged);
     for (int i = 0; i < 30; ++i) {
-        RawServer server([](RawPeer &peer) {
+        RawServer server([](RawConnection &peer) {
             peer.send(RawServer::uuid());
             peer.vanish();
         });
@@ -293,7 +293,7 @@ void tst_SClientController::itsEndStopsTheClients()
 
 void tst_SClientController::interruptionBeforeTheConnectionEndsTheAttempt()
 {
-    RawServer server([](RawPeer &peer) { peer.readToEnd(); }); // no greeting
+    RawServer server([](RawConnection &peer) { peer.readToEnd(); }); // no greeting
     SClientController controller;
     const QPointer<TestClient> client = new TestClient(server.port());
     client->setTimeout(2 * kShortMs);

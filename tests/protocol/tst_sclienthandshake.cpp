@@ -56,7 +56,7 @@ RawHandshake handshakeWith(const Command &one)
 //! Logs the client in and then completes so many commands that have no reply of their own.
 RawServer::Script serve(const RawHandshake &handshake, int commands = 0)
 {
-    return [handshake, commands](RawPeer &peer) {
+    return [handshake, commands](RawConnection &peer) {
         handshake(peer);
         for (int i = 0; i < commands; ++i)
             peer.answer();
@@ -195,7 +195,7 @@ void tst_SClientHandshake::twoGreetingsGiveTwoAnswers()
 
 void tst_SClientHandshake::streamVersionRisesBehindItsExchange()
 {
-    RawServer server([](RawPeer &peer) {
+    RawServer server([](RawConnection &peer) {
         peer.send(RawServer::uuid());
         peer.answer(); // a probe before the login
         peer.answer(RawBytes::u32(1));
@@ -284,12 +284,12 @@ void tst_SClientHandshake::commandsAfterAuthenticateWaitForTheList()
 {
     QSemaphore listAsked;
     QSemaphore goOn;
-    RawServer server([&](RawPeer &peer) {
+    RawServer server([&](RawConnection &peer) {
         peer.send(RawServer::uuid());
         peer.answer(RawBytes::u32(1));
         peer.readCommand();
         listAsked.release();
-        (void)goOn.tryAcquire(1, RawPeer::kWaitMs);
+        (void)goOn.tryAcquire(1, RawConnection::kWaitMs);
         peer.send(RawBytes::ack() +
                   RawBytes::frame(RawHandshake::listBody(RawHandshake::baseCommands())) +
                   RawBytes::ack());
@@ -302,7 +302,7 @@ void tst_SClientHandshake::commandsAfterAuthenticateWaitForTheList()
     QVERIFY(session.open());
     session.client->authenticate(u"alice"_s, kPassword);
     session.client->whoAmI();
-    QVERIFY(listAsked.tryAcquire(1, RawPeer::kWaitMs));
+    QVERIFY(listAsked.tryAcquire(1, RawConnection::kWaitMs));
     QTRY_COMPARE(session.exchanges(), QList<QByteArray>({"auth+"}));
     QCOMPARE(enqueued.count(), 2); // the login and the list, but not what was asked for
     goOn.release();
@@ -350,7 +350,7 @@ void tst_SClientHandshake::orderOfHeldCommandsIsKept()
     RawHandshake handshake;
     handshake.commands = commands;
     const QByteArray name = RawBytes::frame(RawBytes::text(u"x"));
-    RawServer server([&](RawPeer &peer) {
+    RawServer server([&](RawConnection &peer) {
         handshake(peer);
         for (int i = 0; i < kCount; ++i)
             peer.answer(name);
@@ -377,7 +377,7 @@ void tst_SClientHandshake::orderOfHeldCommandsIsKept()
 void tst_SClientHandshake::handshakeCommandsAreNotHeld()
 {
     const QByteArray list = RawBytes::frame(RawHandshake::listBody(RawHandshake::baseCommands()));
-    RawServer server([&](RawPeer &peer) {
+    RawServer server([&](RawConnection &peer) {
         peer.send(RawServer::uuid());
         peer.answer(RawBytes::u32(0)); // refused
         peer.answer(RawBytes::u32(1));
@@ -400,7 +400,7 @@ void tst_SClientHandshake::handshakeCommandsAreNotHeld()
 
 void tst_SClientHandshake::failedLoginKeepsHeldCommands()
 {
-    RawServer server([](RawPeer &peer) {
+    RawServer server([](RawConnection &peer) {
         peer.send(RawServer::uuid());
         peer.answer(RawBytes::u32(0));
         peer.readToEnd();
@@ -427,7 +427,7 @@ void tst_SClientHandshake::failedLoginKeepsHeldCommands()
 
 void tst_SClientHandshake::laterLoginSendsHeldCommands()
 {
-    RawServer server([](RawPeer &peer) {
+    RawServer server([](RawConnection &peer) {
         peer.send(RawServer::uuid());
         peer.answer(RawBytes::u32(0));
         peer.answer(RawBytes::u32(1));
@@ -464,7 +464,7 @@ void tst_SClientHandshake::statusBeyondTheKnownOnesIsNoLogin()
 
 void tst_SClientHandshake::cutStatusWordIsNoLoginAndEndsTheSession()
 {
-    RawServer server([](RawPeer &peer) {
+    RawServer server([](RawConnection &peer) {
         peer.send(RawServer::uuid());
         peer.readCommand();
         peer.send(RawBytes::ack() + QByteArray::fromHex("000000"));
@@ -556,7 +556,7 @@ void tst_SClientHandshake::listWithoutVersionsMakesEveryVersionZero()
 void tst_SClientHandshake::missingVersionsAreZero()
 {
     using namespace RawBytes;
-    RawServer server([](RawPeer &peer) {
+    RawServer server([](RawConnection &peer) {
         peer.send(RawServer::uuid());
         peer.answer(frame(i32(2) + idRecord("strv") + idRecord("wami") + i32(1) + i32(0x500)));
         peer.answer(u32(20));
@@ -588,7 +588,7 @@ void tst_SClientHandshake::emptyListLeavesEverythingAvailable()
 // Such a server is spoken to at the version that every connection starts with.
 void tst_SClientHandshake::oldServerWithoutStreamVersionKeepsTheSession()
 {
-    RawServer server([](RawPeer &peer) {
+    RawServer server([](RawConnection &peer) {
         peer.send(RawServer::uuid());
         peer.answer(RawBytes::u32(1));
         peer.answer(RawBytes::frame(
@@ -609,7 +609,7 @@ void tst_SClientHandshake::oldServerWithoutStreamVersionKeepsTheSession()
 
 void tst_SClientHandshake::listWithVersionsComesFirst()
 {
-    RawServer server([](RawPeer &peer) {
+    RawServer server([](RawConnection &peer) {
         peer.send(RawServer::uuid());
         peer.answer(RawBytes::frame(RawHandshake::listBody({{"wami", 5}, {"strv", 6}})));
         peer.answer(RawBytes::u32(20));
@@ -643,7 +643,7 @@ void tst_SClientHandshake::laterCommandListNegotiatesAgain()
     const QList<Command> commands = commandsWith({"prob", 0x00010100});
     RawHandshake handshake;
     handshake.commands = commands;
-    RawServer server([handshake, commands](RawPeer &peer) {
+    RawServer server([handshake, commands](RawConnection &peer) {
         handshake(peer);
         peer.answer(RawBytes::frame(RawHandshake::listBody(commands)));
         peer.answer(RawBytes::u32(18));
@@ -664,7 +664,7 @@ void tst_SClientHandshake::laterCommandListNegotiatesAgain()
 
 void tst_SClientHandshake::secondLoginAsksForNoListAndHoldsNothing()
 {
-    RawServer server([](RawPeer &peer) {
+    RawServer server([](RawConnection &peer) {
         RawHandshake()(peer);
         peer.answer(RawBytes::u32(0));
         peer.answer(RawBytes::frame(RawBytes::text(u"")));

@@ -21,12 +21,12 @@
  * The server's end of one connection in the hands of a script: blocking reads and writes, each of
  * which ends by a deadline, when the client goes, or when the test is over.
  */
-class RawPeer final
+class RawConnection final
 {
 public:
     static constexpr int kWaitMs = 10000;
 
-    RawPeer(QTcpSocket &socket, const std::atomic_bool &stop)
+    RawConnection(QTcpSocket &socket, const std::atomic_bool &stop)
         : m_socket(socket)
         , m_stop(stop)
     {
@@ -133,7 +133,7 @@ private:
  * connection on 127.0.0.1 in a thread of its own, hands it to the script, and closes it when the
  * script returns.
  *
- *     RawServer server([](RawPeer &peer) {
+ *     RawServer server([](RawConnection &peer) {
  *         peer.send(RawServer::uuid());
  *         peer.answer(RawBytes::frame(RawBytes::text(u"alice")));
  *         peer.readToEnd();
@@ -144,7 +144,7 @@ private:
 class RawServer final
 {
 public:
-    using Script = std::function<void(RawPeer &)>;
+    using Script = std::function<void(RawConnection &)>;
 
     explicit RawServer(Script script)
         : m_thread(QThread::create([this, script = std::move(script)] { serve(script); }))
@@ -163,7 +163,10 @@ public:
     quint16 port() const { return m_port; }
 
     //! Whether the script came to its end in time.
-    bool finishes(int msec = RawPeer::kWaitMs) { return m_thread->wait(QDeadlineTimer(msec)); }
+    bool finishes(int msec = RawConnection::kWaitMs)
+    {
+        return m_thread->wait(QDeadlineTimer(msec));
+    }
 
     //! Waits for the end of the script and gives every byte that it has read.
     QByteArray received()
@@ -181,14 +184,14 @@ private:
         if (server.listen(QHostAddress(QHostAddress::LocalHost)))
             m_port = server.serverPort();
         m_listening.release();
-        const QDeadlineTimer deadline(3 * RawPeer::kWaitMs);
+        const QDeadlineTimer deadline(3 * RawConnection::kWaitMs);
         while (!m_stop && !deadline.hasExpired() && !server.hasPendingConnections())
             server.waitForNewConnection(20);
         const std::unique_ptr<QTcpSocket> socket(server.nextPendingConnection());
         if (!socket)
             return;
         socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
-        RawPeer peer(*socket, m_stop);
+        RawConnection peer(*socket, m_stop);
         script(peer);
         m_received = peer.received();
         socket->disconnectFromHost();
@@ -251,7 +254,7 @@ struct RawHandshake
     quint32 streamVersion = 20;
 
     //! False when the client goes away before the end. After a refused login it ends there.
-    bool operator()(RawPeer &peer) const
+    bool operator()(RawConnection &peer) const
     {
         if (!peer.send(greeting) || !peer.answer(RawBytes::u32(status)))
             return false;

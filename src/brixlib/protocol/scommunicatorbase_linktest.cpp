@@ -17,10 +17,11 @@ constexpr int kReportAfterMs = 500;
 // The planned time is the peer's word; twice this still fits the signal's numbers.
 constexpr double kLargestEstimate = 1e18;
 
-// What the block holds does not matter. Without the memory for it the blocks are empty.
+// Zeros, since what lay in the memory before is not the peer's business. Without the memory the
+// blocks are empty.
 struct Block
 {
-    std::unique_ptr<char[]> bytes{new (std::nothrow) char[kBlockBytes]};
+    std::unique_ptr<char[]> bytes{new (std::nothrow) char[kBlockBytes]()};
     qint64 size = bytes ? kBlockBytes : 0;
 };
 
