@@ -1073,27 +1073,29 @@ void tst_SClientBase::linkTestUploads()
 
 void tst_SClientBase::linkTestDownloads()
 {
-    const QByteArray block(1000, 'b');
+    const QByteArray block = RawBytes::u64(1000) + QByteArray(1000, 'b');
     RawServer server([&](RawConnection &peer) {
         peer.send(RawServer::uuid());
         peer.readCommand();
         peer.send(RawBytes::ack());
         peer.read(8);
-        for (int i = 0; i < 3; ++i)
-            peer.send(RawBytes::u64(1000) + block);
-        QThread::msleep(50);
-        peer.send(RawBytes::u64(0) + RawBytes::ack());
+        peer.send(block);
+        QThread::msleep(1500); // past the half second in which nothing is reported
+        peer.send(block + RawBytes::u64(0) + RawBytes::ack());
         peer.readToEnd();
     });
     ClientSession session(server.port());
     SignalLog tested(session.client, &SClientBase::linkTestFinished);
+    SignalLog moved(session.client, &SClientBase::transferredBytes);
     QVERIFY(session.open());
-    session.client->linkTest(0, 1);
+    session.client->linkTest(0, 3);
     QVERIFY(session.waitForExchanges(1));
     QCOMPARE(session.exchanges(), QList<QByteArray>({"lnkt+"}));
     QCOMPARE(tested.value<0>(), 0.0);
     QVERIFY(tested.value<1>() > 0.0);
-    QVERIFY(tested.value<1>() <= 3000 / 0.05);
+    QVERIFY(tested.value<1>() <= 2000 / 0.5);
+    QCOMPARE(moved.value<0>(), 2000);
+    QVERIFY(moved.value<1>() <= 2000 * 3 / 0.5);
 }
 
 void tst_SClientBase::linkTestRefusesABlockAboveItsBuffer()

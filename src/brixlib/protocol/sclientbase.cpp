@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/protocol/sclientbase.h>
 
+#include "protocolsocket_p.h"
+
 #include <brixlib/protocol/commands/scommandauthentication.h>
 #include <brixlib/protocol/commands/scommandcommandlist.h>
 #include <brixlib/protocol/commands/scommandlinktest.h>
@@ -9,7 +11,6 @@
 #include <brixlib/protocol/commands/scommandservername.h>
 #include <brixlib/protocol/commands/scommandstreamversion.h>
 #include <brixlib/protocol/commands/scommandwhoami.h>
-#include <brixlib/protocol/protocolsocket_p.h>
 #include <brixlib/protocol/scommand.h>
 #include <brixlib/protocol/scommandqueue.h>
 #include <brixlib/protocol/stcpsocket.h>

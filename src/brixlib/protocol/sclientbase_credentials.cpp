@@ -2,7 +2,8 @@
 // User names and passwords in URLs. A password stands there as it is or as "(Form,value)".
 #include <brixlib/protocol/sclientbase.h>
 
-#include <brixlib/protocol/passwordhash_p.h>
+#include "passwordhash_p.h"
+
 #include <brixsec/saesstring.h>
 #include <brixsec/ssecurecredential.h>
 

@@ -2,10 +2,11 @@
 // The login, what is held back until it is through, and how commands adapt to the server.
 #include <brixlib/protocol/sclientbase.h>
 
+#include "passwordhash_p.h"
+
 #include <brixlib/protocol/commands/scommandauthentication.h>
 #include <brixlib/protocol/commands/scommandcommandlist.h>
 #include <brixlib/protocol/commands/scommandstreamversion.h>
-#include <brixlib/protocol/passwordhash_p.h>
 #include <brixlib/protocol/scommand.h>
 #include <brixlib/protocol/scommandqueue.h>
 #include <brixlib/protocol/wire.h>
