@@ -2,11 +2,30 @@
 #include <brixlib/workers/ssimplebackgroundrunner.h>
 #include <brixlib/workers/ssimpleworker.h>
 
+#include <QtCore/QRegularExpression>
 #include <QtCore/QSemaphore>
 
+#ifdef Q_OS_LINUX
+#include <sys/resource.h>
+#include <unistd.h>
+#endif
+
 using namespace Talverine;
+using namespace Qt::StringLiterals;
 
 namespace {
+
+#ifdef Q_OS_LINUX
+//! What the process has taken of its address space.
+rlim_t addressSpaceBytes()
+{
+    QFile file(u"/proc/self/statm"_s);
+    if (!file.open(QIODevice::ReadOnly))
+        return 0;
+    return file.readAll().split(' ').first().toULongLong() *
+           static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
+}
+#endif
 
 //! What the worker of a test does and what became of it, shared with the thread of the test.
 struct Course
@@ -261,6 +280,37 @@ private Q_SLOTS:
         QVERIFY(!runner.isRunning());
         runner.requestInterruption();
         QVERIFY(runner.waitForFinished(0));
+    }
+
+    void aThreadThatCannotBeMadeFinishesTheWorker()
+    {
+#ifdef Q_OS_LINUX
+        Course course;
+        SSimpleBackgroundRunner runner(new Worker(&course, Worker::Idles));
+        QSignalSpy started(&runner, &SSimpleBackgroundRunner::started);
+        QSignalSpy finished(&runner, &SSimpleBackgroundRunner::finished);
+        // A stack that the address space has no room for.
+        rlimit before;
+        QCOMPARE(getrlimit(RLIMIT_AS, &before), 0);
+        rlimit tight = before;
+        tight.rlim_cur = addressSpaceBytes() + (rlim_t(1) << 30);
+        runner.findChild<QThread *>()->setStackSize(0xF0000000);
+        QTest::ignoreMessage(QtCriticalMsg,
+                             QRegularExpression(u"QThread::start: Thread creation error.*"_s));
+        QCOMPARE(setrlimit(RLIMIT_AS, &tight), 0);
+        runner.start();
+        QCOMPARE(setrlimit(RLIMIT_AS, &before), 0);
+        QVERIFY(!runner.isRunning());
+        QCOMPARE(started.size(), 0);
+        QCOMPARE(finished.size(), 1);
+        QCOMPARE(course.destroyed.loadAcquire(), 1);
+        QCOMPARE(course.error.loadAcquire(), static_cast<int>(SimpleWorkerError::InitError));
+        runner.start();
+        runner.requestInterruption();
+        QCOMPARE(finished.size(), 1);
+#else
+        QSKIP("the address space has no limit here");
+#endif
     }
 
     void startTakesAPriority()

@@ -25,8 +25,19 @@ SSimpleBackgroundRunner::~SSimpleBackgroundRunner()
 void SSimpleBackgroundRunner::start(QThread::Priority priority)
 {
     // A thread without a worker would have nobody to end it.
-    if (m_worker)
-        m_thread->start(priority);
+    if (!m_worker)
+        return;
+    m_thread->start(priority);
+    if (!m_thread->isRunning() && !m_thread->isFinished())
+        giveUp();
+}
+
+// The system has no more threads to give, and no signal of the thread will ever tell.
+void SSimpleBackgroundRunner::giveUp()
+{
+    Q_EMIT m_worker->finished(SimpleWorkerError::InitError);
+    delete m_worker.data();
+    Q_EMIT finished();
 }
 
 bool SSimpleBackgroundRunner::isRunning() const

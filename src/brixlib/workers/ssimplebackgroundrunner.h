@@ -33,7 +33,11 @@ public:
     //! Interrupts the worker and waits for its thread, however long that takes.
     ~SSimpleBackgroundRunner() override;
 
-    //! Starts the thread; does nothing when the worker has finished already.
+    /*!
+     * Starts the thread; does nothing when the worker has finished already. When the system has no
+     * thread to give, the worker finishes with SimpleWorkerError::InitError and is deleted, and the
+     * runner finishes without having started.
+     */
     void start(QThread::Priority priority = QThread::InheritPriority);
     bool isRunning() const;
     //! Asks the thread to stop and the worker to terminate; does not wait.
@@ -50,6 +54,7 @@ Q_SIGNALS:
     void started();
 
 private:
+    void giveUp();
     bool setWorker(SSimpleWorker *worker);
 
     QThread *m_thread;
