@@ -53,6 +53,10 @@ int main(int argc, char *argv[])
     cli.set_version_flag("--version", "brix " BRIX_VERSION);
     cli.add_flag("--json", tool.output.json, "Results as one JSON object a line");
     cli.add_flag("--quiet", tool.output.quiet, "No progress and no notes");
+    addServeCommand(&cli, &tool);
+    addTransferCommands(&cli, &tool);
+    addFileCommands(&cli, &tool);
+    addServerCommands(&cli, &tool);
     addUserCommands(&cli, &tool);
 
     try {

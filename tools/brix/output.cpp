@@ -42,6 +42,11 @@ void Output::result(const QString &text, const QJsonObject &object) const
         line(text);
 }
 
+void Output::bytesAsTheyAre(const QByteArray &bytes) const
+{
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout);
+}
+
 void Output::table(QList<QStringList> rows) const
 {
     QList<qsizetype> widths;
@@ -63,12 +68,17 @@ void Output::table(QList<QStringList> rows) const
 void Output::note(const QString &text) const
 {
     if (!quiet)
-        write(stderr, printable(text).toLocal8Bit());
+        diagnostic(text);
+}
+
+void Output::diagnostic(const QString &text) const
+{
+    write(stderr, printable(text).toLocal8Bit());
 }
 
 void Output::error(const QString &text) const
 {
-    write(stderr, printable(u"brix: "_s + text).toLocal8Bit());
+    diagnostic(u"brix: "_s + text);
 }
 
 QString Output::printable(QString text)

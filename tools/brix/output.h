@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QtCore/QByteArray>
 #include <QtCore/QJsonObject>
 #include <QtCore/QList>
 #include <QtCore/QString>
@@ -30,10 +31,14 @@ public:
     void object(const QJsonObject &object) const;
     //! \a text, or \a object with --json.
     void result(const QString &text, const QJsonObject &object) const;
+    //! A result that is no text, without a line end of its own.
+    void bytesAsTheyAre(const QByteArray &bytes) const;
     //! Rows of cells in aligned columns. Nothing for no rows.
     void table(QList<QStringList> rows) const;
     //! Something worth knowing that is neither a result nor an error.
     void note(const QString &text) const;
+    //! A line of a log that was asked for, whether notes are wanted or not.
+    void diagnostic(const QString &text) const;
     //! What failed, and why.
     void error(const QString &text) const;
 

@@ -47,6 +47,10 @@ CLI::App *addCommand(CLI::App *parent, Tool *tool, const std::string &name,
 }
 
 // One function for each family of sub-commands.
+void addFileCommands(CLI::App *cli, Tool *tool);
+void addServeCommand(CLI::App *cli, Tool *tool);
+void addServerCommands(CLI::App *cli, Tool *tool);
+void addTransferCommands(CLI::App *cli, Tool *tool);
 void addUserCommands(CLI::App *cli, Tool *tool);
 
 } // namespace Brix

@@ -1,0 +1,237 @@
+// SPDX-License-Identifier: MIT
+#include "download.h"
+
+#include "output.h"
+#include "remotepath.h"
+
+#include <brixlib/protocol/wire.h>
+
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+#include <QtCore/QStorageInfo>
+#include <QtCore/QUuid>
+
+#include <filesystem>
+#include <numeric>
+
+namespace Brix {
+
+using namespace Qt::StringLiterals;
+using namespace Talverine;
+
+namespace {
+
+// Commands that wait in the queue, so that the line never stands still between two files.
+constexpr qsizetype window = 32;
+
+// A server that tells of folders in folders without end is not followed further.
+constexpr int deepestFolder = 200;
+
+QString temporaryName(const QString &folder)
+{
+    return u"%1/.brix-%2"_s.arg(folder, QUuid::createUuid().toString(QUuid::WithoutBraces));
+}
+
+} // namespace
+
+Download::Download(Session &session, ProgressBar &progress, TransferReport &report,
+                   bool removeSource)
+    : m_session(session)
+    , m_progress(progress)
+    , m_report(report)
+    , m_removeSource(removeSource)
+{
+    QObject::connect(&session, &Session::transferred, &session,
+                     [this](qint64 done, qint64) { m_progress.show(m_report.bytes() + done); });
+}
+
+void Download::fetchFile(const QString &remote, const QString &local)
+{
+    if (QFileInfo(local).isDir())
+        throw Failure{ExitCode::LocalIo, u"%1 is a folder"_s.arg(local)};
+    stageIn(QFileInfo(local).path());
+    m_files.append({remote, local, RemotePath::name(remote), 0});
+    fetchAll();
+}
+
+void Download::fetchTree(const QString &remote, const QString &local)
+{
+    stageIn(local);
+    m_remoteFolders.append(remote);
+    collect(remote, local, QString(), 0);
+    m_progress.setTotal(std::accumulate(
+        m_files.begin(), m_files.end(), qint64(0),
+        [](qint64 sum, const File &file) { return sum + std::max<qint64>(file.size, 0); }));
+    fetchAll();
+    if (m_removeSource && !m_report.hasFailures())
+        removeRemoteFolders();
+}
+
+// Makes the folder and tries whether files can be made in it, while there is still a reason to
+// tell.
+void Download::stageIn(const QString &folder)
+{
+    if (!QDir().mkpath(folder))
+        throw Failure{ExitCode::LocalIo, u"cannot make the folder %1"_s.arg(folder)};
+    if (RemotePath::isChangedOnArrival(folder))
+        throw Failure{ExitCode::LocalIo, u"cannot receive into %1: the name of that folder has one "
+                                         "of ? < > * | \" in it"_s.arg(folder)};
+    QFile probe(temporaryName(folder));
+    if (!probe.open(QIODevice::WriteOnly))
+        throw Failure{ExitCode::LocalIo,
+                      u"cannot write in %1: %2"_s.arg(folder, probe.errorString())};
+    probe.remove();
+    m_stagingFolder = folder;
+}
+
+void Download::collect(const QString &remote, const QString &local, const QString &name, int depth)
+{
+    if (!makeFolder(local, name))
+        return;
+    for (const auto &entry : m_session.list(remote)) {
+        if (!RemotePath::isSafeName(entry.fileName())) {
+            m_report.addFailure(RemotePath::join(name, entry.fileName()), ExitCode::Refused,
+                                u"the server gives a name that no file here can have"_s);
+            continue;
+        }
+        collectEntry(entry, RemotePath::join(remote, entry.fileName()),
+                     local + u'/' + entry.fileName(), RemotePath::join(name, entry.fileName()),
+                     depth);
+    }
+}
+
+void Download::collectEntry(const SFileEntry &entry, const QString &remote, const QString &local,
+                            const QString &name, int depth)
+{
+    if (!entry.isReadable() && !entry.isSymbolic()) {
+        m_report.addFailure(name, ExitCode::Refused, u"the server may not read it"_s);
+    } else if (entry.isFile() && entry.isReadable()) {
+        m_files.append({remote, local, name, entry.size()});
+    } else if (entry.isSymbolic()) {
+        m_report.addSkipped(name, entry.isDirectory() ? u"a link to a folder"_s
+                                                      : u"a link that leads nowhere"_s);
+    } else if (depth >= deepestFolder) {
+        m_report.addFailure(name, ExitCode::Refused, u"its folder lies too deep"_s);
+    } else {
+        m_remoteFolders.append(remote);
+        collect(remote, local, name, depth + 1);
+    }
+}
+
+void Download::fetchAll()
+{
+    for (const File &file : std::as_const(m_files)) {
+        m_session.waitWhile([this] { return m_session.pending() >= window; });
+        fetch(file);
+    }
+    m_session.waitWhile([this] { return m_session.pending() > 0; });
+}
+
+void Download::fetch(const File &file)
+{
+    const QString staged = temporaryName(m_stagingFolder);
+    m_session.post(
+        CommandIds::kGetFile,
+        [&](Session::Requester &server) { server.getFile(file.remote, staged, false); },
+        [this, file, staged](Outcome outcome, const Answer &answer) {
+            finish(file, staged, outcome, answer);
+            QFile::remove(staged);
+        });
+}
+
+void Download::finish(const File &file, const QString &staged, Outcome outcome,
+                      const Answer &answer)
+{
+    if (outcome == Outcome::NotTried)
+        return m_report.addNotTried(file.name);
+    if (outcome != Outcome::Done)
+        return explainFailure(file, answer);
+    if (!moveIntoPlace(file, staged))
+        return;
+    m_report.addFile(answer.moved);
+    if (m_removeSource)
+        removeRemoteFile(file);
+}
+
+bool Download::moveIntoPlace(const File &file, const QString &staged)
+{
+    if (!makeFolder(QFileInfo(file.local).path(), file.name))
+        return false;
+    // Unlike QFile's, this renaming replaces an older file in one step.
+    std::error_code error;
+    std::filesystem::rename(QFileInfo(staged).filesystemFilePath(),
+                            QFileInfo(file.local).filesystemFilePath(), error);
+    if (!error)
+        return true;
+    m_report.addFailure(
+        file.name, ExitCode::LocalIo,
+        u"cannot be put in its place: %1"_s.arg(QString::fromLocal8Bit(error.message().c_str())));
+    return false;
+}
+
+bool Download::makeFolder(const QString &folder, const QString &name)
+{
+    if (m_madeFolders.contains(folder))
+        return true;
+    if (!QDir().mkpath(folder)) {
+        m_report.addFailure(name, ExitCode::LocalIo, u"cannot make the folder %1"_s.arg(folder));
+        return false;
+    }
+    m_madeFolders.insert(folder);
+    return true;
+}
+
+// The library only tells that the exchange failed. How far it came tells the rest.
+void Download::explainFailure(const File &file, const Answer &answer)
+{
+    const Failure failure = m_session.failure(Outcome::Failed);
+    if (failure.code == ExitCode::Interrupted)
+        return m_report.addFailure(file.name, failure.code, failure.text);
+    if (answer.isMoved && answer.moved == 0)
+        return m_report.addFailure(file.name, ExitCode::Refused,
+                                   u"the server does not send it, and has ended the session"_s);
+    const QStorageInfo storage(m_stagingFolder);
+    if (answer.isStarted && storage.isValid() && storage.bytesAvailable() < file.size)
+        return m_report.addFailure(file.name, ExitCode::LocalIo,
+                                   u"%1 has no room for it: %2 are needed, %3 are free"_s.arg(
+                                       m_stagingFolder, Output::bytes(file.size),
+                                       Output::bytes(storage.bytesAvailable())));
+    m_report.addFailure(file.name, failure.code,
+                        answer.isStarted
+                            ? u"the connection broke after %1, or the file could not be written "
+                              "here"_s.arg(Output::bytes(answer.moved))
+                            : failure.text);
+}
+
+void Download::removeRemoteFile(const File &file)
+{
+    m_session.post(
+        CommandIds::kRemoveFile,
+        [&](Session::Requester &server) { server.removeFile(file.remote); },
+        [this, file](Outcome outcome, const Answer &answer) {
+            if (outcome != Outcome::Done || !answer.result)
+                m_report.addFailure(file.name,
+                                    outcome == Outcome::Done ? ExitCode::Refused
+                                                             : m_session.failure(outcome).code,
+                                    u"arrived, but was not removed from the server"_s);
+        });
+}
+
+// Removing a folder on the server takes all that is in it along, so only empty ones may go.
+void Download::removeRemoteFolders()
+{
+    for (auto folder = m_remoteFolders.crbegin(); folder != m_remoteFolders.crend(); ++folder) {
+        const bool isEmpty = m_session.list(*folder).isEmpty();
+        const bool isRemoved =
+            isEmpty && m_session
+                           .ask(CommandIds::kRemoveDir,
+                                [&](Session::Requester &server) { server.removeDir(*folder); })
+                           .result;
+        if (!isRemoved)
+            m_report.addSkipped(*folder, isEmpty ? u"the server does not remove it"_s
+                                                 : u"kept on the server, since it is not empty"_s);
+    }
+}
+
+} // namespace Brix

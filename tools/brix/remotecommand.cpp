@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: MIT
+#include "remotecommand.h"
+
+#include "interruption.h"
+#include "remotepath.h"
+
+namespace Brix {
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+RemoteUrl parsedUrl(const QString &text)
+{
+    QString error;
+    auto url = RemoteUrl::parse(text, &error);
+    if (!url)
+        throw Failure{ExitCode::Usage, error};
+    return *url;
+}
+
+} // namespace
+
+void declareRemote(CLI::App *command, RemoteOptions *options)
+{
+    addText(command, "URL", &options->url, "brix://USER@HOST:PORT/PATH")->required();
+    command->add_flag("--password-stdin", options->password.fromStdin,
+                      "Read the password from the first line of stdin");
+    command
+        ->add_option("--timeout", options->timeoutSeconds, "Seconds that the server may be silent")
+        ->check(CLI::Range(1, 86400))
+        ->capture_default_str();
+}
+
+ExitCode withSession(const Output &output, const RemoteOptions &options, const RemoteWork &work)
+{
+    try {
+        const RemoteUrl url = parsedUrl(options.url);
+        QString error;
+        const auto password = options.password.existing(url.user, &error);
+        if (!password)
+            throw Failure{ExitCode::Usage, error};
+        const Interruption interruption;
+        Session session(url, std::chrono::seconds(options.timeoutSeconds), interruption);
+        session.open(*password);
+        return work(session, url);
+    } catch (const Failure &failure) {
+        output.error(failure.text);
+        return failure.code;
+    }
+}
+
+QString requiredPath(const RemoteUrl &url)
+{
+    if (RemotePath::withoutSlash(url.path).isEmpty())
+        throw Failure{ExitCode::Usage, u"the URL names no path"_s};
+    return RemotePath::withoutSlash(url.path);
+}
+
+QString targetPath(const RemoteUrl &url, const QString &text)
+{
+    QString path = text;
+    if (text.startsWith(u"brix://"_s, Qt::CaseInsensitive)) {
+        RemoteUrl target = parsedUrl(text);
+        path = std::exchange(target.path, url.path);
+        if (!(target == url))
+            throw Failure{ExitCode::Usage, u"both places must be on one server, of one user"_s};
+    }
+    if (path.isEmpty() || path.endsWith(u'/'))
+        path += RemotePath::name(requiredPath(url));
+    return path;
+}
+
+} // namespace Brix

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "passwordsource.h"
+#include "session.h"
+#include "tool.h"
+
+namespace Brix {
+
+//! What every sub-command that talks to a server takes.
+struct RemoteOptions
+{
+    QString url;
+    PasswordSource password;
+    int timeoutSeconds = 10;
+};
+
+//! Adds URL and the options of a connection.
+void declareRemote(CLI::App *command, RemoteOptions *options);
+
+//! Work on an open session; throws Failure.
+using RemoteWork = std::function<ExitCode(Session &session, const RemoteUrl &url)>;
+
+//! Connects, logs in, does \a work, and tells what failed.
+ExitCode withSession(const Output &output, const RemoteOptions &options, const RemoteWork &work);
+
+//! The path of \a url; throws Failure when there is none, since the whole home folder is not meant.
+QString requiredPath(const RemoteUrl &url);
+
+/*!
+ * Where something on \a url goes to on the same server: \a text is a URL of that server or a path
+ * there, and with a slash at its end the folder to put it in under its own name. Throws Failure.
+ */
+QString targetPath(const RemoteUrl &url, const QString &text);
+
+} // namespace Brix

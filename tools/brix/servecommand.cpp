@@ -1,0 +1,198 @@
+// SPDX-License-Identifier: MIT
+// brix serve: a file server.
+#include "commandname.h"
+#include "failure.h"
+#include "interruption.h"
+#include "tool.h"
+#include "userfile.h"
+
+#include <brixlib/fileservice/sserverftp.h>
+#include <brixlib/protocol/spluggableserverversion.h>
+#include <brixlib/protocol/sservercontroller.h>
+#include <brixlib/protocol/stcpsocketspeedcontroller.h>
+#include <brixlib/workers/ssimplebackgroundrunner.h>
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QEventLoop>
+#include <QtNetwork/QHostAddress>
+
+namespace Brix {
+
+using namespace Qt::StringLiterals;
+using namespace Talverine;
+
+namespace {
+
+struct ServeOptions
+{
+    QString users;
+    QString address = u"127.0.0.1"_s;
+    quint16 port = 0;
+    QString name;
+    bool documentRoot = false;
+    int maximumConnections = 0;
+    qint64 limitIn = 0;
+    qint64 limitOut = 0;
+    bool verbose = false;
+};
+
+void declareServe(CLI::App *command, ServeOptions *options)
+{
+    addPath(command, "--users", &options->users, "The user file (see brix user); read once")
+        ->required();
+    addText(command, "--address", &options->address,
+            "Address to listen on; 0.0.0.0 or :: for all. Default: 127.0.0.1");
+    command->add_option("--port", options->port, "Port to listen on; 0 takes a free one")
+        ->capture_default_str();
+    addText(command, "--name", &options->name, "The server's name. Default: that of this machine");
+    command->add_flag("--document-root", options->documentRoot,
+                      "Show each user the own home folder as /");
+    command
+        ->add_option("--max-connections", options->maximumConnections,
+                     "Connections at a time; 0 for no limit")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    command
+        ->add_option("--limit-in", options->limitIn,
+                     "Bytes a second that all clients together may send; 0 for no limit")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    command
+        ->add_option("--limit-out", options->limitOut,
+                     "Bytes a second that all clients together may receive; 0 for no limit")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    command->add_flag("--verbose", options->verbose,
+                      "A line on stderr for each login, command and end of a session");
+}
+
+// Listens, and serves each connection in a thread of its own.
+class FileServer final : public QObject
+{
+public:
+    FileServer(const Output &output, const ServeOptions &options)
+        : m_output(output)
+        , m_options(options)
+    {
+        QString error;
+        const ExitCode code =
+            UserFile(options.users).read(&m_users, UserFile::Missing::IsFailure, &error);
+        if (code != ExitCode::Done)
+            throw Failure{code, error};
+        m_speed.setIncomingSpeed(options.limitIn);
+        m_speed.setOutcomingSpeed(options.limitOut);
+        m_controller.setMaximumConnections(options.maximumConnections);
+        connect(&m_controller, &SServerController::newConnection, this, &FileServer::serve);
+    }
+
+    void listen()
+    {
+        const QHostAddress address(m_options.address);
+        if (address.isNull())
+            throw Failure{ExitCode::Usage, u"\"%1\" is not an address"_s.arg(m_options.address)};
+        if (!m_controller.listen(address, m_options.port))
+            throw Failure{ExitCode::LocalIo,
+                          u"cannot listen on %1: %2"_s.arg(place(address, m_options.port),
+                                                           m_controller.errorString())};
+        const QString where = place(m_controller.serverAddress(), m_controller.serverPort());
+        m_output.result(u"listening on "_s + where, {{u"listening"_s, where}});
+        if (m_users.isEmpty())
+            m_output.note(u"brix: the user file has no user; nobody can log in"_s);
+    }
+
+    // Returns when the interruption has come and all sessions have ended.
+    void run(const Interruption &interruption)
+    {
+        QEventLoop loop;
+        const auto quitWhenIdle = [&] {
+            if (interruption.isRequested() && m_controller.count() == 0)
+                loop.quit();
+        };
+        connect(&m_controller, &SServerController::connectionCountChanged, &loop, quitWhenIdle);
+        connect(&interruption, &Interruption::requested, &loop, [&] {
+            m_controller.close();
+            m_controller.interruptWorkers();
+            quitWhenIdle();
+        });
+        loop.exec();
+    }
+
+private:
+    static QString place(const QHostAddress &address, quint16 port)
+    {
+        const auto form =
+            address.protocol() == QAbstractSocket::IPv6Protocol ? u"[%1]:%2"_s : u"%1:%2"_s;
+        return form.arg(address.toString(), QString::number(port));
+    }
+
+    void serve(qint64 descriptor)
+    {
+        auto *session = new SServerFtp(descriptor);
+        session->setAuthenticationDb(&m_users);
+        session->enableDocumentRoot(m_options.documentRoot);
+        if (!m_options.name.isEmpty())
+            session->setServerName(m_options.name);
+        session->addPluggable(u"version"_s, new SPluggableServerVersion);
+        if (m_options.limitIn > 0 || m_options.limitOut > 0)
+            session->setSpeedController(&m_speed);
+        if (m_options.verbose)
+            report(session);
+        auto *runner = m_controller.serveNewConnectionAsync(session, true);
+        connect(runner, &SSimpleBackgroundRunner::finished, runner, &QObject::deleteLater);
+    }
+
+    void report(SServerFtp *session)
+    {
+        const auto write = [this, number = ++m_sessions](const QString &text) {
+            m_output.diagnostic(u"[%1] %2"_s.arg(QString::number(number), text));
+        };
+        connect(session, &SServerFtp::connectionInfo, this, [write](const QHostAddress &peer) {
+            write(u"connection from %1"_s.arg(peer.toString()));
+        });
+        connect(session, &SServerFtp::authenticationFinished, this,
+                [write](const QString &user, AuthenticationStatus status) {
+                    write((status == AuthenticationStatus::Authenticated ? u"login of %1"_s
+                                                                         : u"refused login of %1"_s)
+                              .arg(user));
+                });
+        connect(session, &SServerFtp::commandResult, this, [write](SCommandId id, bool success) {
+            if (!id.isNull())
+                write(commandName(id) + (success ? QString() : u" failed"_s));
+        });
+        connect(session, &SServerFtp::finished, this,
+                [write](SimpleWorkerError) { write(u"end of the session"_s); });
+    }
+
+    const Output &m_output;
+    const ServeOptions &m_options;
+    SAuthenticationDb m_users;
+    STcpSocketSpeedController m_speed;
+    int m_sessions = 0;
+    // Last, so that its sessions end before what they use does.
+    SServerController m_controller;
+};
+
+ExitCode serve(const Output &output, const ServeOptions &options)
+{
+    try {
+        const Interruption interruption;
+        FileServer server(output, options);
+        server.listen();
+        server.run(interruption);
+        return ExitCode::Done;
+    } catch (const Failure &failure) {
+        output.error(failure.text);
+        return failure.code;
+    }
+}
+
+} // namespace
+
+void addServeCommand(CLI::App *cli, Tool *tool)
+{
+    addCommand<ServeOptions>(
+        cli, tool, "serve", "Serve files until Ctrl-C; the first line tells the address and port",
+        "brix serve --users users.json --address 0.0.0.0 --port 7000", declareServe, serve);
+}
+
+} // namespace Brix

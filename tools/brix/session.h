@@ -1,0 +1,149 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "failure.h"
+#include "remoteurl.h"
+
+#include <brixlib/fileservice/sclientftprequester.h>
+#include <brixlib/foundation/sfileentry.h>
+#include <brixlib/protocol/sclientcontroller.h>
+#include <brixlib/protocol/scommandid.h>
+#include <brixsec/ssecurestring.h>
+
+#include <QtCore/QByteArray>
+#include <QtCore/QHash>
+#include <QtCore/QList>
+#include <QtCore/QObject>
+#include <QtCore/QStringList>
+
+#include <chrono>
+#include <deque>
+#include <functional>
+
+namespace Talverine {
+class SClientFtp;
+}
+
+namespace Brix {
+
+class Interruption;
+
+//! Bytes of the storage that holds the server's current folder.
+struct Storage
+{
+    qint64 available = 0;
+    qint64 total = 0;
+    qint64 free = 0;
+    QByteArray type;
+};
+
+//! What came back from one command; each fills what it has.
+struct Answer
+{
+    bool result = false;
+    QString text;
+    QStringList names;
+    QByteArray bytes;
+    QList<Talverine::SFileEntry> entries;
+    Storage storage;
+    //! Of a file's transfer: it has begun, and all its bytes have moved.
+    bool isStarted = false;
+    bool isMoved = false;
+    qint64 moved = 0;
+};
+
+//! How a command ended.
+enum class Outcome {
+    Done,        //!< the exchange is complete; the answer tells whether the server did it
+    Failed,      //!< the exchange failed, and the session with it
+    NotTried,    //!< the session had ended before
+    Unavailable, //!< the server does not know the command
+};
+
+/*!
+ * One login on a server, for commands one after the other. The work is done in the library's worker
+ * thread; here its signals become answers.
+ *
+ *     Session session(url, 10s, interruption);
+ *     session.open(password);
+ *     output.line(session.ask(CommandIds::kPwd, [](auto &server) { server.pwd(); }).text);
+ *
+ * Nothing is tried twice: the first exchange that fails ends the session.
+ *
+ * Thread: lives in the main thread.
+ */
+class Session final : public QObject
+{
+    Q_OBJECT
+
+public:
+    using Requester = Talverine::SClientFtpRequester;
+    using Start = std::function<void(Requester &)>;
+    using Done = std::function<void(Outcome, const Answer &)>;
+
+    //! \a timeout limits each wait for the server.
+    Session(const RemoteUrl &url, std::chrono::milliseconds timeout,
+            const Interruption &interruption);
+    ~Session() override;
+
+    //! Connects and logs in; throws Failure.
+    void open(const Talverine::Security::SSecureString &password);
+    bool isOpen() const { return !m_ended; }
+    //! The server's commands with their versions.
+    const QHash<Talverine::SCommandId, qint32> &commands() const { return m_commands; }
+
+    //! Runs one command and waits for its answer; throws Failure unless the exchange was done.
+    Answer ask(Talverine::SCommandId id, const Start &start);
+    //! Queues a command; \a done is called while waitWhile() runs, or at once after the end.
+    void post(Talverine::SCommandId id, const Start &start, const Done &done);
+    //! Commands that were posted and have not ended.
+    qsizetype pending() const { return qsizetype(m_pending.size()); }
+    //! Handles events as long as \a unfinished says so and the session lives.
+    void waitWhile(const std::function<bool()> &unfinished);
+
+    // Questions that many sub-commands have.
+
+    bool exists(const QString &path);
+    //! Whether \a path is a folder; the server's current folder is the user's own afterwards.
+    bool isFolder(const QString &path);
+    //! The entries of a folder in the order of their names, without "..".
+    QList<Talverine::SFileEntry> list(const QString &folder);
+
+    //! What a command's failed exchange means for people.
+    Failure failure(Outcome outcome) const;
+
+Q_SIGNALS:
+    //! A transfer that is under way has moved so many bytes of its file.
+    void transferred(qint64 done, qint64 total);
+
+private:
+    struct Pending
+    {
+        Talverine::SCommandId id;
+        Done done;
+    };
+
+    void interrupt();
+    void listenToAnswers();
+    void listenToTransfers();
+    void listenToEnds();
+    template<typename Signal, typename Slot>
+    void listen(Signal signal, Slot slot);
+    void endFront(Outcome outcome);
+    void onUnavailable(Talverine::SCommandId id);
+    void onEnded();
+
+    const RemoteUrl m_url;
+    const std::chrono::milliseconds m_timeout;
+    const Interruption &m_interruption;
+    Talverine::SClientController m_controller;
+    Talverine::SClientFtp *m_client; // deletes itself in its thread; touched before that starts
+    Requester m_requester;
+    std::deque<Pending> m_pending;
+    Answer m_answer;
+    QHash<Talverine::SCommandId, qint32> m_commands;
+    bool m_connecting = false;
+    bool m_ended = false;
+};
+
+} // namespace Brix

@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: MIT
+// brix get, brix put: moves files and trees of files.
+#include "download.h"
+#include "remotecommand.h"
+#include "remotepath.h"
+#include "upload.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QFileInfo>
+
+namespace Brix {
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct TransferOptions
+{
+    RemoteOptions remote;
+    QString local;
+    bool recursive = false;
+    bool removeSource = false;
+};
+
+void declareTransfer(CLI::App *command, TransferOptions *options)
+{
+    command->add_flag("-r,--recursive", options->recursive, "A folder with all that is in it");
+    command->add_flag("--remove-source", options->removeSource,
+                      "Remove each file where it came from once it has arrived");
+}
+
+void declareGet(CLI::App *command, TransferOptions *options)
+{
+    declareRemote(command, &options->remote);
+    addPath(command, "LOCAL", &options->local,
+            "Where it goes: a file, or a folder to put it in; with -r the folder that receives the "
+            "content. Default: its own name in the current folder");
+    declareTransfer(command, options);
+}
+
+void declarePut(CLI::App *command, TransferOptions *options)
+{
+    addPath(command, "LOCAL", &options->local, "The file or, with -r, the folder")->required();
+    declareRemote(command, &options->remote);
+    declareTransfer(command, options);
+}
+
+// The name that something from the URL has here when none is given.
+QString ownName(const RemoteUrl &url)
+{
+    const QString name = RemotePath::name(RemotePath::withoutSlash(url.path));
+    if (!RemotePath::isSafeName(name))
+        throw Failure{ExitCode::Usage, u"the URL ends in no name; say where it goes"_s};
+    return name;
+}
+
+void getTree(Session &session, const RemoteUrl &url, const TransferOptions &options,
+             Download *download)
+{
+    const QString local =
+        options.local.isEmpty() ? QDir().absoluteFilePath(ownName(url)) : options.local;
+    const QString remote = RemotePath::withoutSlash(url.path);
+    if (!session.isFolder(remote))
+        throw Failure{ExitCode::Refused, u"the server has no folder %1"_s.arg(url.path)};
+    download->fetchTree(remote, QDir::cleanPath(local));
+}
+
+void getFile(Session &session, const RemoteUrl &url, const TransferOptions &options,
+             Download *download)
+{
+    const QString remote = requiredPath(url);
+    if (!session.exists(remote))
+        throw Failure{ExitCode::Refused, u"the server has no %1"_s.arg(remote)};
+    if (session.isFolder(remote))
+        throw Failure{ExitCode::Refused, u"%1 is a folder; give -r"_s.arg(remote)};
+    QString local = options.local.isEmpty() ? QDir::currentPath() + u'/' : options.local;
+    if (local.endsWith(u'/') || QFileInfo(local).isDir())
+        local += u'/' + ownName(url);
+    download->fetchFile(remote, QDir::cleanPath(local));
+}
+
+ExitCode get(const Output &output, const TransferOptions &options)
+{
+    return withSession(output, options.remote, [&](Session &session, const RemoteUrl &url) {
+        TransferReport report;
+        {
+            ProgressBar progress(output.quiet);
+            Download download(session, progress, report, options.removeSource);
+            if (options.recursive)
+                getTree(session, url, options, &download);
+            else
+                getFile(session, url, options, &download);
+        }
+        return report.write(output);
+    });
+}
+
+void putTree(const RemoteUrl &url, const TransferOptions &options, Upload *upload)
+{
+    const QString local = QDir::cleanPath(options.local);
+    if (!QFileInfo(local).isDir())
+        throw Failure{ExitCode::LocalIo, u"there is no folder %1"_s.arg(local)};
+    const QString remote = RemotePath::withoutSlash(url.path);
+    upload->sendTree(local, remote.isEmpty() ? QDir(local).dirName() : remote);
+}
+
+void putFile(Session &session, const RemoteUrl &url, const TransferOptions &options, Upload *upload)
+{
+    const QFileInfo info(options.local);
+    if (info.isDir())
+        throw Failure{ExitCode::LocalIo, u"%1 is a folder; give -r"_s.arg(options.local)};
+    if (!info.isFile())
+        throw Failure{ExitCode::LocalIo, u"there is no file %1"_s.arg(options.local)};
+    const bool intoFolder =
+        url.path.isEmpty() || url.path.endsWith(u'/') || session.isFolder(url.path);
+    upload->sendFile(options.local,
+                     intoFolder ? RemotePath::join(url.path, info.fileName()) : url.path);
+}
+
+ExitCode put(const Output &output, const TransferOptions &options)
+{
+    return withSession(output, options.remote, [&](Session &session, const RemoteUrl &url) {
+        TransferReport report;
+        {
+            ProgressBar progress(output.quiet);
+            Upload upload(session, progress, report, options.removeSource);
+            if (options.recursive)
+                putTree(url, options, &upload);
+            else
+                putFile(session, url, options, &upload);
+        }
+        return report.write(output);
+    });
+}
+
+} // namespace
+
+void addTransferCommands(CLI::App *cli, Tool *tool)
+{
+    addCommand<TransferOptions>(cli, tool, "get", "Fetch a file or a tree of files",
+                                "brix get -r brix://ann@press:7000/jobs ./jobs", declareGet, get);
+    addCommand<TransferOptions>(cli, tool, "put", "Send a file or a tree of files",
+                                "brix put report.pdf brix://ann@press:7000/reports/", declarePut,
+                                put);
+}
+
+} // namespace Brix
