@@ -75,11 +75,13 @@ public:
         return runner;
     }
 
-    //! Waits until the worker has finished and is gone.
+    //! Waits until the worker has finished and is gone, and takes the last of its signals.
     [[nodiscard]] bool ends()
     {
-        return finished.waitForCount(1) &&
-               QTest::qWaitFor([this] { return client.isNull(); }, 10000);
+        const bool ended =
+            finished.waitForCount(1) && QTest::qWaitFor([this] { return client.isNull(); }, 10000);
+        QCoreApplication::processEvents();
+        return ended;
     }
 
     //! Runs \a work in the client's thread and waits for it.
