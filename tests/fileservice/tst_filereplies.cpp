@@ -85,6 +85,43 @@ private Q_SLOTS:
         QVERIFY(entries.first().lastModified().isNull());
     }
 
+    // A zone or a number that no system knows costs the entry its date at most.
+    void anyDateIsRead_data()
+    {
+        QTest::addColumn<QByteArray>("date");
+        const auto row = [](const char *name, const char *digits) {
+            QTest::newRow(name) << QByteArray::fromHex(digits);
+        };
+        row("last of all days", "7FFFFFFFFFFFFFFF 00000000 01");
+        row("first of all days", "8000000000000001 00000000 00");
+        row("negative time", "0000000000258A98 80000000 01");
+        row("more time than a day has", "0000000000258A98 7FFFFFFF 00");
+        row("offset", "0000000000258A98 00000000 02 00000E10");
+        row("offset of years", "0000000000258A98 00000000 02 7FFFFFFF");
+        row("zone", "0000000000258A98 00000000 03 00000006 0055 0054 0043");
+        row("unknown zone", "0000000000258A98 00000000 03 00000008 002E 002E 002F 0078");
+        row("zone without a name", "0000000000258A98 00000000 03 FFFFFFFF");
+        row("unknown kind", "0000000000258A98 00000000 7F");
+        row("negative kind", "0000000000258A98 00000000 FF");
+    }
+    void anyDateIsRead()
+    {
+        QFETCH(const QByteArray, date);
+        const auto fields = QByteArray::fromHex("00010100 00000002 0061 0000000000000007 00000004");
+        for (const auto version : {QDataStream::Qt_5_6, QDataStream::Qt_6_0}) {
+            QDataStream::Status status{};
+            const QList<SFileEntry> entries = readFrom(
+                QByteArray::fromHex("00000002") + fields + date + fields + date, &status, version);
+            QCOMPARE(status, QDataStream::Ok);
+            QCOMPARE(entries.size(), 2);
+            for (const SFileEntry &entry : entries) {
+                QCOMPARE(entry.fileName(), u"a"_s);
+                QCOMPARE(entry.size(), 7);
+                QCOMPARE(entry.flags(), FileEntryFlags::Readable);
+            }
+        }
+    }
+
     void newerRecordIsReadAsTheKnownOne()
     {
         QByteArray bytes = written({SFileEntry(u"a"_s, 7, QDateTime(), FileEntryFlags::Hidden)},
@@ -112,6 +149,9 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("bytes");
         QTest::newRow("a count alone") << QByteArray::fromHex("FFFFFFFF");
         QTest::newRow("a name of 2 GiB") << QByteArray::fromHex("00000001 00010100 7FFFFFFE 0061");
+        QTest::newRow("a zone with a name of 2 GiB")
+            << QByteArray::fromHex("00000001 00010100 00000000 0000000000000000 00000000"
+                                   "0000000000258A98 00000000 03 7FFFFFFE 0055");
         QTest::newRow("an entry, then a name of 4 GiB")
             << QByteArray::fromHex("7FFFFFFF 00010000 00000000 0000000000000000 00000000"
                                    "00010000 FFFFFFFE");

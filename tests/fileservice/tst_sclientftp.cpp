@@ -730,8 +730,12 @@ private Q_SLOTS:
         QVERIFY(FileTree::write(m_client->path(u"out/a.txt"_s), "a"));
         QVERIFY(FileTree::write(m_client->path(u"out/sub/b.txt"_s), "b"));
         QVERIFY(m_client->open(m_server->port()));
-        QVERIFY(
-            m_client->run([](SClientFtp &client) { client.sendDir(u"out"_s, u"up"_s, true); }, 2));
+        // From any other thread the list of folders would be written while the worker reads it.
+        const auto sendInWorker = [this](SClientFtp &) {
+            callInWorker(m_client->client(),
+                         [](SClientFtp &client) { client.sendDir(u"out"_s, u"up"_s, true); });
+        };
+        QVERIFY(m_client->run(sendInWorker, 2));
         QTRY_COMPARE(m_client->log.last(), u"localDirRemoved "_s + m_client->path(u"out"_s));
         QVERIFY(FileTree::below(m_client->folder()).isEmpty());
         QCOMPARE(FileTree::below(m_server->home()),

@@ -77,6 +77,21 @@ private Q_SLOTS:
         QCOMPARE(command.id(), CommandIds::kGetDev);
     }
 
+    void readingIntoAnOwnerLetsGoOfItsDevice()
+    {
+        QBuffer device;
+        SCommandGetDev command(u"/a"_s, &device);
+        command.setDeviceOwnership(true);
+        QByteArray bytes;
+        QVERIFY(command.serializeArray(bytes));
+        QVERIFY(!command.deserializeArray(bytes.chopped(1)));
+        QCOMPARE(command.device(), &device);
+        QVERIFY(command.deviceOwnership());
+        QVERIFY(command.deserializeArray(bytes));
+        QVERIFY(!command.device());
+        QVERIFY(!command.deviceOwnership());
+    }
+
     void onlyTheNameTravels()
     {
         QBuffer device;

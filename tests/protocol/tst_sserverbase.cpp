@@ -55,7 +55,7 @@ private:
     const bool m_result;
 };
 
-// Answers with the version that this client speaks.
+// Answers with the version that this client speaks. Null if its result is negative.
 class Greet : public SConcreteCommand<Greet>
 {
 public:
@@ -64,6 +64,7 @@ public:
     {
     }
     bool operator==(const Greet &) const = default;
+    bool isNull() const override { return result < 0; }
 
     qint32 result = 0;
 
@@ -944,6 +945,20 @@ private Q_SLOTS:
         QCOMPARE(client.readLike(kIAmAlice), kIAmAlice);
         client.send(RawBytes::command("gret", RawBytes::i32(0)));
         QCOMPARE(client.read(12), RawBytes::ack() + RawBytes::u32(0x00010000) + RawBytes::nack());
+        QVERIFY(client.endsHere());
+    }
+
+    // Its id and its fields are whole, so only the command itself can tell.
+    void aNullCommandIsRefused()
+    {
+        SAuthenticationDb *users = nullptr;
+        SessionHost host(
+            [&users](qint64 descriptor) { return new GreetServer(descriptor, users); });
+        users = &host.users;
+        RawClient client;
+        QVERIFY(client.openAndLogin(host.port(), u"alice"_s, u"secret"_s));
+        client.send(RawBytes::command("gret", RawBytes::i32(-1)));
+        QCOMPARE(client.read(4), RawBytes::nack());
         QVERIFY(client.endsHere());
     }
 
