@@ -2,6 +2,7 @@
 #include "clientsession.h"
 
 #include <shared/memorypeak.h>
+#include <shared/processfacts.h>
 
 #include <brixlib/protocol/scommandqueue.h>
 
@@ -136,6 +137,7 @@ private Q_SLOTS:
     void spareBytesOfAReplyAreIgnored();
     void longReplyIsRead();
     void falseLengthCostsNoMemory();
+    void floodCostsNoMemory();
     void silentServerDoesNotHoldUpAStop();
 
     // Results.
@@ -785,6 +787,39 @@ void tst_SClientBase::falseLengthCostsNoMemory()
     QVERIFY(session.ends());
     QCOMPARE(session.exchanges(), QList<QByteArray>({"wami-"}));
     QVERIFY2(peak.growth() < 64 * 1024 * 1024, qPrintable(QString::number(peak.growth())));
+}
+
+// What nobody has asked for stays on the server's side.
+void tst_SClientBase::floodCostsNoMemory()
+{
+    constexpr qint64 kFloodBytes = 256 * 1024 * 1024;
+    std::atomic<qint64> sent = 0;
+    RawServer server([&](RawConnection &peer) {
+        peer.send(RawServer::uuid());
+        const QByteArray block(0x10000, 'f');
+        while (sent < kFloodBytes && peer.send(block))
+            sent += block.size();
+    });
+    ClientSession session(server.port());
+    QVERIFY(session.open());
+    const qint64 before = ProcessFacts::kibibytes("VmRSS");
+    QVERIFY(before > 0);
+    qint64 seen = -1;
+    QElapsedTimer standing;
+    const auto stands = [&] {
+        if (std::exchange(seen, sent) != sent || !standing.isValid())
+            standing.start();
+        return standing.hasExpired(300);
+    };
+    QVERIFY(QTest::qWaitFor(stands, 10000));
+    QVERIFY(sent > 0);
+    QVERIFY2(sent < kFloodBytes, "the client takes all");
+    const qint64 grown = ProcessFacts::kibibytes("VmRSS") - before;
+    QVERIFY2(grown < 16 * 1024, qPrintable(QString::number(grown)));
+
+    session.client->whoAmI(); // the flood is no answer
+    QVERIFY(session.ends());
+    QCOMPARE(session.exchanges(), QList<QByteArray>({"wami-"}));
 }
 
 // Waits of a stopped session last together no longer than one of them may.

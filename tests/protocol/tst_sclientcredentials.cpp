@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // User names and passwords in URLs.
-#include <shared/rawclient.h>
+#include <shared/rawbytes.h>
 
 #include <brixlib/protocol/sclientbase.h>
 #include <brixsec/saesstring.h>

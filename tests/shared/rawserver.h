@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <shared/rawclient.h>
+#include <shared/rawbytes.h>
 
 #include <QtCore/QByteArray>
 #include <QtCore/QDeadlineTimer>
