@@ -3,7 +3,7 @@
 #include <brixlib/foundation/sdatastream.h>
 #include <brixlib/protocol/commands/scommandcommandlist.h>
 #include <brixlib/protocol/sconcretecommand.h>
-#include <brixlib/protocol/spluggable.h>
+#include <brixlib/protocol/spluggablestring.h>
 #include <brixlib/protocol/sserverbase.h>
 #include <brixlib/protocol/stcpsocket.h>
 
@@ -752,6 +752,20 @@ private Q_SLOTS:
         client.send(RawBytes::command("plgl"));
         const QByteArray names = RawBytes::i32(1) + RawBytes::text(u"echo");
         QCOMPARE(client.read(12 + names.size()), accepted(RawBytes::frame(names)));
+    }
+
+    void theLaterPluggableOfANameAnswers()
+    {
+        SessionHost host;
+        host.prepare = [](SServerBase *server) {
+            server->addPluggable(u"ink"_s, new SPluggableString(u"cyan"_s));
+            server->addPluggable(u"ink"_s, new SPluggableString(u"black"_s));
+        };
+        RawClient client;
+        QVERIFY(client.openAndLogin(host.port(), u"alice"_s, u"secret"_s));
+        client.send(RawBytes::command("plgb", RawBytes::text(u"ink") + RawBytes::array({})));
+        const QByteArray body = RawBytes::array("STRGblack") + '\1';
+        QCOMPARE(client.read(12 + body.size()), accepted(RawBytes::frame(body)));
     }
 
     void aPluggableThatFailsDoesNotEndTheSession_data()

@@ -120,6 +120,10 @@ public Q_SLOTS:
     void commandList();
     void serverName();
     void whoAmI();
+    /*!
+     * Calls what the server publishes as \a command. The whole command may take 1,048,576 bytes:
+     * larger \a params cost the session.
+     */
     void pluggable(const QString &command, const QByteArray &params);
     void pluggableList();
     //! Measures the connection by sending and then receiving for so many seconds.

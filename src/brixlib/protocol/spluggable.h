@@ -19,8 +19,9 @@ namespace Talverine {
 /*!
  * A small function that a server publishes under a name: bytes in, bytes and a bool out.
  *
- * Derive, implement execute(), and hand the object to a server, which becomes its parent. A plug-in
- * library offers one by naming the interface "Talverine.SPluggable/1.1".
+ * Derive, implement execute(), and hand the object to a server session, which becomes its parent:
+ * each session has an object of its own. A plug-in library offers one by naming the interface
+ * "Talverine.SPluggable/1.1"; as it gives the same object each time, that is one for one session.
  *
  * Thread: lives in the thread of the server that it was given to.
  */
@@ -39,7 +40,8 @@ public:
      * to the client: the session goes on.
      *
      * It is called in the thread of the server's session with the exchange in progress: so it
-     * should be quick and may not touch the session's socket.
+     * should be quick and may not touch the session's socket. The user in \a environment holds good
+     * for this call only, copies of the environment included.
      */
     virtual bool execute(const QByteArray &params, QByteArray &output,
                          const SPluggableEnvironment &environment) = 0;

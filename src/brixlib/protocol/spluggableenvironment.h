@@ -30,7 +30,7 @@ public:
 
     //! Under "user": who is logged in. The caller keeps \a user alive while the value is in use.
     void setUser(const Interfaces::ISUser *user);
-    //! Null when none was set.
+    //! Null when none was set, and when the user has just been removed from the server's table.
     const Interfaces::ISUser *user() const;
 
     //! Under "documentRootEnabled": whether the client sees its folder as "/".
