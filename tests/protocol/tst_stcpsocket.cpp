@@ -270,6 +270,7 @@ private Q_SLOTS:
 
             QCOMPARE(socket.writeToSocket(), -1);
             QCOMPARE(socket.bytesToWrite(), 9);
+            QCOMPARE(socket.state(), QAbstractSocket::UnconnectedState);
         }
         // About a millisecond; the rest is for a machine that does other things too.
         QVERIFY2(fastest < 3ms, qPrintable(QString::number(fastest / 1us)));
@@ -310,8 +311,71 @@ private Q_SLOTS:
         for (int i = 0; i < 10; ++i)
             QCOMPARE(socket.write(bytes), -1);
         QCOMPARE(socket.bytesToWrite(), bytes.size());
-        // The protocol's loop over bytesToWrite() ends by the failed wait.
-        QVERIFY(!socket.waitForBytesWritten(10000));
+        // Loops over bytesToWrite() end by the state.
+        QCOMPARE(socket.state(), QAbstractSocket::UnconnectedState);
+    }
+
+    // What came before the end is not lost with the connection.
+    void bytesOfAPeerThatHasGoneStayReadable()
+    {
+        Socket socket;
+        RawPeer peer;
+        QVERIFY(peer.accept(&socket));
+        socket.setOutcomingSpeed(kNothing);
+        socket.setIncomingSpeed(kNothing);
+        const QByteArray bytes = pattern(100000);
+        QVERIFY(peer.send(bytes));
+        peer.finishSending();
+        QSignalSpy disconnected(&socket, &QAbstractSocket::disconnected);
+        QCOMPARE(socket.write("held back"), 9);
+        QCOMPARE(disconnected.count(), 1);
+        QCOMPARE(socket.readAll(), bytes);
+    }
+
+    void slotsThatWriteWhenThePeerHasGoneDoNoHarm()
+    {
+        Socket socket;
+        RawPeer peer;
+        QVERIFY(peer.accept(&socket));
+        socket.setOutcomingSpeed(kNothing);
+        QList<qint64> results;
+        connect(&socket, &QIODevice::readyRead, this,
+                [&] { results.append(socket.write("reply")); });
+        QVERIFY(peer.send("hello"));
+        peer.finishSending();
+        QCOMPARE(socket.write("held back"), 9);
+        QCOMPARE(results, QList<qint64>{-1});
+        QCOMPARE(socket.state(), QAbstractSocket::UnconnectedState);
+    }
+
+    void interruptedThreadIsNotHeldBack()
+    {
+        const QByteArray bytes = pattern(100000);
+        QByteArray sent;
+        QByteArray received;
+        bool arrived = false;
+        const std::unique_ptr<QThread> thread(QThread::create([&] {
+            Socket socket;
+            RawPeer peer;
+            if (!peer.accept(&socket))
+                return;
+            socket.setOutcomingSpeed(256);
+            socket.setIncomingSpeed(256);
+            socket.write(bytes.constData(), bytes.size());
+            sent = peer.receive(bytes.size());
+            peer.send(bytes);
+            while (socket.bytesAvailable() < bytes.size() && socket.waitForReadyRead(10000)) {
+            }
+            received = socket.readAll();
+            arrived = true;
+        }));
+        thread->start();
+        QThread::msleep(20); // so that the writer is being held
+        thread->requestInterruption();
+        QVERIFY(thread->wait(10000));
+        QVERIFY(arrived);
+        QCOMPARE(sent, bytes);
+        QCOMPARE(received, bytes);
     }
 
     void closeAfterThePeerHasGoneDoesNotHang_data() { peerThatGoesLetsAThrottledWriterGo_data(); }

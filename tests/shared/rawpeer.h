@@ -71,6 +71,14 @@ public:
         return bytes;
     }
 
+    //! Reads and forgets what comes next, at most \a size bytes; their number, 0 at the end.
+    qsizetype receiveSome(qsizetype size)
+    {
+        m_scratch.resize(size);
+        const ssize_t count = recv(m_descriptor, m_scratch.data(), static_cast<size_t>(size), 0);
+        return qMax(count, ssize_t(0));
+    }
+
     //! Tells the other side that no more will come; what it sends still arrives.
     void finishSending() { ::shutdown(m_descriptor, SHUT_WR); }
 
@@ -103,4 +111,5 @@ private:
     };
 
     int m_descriptor = -1;
+    QByteArray m_scratch;
 };

@@ -24,6 +24,15 @@ bool isThreadStopping()
     return QThread::currentThread()->isInterruptionRequested();
 }
 
+// A thread that was asked to stop is not held back: what it is about may end, and a stop does not
+// last for as long as a low limit and a large block would make it.
+qint64 allowanceOf(const STcpSocketThrottle &throttle)
+{
+    if (QThread::currentThread()->isInterruptionRequested())
+        return std::numeric_limits<qint64>::max();
+    return throttle.allowance();
+}
+
 } // namespace
 
 STcpSocket::STcpSocket(QObject *parent)
@@ -174,14 +183,16 @@ void STcpSocket::handToSystem()
 qint64 STcpSocket::waitToSend()
 {
     for (;;) {
-        const qint64 allowance = m_outgoing->allowance();
+        const qint64 allowance = allowanceOf(*m_outgoing);
         if (allowance > 0)
             return allowance;
         if (isThreadStopping())
             return kUnlimited;
         QThread::msleep(kStepMsec);
         handToSystem();
-        if (state() != ConnectedState || socketHangUp(socketDescriptor()) != SocketHangUp::None)
+        if (state() == ConnectedState && socketHangUp(socketDescriptor()) != SocketHangUp::None)
+            takeNoteOfHangUp();
+        if (state() != ConnectedState || m_hungUp)
             return -1;
     }
 }
@@ -191,15 +202,30 @@ qint64 STcpSocket::waitToSend()
 qint64 STcpSocket::waitToReceive()
 {
     for (;;) {
-        const qint64 allowance = m_incoming->allowance();
+        const qint64 allowance = allowanceOf(*m_incoming);
         if (allowance > 0)
             return allowance;
         if (isThreadStopping())
             return kUnlimited;
         QThread::msleep(kStepMsec);
-        if (state() != ConnectedState || socketHangUp(socketDescriptor()) == SocketHangUp::Lost)
+        if (state() != ConnectedState || m_hungUp ||
+            socketHangUp(socketDescriptor()) == SocketHangUp::Lost)
             return -1;
     }
+}
+
+// While events do not run, the base finds out that the peer has gone only when it reads up to the
+// end. It does so here, since its callers go by the state; what the peer has sent stays readable.
+void STcpSocket::takeNoteOfHangUp()
+{
+    // A slot that is called meanwhile may write and come back here.
+    if (m_hungUp)
+        return;
+    const QScopedValueRollback<bool> hungUp(m_hungUp, true);
+    while (state() == ConnectedState && waitForReadyRead(0)) {
+    }
+    if (state() == ConnectedState)
+        abort();
 }
 
 void STcpSocket::emitIncomingSpeedAfter(qint64 msec)

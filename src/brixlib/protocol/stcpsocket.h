@@ -20,6 +20,8 @@ class STcpSocketThrottle;
  * have arrived and were not read by then. Without a limit data goes straight to the QTcpSocket. A
  * thread that is asked to stop (QThread::requestInterruption()) is no longer held back.
  *
+ * Once its thread is asked to stop, the socket holds nothing back any more.
+ *
  * Several sockets share limits through an STcpSocketSpeedController.
  *
  * Lives in one thread; the limits may be read and set from any while the socket exists.
@@ -80,6 +82,7 @@ private:
     void handToSystem();
     qint64 waitToSend();
     qint64 waitToReceive();
+    void takeNoteOfHangUp();
     void emitIncomingSpeedAfter(qint64 msec);
     void emitOutcomingSpeedAfter(qint64 msec);
     void onReadyRead();
@@ -92,6 +95,7 @@ private:
     std::shared_ptr<STcpSocketThrottle> m_outgoing;
     QAbstractSocket::SocketState m_lastState = QAbstractSocket::UnconnectedState;
     bool m_closing = false;
+    bool m_hungUp = false; // the peer was found to have gone, and is being taken note of
 };
 
 } // namespace Talverine
