@@ -9,6 +9,7 @@
 #include <brixlib/fileservice/sserverftp.h>
 #include <brixlib/protocol/spluggableserverversion.h>
 #include <brixlib/protocol/sservercontroller.h>
+#include <brixlib/protocol/stcpsocket.h>
 #include <brixlib/protocol/stcpsocketspeedcontroller.h>
 #include <brixlib/workers/ssimplebackgroundrunner.h>
 
@@ -65,6 +66,33 @@ void declareServe(CLI::App *command, ServeOptions *options)
     command->add_flag("--verbose", options->verbose,
                       "A line on stderr for each login, command and end of a session");
 }
+
+// A session that keeps to the limits from its first byte on; the speed controller, which shares
+// them out among the sessions, has its say only when there is something to measure.
+class LimitedSession final : public SServerFtp
+{
+public:
+    LimitedSession(qint64 descriptor, qint64 limitIn, qint64 limitOut)
+        : SServerFtp(descriptor)
+        , m_limitIn(limitIn)
+        , m_limitOut(limitOut)
+    {
+    }
+
+protected:
+    bool workerInit() override
+    {
+        if (!SServerFtp::workerInit())
+            return false;
+        socket()->setIncomingSpeed(m_limitIn);
+        socket()->setOutcomingSpeed(m_limitOut);
+        return true;
+    }
+
+private:
+    const qint64 m_limitIn;
+    const qint64 m_limitOut;
+};
 
 // Listens, and serves each connection in a thread of its own.
 class FileServer final : public QObject
@@ -127,7 +155,7 @@ private:
 
     void serve(qint64 descriptor)
     {
-        auto *session = new SServerFtp(descriptor);
+        auto *session = new LimitedSession(descriptor, m_options.limitIn, m_options.limitOut);
         session->setAuthenticationDb(&m_users);
         session->enableDocumentRoot(m_options.documentRoot);
         if (!m_options.name.isEmpty())

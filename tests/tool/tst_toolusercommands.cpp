@@ -31,7 +31,7 @@ QJsonObject object(const QByteArray &line)
 
 } // namespace
 
-class tst_UserCommands : public QObject
+class tst_ToolUserCommands : public QObject
 {
     Q_OBJECT
 
@@ -331,5 +331,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(tst_UserCommands)
-#include "tst_usercommands.moc"
+QTEST_GUILESS_MAIN(tst_ToolUserCommands)
+#include "tst_toolusercommands.moc"

@@ -1,0 +1,319 @@
+// SPDX-License-Identifier: MIT
+#include "toolserver.h"
+
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QJsonObject>
+#include <QtNetwork/QTcpServer>
+#include <QtNetwork/QTcpSocket>
+
+#include <csignal>
+
+using namespace Talverine;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// The default time-out of a session and a second.
+constexpr int longestStop = 11'000;
+
+// A connection that has been greeted and says nothing.
+bool greet(QTcpSocket *socket, quint16 port)
+{
+    socket->connectToHost(QHostAddress(QHostAddress::LocalHost), port);
+    return QTest::qWaitFor([&] { return socket->bytesAvailable() >= 16; }, 20'000);
+}
+
+} // namespace
+
+class tst_ToolServeCommand : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::unique_ptr<ToolServer> m_server;
+
+    void stop(int signal)
+    {
+        QElapsedTimer timer;
+        timer.start();
+        QProcess &process = m_server->process();
+        kill(pid_t(process.processId()), signal);
+        QVERIFY(process.waitForFinished(longestStop));
+        QVERIFY(timer.elapsed() < longestStop);
+        QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(process.exitCode(), 0);
+    }
+
+private Q_SLOTS:
+    void init() { m_server = std::make_unique<ToolServer>(); }
+    void cleanup() { m_server.reset(); }
+
+    void firstLineTellsAddressAndPort()
+    {
+        QVERIFY(m_server->start());
+        QVERIFY(m_server->firstLine().startsWith("listening on 127.0.0.1:"));
+        QVERIFY(m_server->port() > 0);
+        QTcpSocket socket;
+        QVERIFY(greet(&socket, m_server->port()));
+    }
+
+    void firstLineIsAnObjectWithJson()
+    {
+        QVERIFY(!m_server->start({u"--json"_s}));
+        const auto object = QJsonDocument::fromJson(m_server->firstLine()).object();
+        QVERIFY(object.value("listening"_L1).toString().startsWith(u"127.0.0.1:"_s));
+    }
+
+    void listensOnAnIpv6Address()
+    {
+        QVERIFY(m_server->start({u"--address"_s, u"::1"_s}));
+        QVERIFY(m_server->firstLine().startsWith("listening on [::1]:"));
+        QCOMPARE(m_server->run({u"whoami"_s, m_server->url()}).out, "ann\n"_ba);
+    }
+
+    void takenPortIsTold()
+    {
+        QTcpServer other;
+        QVERIFY(other.listen(QHostAddress::LocalHost));
+        QVERIFY(!m_server->start({u"--port"_s, QString::number(other.serverPort())}));
+        QTRY_COMPARE(m_server->process().state(), QProcess::NotRunning);
+        QCOMPARE(m_server->process().exitCode(), 4);
+        QVERIFY(m_server->process().readAllStandardError().contains("cannot listen on"));
+    }
+
+    void wrongAddressIsTold()
+    {
+        QVERIFY(!m_server->start({u"--address"_s, u"press"_s}));
+        QTRY_COMPARE(m_server->process().state(), QProcess::NotRunning);
+        QCOMPARE(m_server->process().exitCode(), 2);
+        QVERIFY(m_server->process().readAllStandardError().contains("is not an address"));
+    }
+
+    void userFileMustBeThereAndSound()
+    {
+        ToolProcess tool;
+        const QString file = m_server->path(u"broken.json"_s);
+        QCOMPARE(tool.run({u"serve"_s, u"--users"_s, file}).exitCode, 4);
+        QVERIFY(writeFile(file, "{broken"));
+        const auto result = tool.run({u"serve"_s, u"--users"_s, file});
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY(result.out.isEmpty());
+        QVERIFY2(result.err.contains("not a sound user file"), result.err.constData());
+    }
+
+    void serverWithoutUsersSaysSo()
+    {
+        m_server->users.clear();
+        QVERIFY(m_server->start());
+        QVERIFY(m_server->logShowing("nobody can log in").contains("nobody can log in"));
+    }
+
+    void signalStopsCleanly_data()
+    {
+        QTest::addColumn<int>("signal");
+        QTest::newRow("Ctrl-C") << SIGINT;
+        QTest::newRow("SIGTERM") << SIGTERM;
+    }
+
+    void signalStopsCleanly()
+    {
+        QFETCH(int, signal);
+        QVERIFY(m_server->start());
+        stop(signal);
+    }
+
+    void stopDoesNotWaitForSilentPeers()
+    {
+        QVERIFY(m_server->start());
+        QTcpSocket silent;
+        QVERIFY(greet(&silent, m_server->port()));
+        QTcpSocket half;
+        QVERIFY(greet(&half, m_server->port()));
+        half.write("\0\0", 2);
+        QVERIFY(half.waitForBytesWritten());
+        stop(SIGTERM);
+    }
+
+    void stopEndsARunningTransfer()
+    {
+        QVERIFY(writeFile(m_server->homePath(u"large"_s), QByteArray(8 << 20, 'x')));
+        QVERIFY(m_server->start({u"--limit-out"_s, u"262144"_s, u"--verbose"_s}));
+        QProcess client;
+        m_server->client().prepare(
+            &client, {u"get"_s, m_server->url(u"large"_s), m_server->path(u"target"_s)});
+        client.start();
+        QVERIFY(m_server->logShowing("login of ann").contains("login of ann"));
+        // The transfer runs when the partial file has come into being.
+        QTRY_VERIFY_WITH_TIMEOUT(!namesIn(m_server->path(QString())).filter(u".part"_s).isEmpty(),
+                                 20'000);
+        stop(SIGTERM);
+        QVERIFY(client.waitForFinished(20'000));
+        QCOMPARE(client.exitCode(), 3);
+        QCOMPARE(namesIn(m_server->path(QString())), (QStringList{u"home"_s, u"users.json"_s}));
+    }
+
+    void sessionsAreReportedWithVerbose()
+    {
+        QVERIFY(m_server->start({u"--verbose"_s}));
+        QCOMPARE(m_server->run({u"ls"_s, m_server->url()}).exitCode, 0);
+        const QByteArray log = m_server->logShowing("[1] end of the session\n");
+        qsizetype at = -1;
+        for (const char *line : {"[1] connection from 127.0.0.1\n", "[1] login of ann\n",
+                                 "[1] auth\n", "[1] lstd\n", "[1] end of the session\n"}) {
+            const qsizetype next = log.indexOf(line);
+            QVERIFY2(next > at, line);
+            at = next;
+        }
+        ToolProcess wrong;
+        wrong.password = u"wrong"_s;
+        QCOMPARE(wrong.run({u"whoami"_s, m_server->url()}).exitCode, 1);
+        QVERIFY(m_server->logShowing("[2] refused login of ann\n").contains("[2] refused"));
+    }
+
+    void nothingIsReportedWithoutVerbose()
+    {
+        QVERIFY(m_server->start());
+        QCOMPARE(m_server->run({u"ls"_s, m_server->url()}).exitCode, 0);
+        stop(SIGTERM);
+        QVERIFY(m_server->process().readAllStandardError().isEmpty());
+        QVERIFY(m_server->process().readAllStandardOutput().isEmpty());
+    }
+
+    void moreConnectionsThanAllowedAreClosed()
+    {
+        QVERIFY(m_server->start({u"--max-connections"_s, u"1"_s}));
+        QTcpSocket first;
+        QVERIFY(greet(&first, m_server->port()));
+        QTcpSocket second;
+        second.connectToHost(QHostAddress(QHostAddress::LocalHost), m_server->port());
+        QTRY_COMPARE_WITH_TIMEOUT(second.state(), QAbstractSocket::UnconnectedState, 20'000);
+        QCOMPARE(second.bytesAvailable(), 0);
+        const auto refused = m_server->run({u"whoami"_s, m_server->url()});
+        QCOMPARE(refused.exitCode, 3);
+        QVERIFY2(refused.err.contains("cannot connect"), refused.err.constData());
+    }
+
+    void documentRootIsTheUsersFolder()
+    {
+        QVERIFY(QDir(m_server->home()).mkdir(u"sub"_s));
+        QVERIFY(m_server->start({u"--document-root"_s}));
+        QCOMPARE(m_server->run({u"pwd"_s, m_server->url()}).out, "/\n"_ba);
+        QCOMPARE(m_server->run({u"pwd"_s, m_server->url(u"sub"_s)}).out, "/sub\n"_ba);
+        QCOMPARE(m_server->run({u"pwd"_s, m_server->url(u"/sub"_s)}).out, "/sub\n"_ba);
+    }
+
+    void nameIsTheOneGiven()
+    {
+        QVERIFY(m_server->start({u"--name"_s, u"press 7"_s}));
+        QCOMPARE(m_server->run({u"name"_s, m_server->url()}).out, "press 7\n"_ba);
+    }
+
+    void limitSlowsTransfersDown()
+    {
+        QVERIFY(writeFile(m_server->homePath(u"file"_s), QByteArray(2 << 20, 'x')));
+        QVERIFY(m_server->start({u"--limit-out"_s, u"1048576"_s}));
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(
+            m_server->run({u"get"_s, m_server->url(u"file"_s), m_server->path(u"t"_s)}).exitCode,
+            0);
+        QVERIFY2(timer.elapsed() > 1'000, qPrintable(QString::number(timer.elapsed())));
+        QCOMPARE(QFileInfo(m_server->path(u"t"_s)).size(), 2 << 20);
+    }
+
+    void userFileWithUpperCaseHashLetsIn()
+    {
+        m_server->users.insert(
+            new SUserData(u"ann"_s, SUserData::hashPassword(u"secret"_s), m_server->home()));
+        QVERIFY(m_server->start());
+        const QString file = m_server->path(u"users.json"_s);
+        QByteArray text = readFile(file);
+        const QByteArray hash = SUserData::hashPassword(u"secret"_s);
+        QVERIFY(text.contains(hash));
+        QVERIFY(writeFile(file, text.replace(hash, hash.toUpper())));
+        ToolServer other;
+        other.users = SAuthenticationDb::fromFile(file);
+        QVERIFY(other.start());
+        QCOMPARE(other.run({u"whoami"_s, other.url()}).out, "ann\n"_ba);
+    }
+
+    void loginIsRefused_data()
+    {
+        QTest::addColumn<QString>("user");
+        QTest::newRow("wrong password") << u"ann"_s;
+        QTest::newRow("unknown user") << u"eve"_s;
+        QTest::newRow("disabled user") << u"off"_s;
+        QTest::newRow("user without a home folder") << u"homeless"_s;
+        QTest::newRow("user whose home folder is missing") << u"lost"_s;
+    }
+
+    void loginIsRefused()
+    {
+        QFETCH(QString, user);
+        m_server->users.insert(
+            new SUserData(u"off"_s, u"other"_s, m_server->home(), QString(), QString(), true));
+        m_server->users.insert(new SUserData(u"homeless"_s, u"other"_s, QString()));
+        m_server->users.insert(new SUserData(u"lost"_s, u"other"_s, m_server->path(u"missing"_s)));
+        QVERIFY(m_server->start());
+        ToolProcess tool;
+        tool.password = u"other"_s;
+        const auto result = tool.run({u"whoami"_s, m_server->url(QString(), user)});
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY(result.out.isEmpty());
+        QVERIFY2(result.err.contains("refuses the login of " + user.toUtf8()),
+                 result.err.constData());
+    }
+
+    void connectionThatCannotBeMadeIsTold_data()
+    {
+        QTest::addColumn<bool>("listens");
+        QTest::newRow("nobody listens") << false;
+        QTest::newRow("no greeting comes") << true;
+    }
+
+    void connectionThatCannotBeMadeIsTold()
+    {
+        QFETCH(bool, listens);
+        QTcpServer silent;
+        QVERIFY(silent.listen(QHostAddress::LocalHost));
+        const quint16 port = silent.serverPort();
+        if (!listens)
+            silent.close();
+        const auto result = m_server->run(
+            {u"whoami"_s, u"--timeout"_s, u"1"_s, u"brix://ann@127.0.0.1:%1"_s.arg(port)});
+        QCOMPARE(result.exitCode, 3);
+        QVERIFY2(result.err.contains("cannot connect to 127.0.0.1:"), result.err.constData());
+    }
+
+    void unknownHostIsTold()
+    {
+        const auto result = m_server->run({u"whoami"_s, u"brix://ann@no-such-host.invalid:7000"_s});
+        QCOMPARE(result.exitCode, 3);
+        QVERIFY2(result.err.contains("the host no-such-host.invalid is unknown"),
+                 result.err.constData());
+    }
+
+    void wrongUrlAndMissingPasswordAreWrongUsage()
+    {
+        auto result = m_server->run({u"whoami"_s, u"ann@press:7000"_s});
+        QCOMPARE(result.exitCode, 2);
+        QVERIFY2(result.err.contains("wrong URL"), result.err.constData());
+        auto tool = m_server->client();
+        result = tool.run({u"whoami"_s, u"--password-stdin"_s, u"brix://ann@127.0.0.1:7"_s});
+        QCOMPARE(result.exitCode, 2);
+        QVERIFY2(result.err.contains("stdin ended"), result.err.constData());
+    }
+
+    void passwordIsTakenFromStdinFirst()
+    {
+        QVERIFY(m_server->start());
+        ToolProcess tool;
+        tool.password = u"wrong"_s;
+        tool.input = "secret\n"_ba;
+        QCOMPARE(tool.run({u"whoami"_s, u"--password-stdin"_s, m_server->url()}).out, "ann\n"_ba);
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_ToolServeCommand)
+#include "tst_toolservecommand.moc"

@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: MIT
+#include "toolserver.h"
+
+#include <QtCore/QJsonDocument>
+#include <QtCore/QJsonObject>
+
+using namespace Qt::StringLiterals;
+
+class tst_ToolServerCommands : public QObject
+{
+    Q_OBJECT
+
+private:
+    ToolServer m_server;
+
+    ToolResult run(const QString &command, const QStringList &more = {}) const
+    {
+        return m_server.run(QStringList{command, m_server.url()} + more);
+    }
+    QJsonObject runJson(const QString &command, const QStringList &more = {}) const
+    {
+        const auto lines = run(command, more + QStringList{u"--json"_s}).lines();
+        return lines.isEmpty() ? QJsonObject() : QJsonDocument::fromJson(lines[0]).object();
+    }
+
+private Q_SLOTS:
+    void initTestCase() { QVERIFY(m_server.start({u"--name"_s, u"press"_s})); }
+
+    void whoAmITellsTheUser()
+    {
+        const auto result = run(u"whoami"_s);
+        QCOMPARE(result.exitCode, 0);
+        QCOMPARE(result.out, "ann\n"_ba);
+        QVERIFY(result.err.isEmpty());
+        QCOMPARE(runJson(u"whoami"_s), (QJsonObject{{u"user"_s, u"ann"_s}}));
+    }
+
+    void nameTellsTheServer()
+    {
+        QCOMPARE(run(u"name"_s).out, "press\n"_ba);
+        QCOMPARE(runJson(u"name"_s), (QJsonObject{{u"name"_s, u"press"_s}}));
+    }
+
+    void commandsAreListedWithTheirVersions()
+    {
+        const auto lines = run(u"commands"_s).lines();
+        QVERIFY(lines.contains("getf  1.2.0"));
+        QVERIFY(lines.contains("sndf  2.0.0"));
+        QVERIFY(lines.contains("auth  1.0.0"));
+        QVERIFY(std::is_sorted(lines.begin(), lines.end()));
+        QCOMPARE(runJson(u"commands"_s),
+                 (QJsonObject{{u"id"_s, u"aflp"_s}, {u"version"_s, u"1.0.0"_s}}));
+    }
+
+    void pluggablesAreListed()
+    {
+        QCOMPARE(run(u"calls"_s).out, "version\n"_ba);
+        QCOMPARE(runJson(u"calls"_s), (QJsonObject{{u"name"_s, u"version"_s}}));
+    }
+
+    void pluggableIsCalled()
+    {
+        const auto result = run(u"call"_s, {u"version"_s, u"some parameters"_s});
+        QCOMPARE(result.exitCode, 0);
+        QCOMPARE(result.out, "brix 2.0.12\n"_ba);
+        QCOMPARE(runJson(u"call"_s, {u"version"_s}),
+                 (QJsonObject{{u"result"_s, true},
+                              {u"value"_s, u"brix 2.0.12"_s},
+                              {u"base64"_s, u"U1RSR2JyaXggMi4wLjEy"_s}}));
+    }
+
+    void unknownPluggableIsRefused()
+    {
+        const auto result = run(u"call"_s, {u"nothing"_s});
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY(result.out.isEmpty());
+        QVERIFY2(result.err.contains("has no pluggable nothing"), result.err.constData());
+    }
+
+    void longParametersArrive()
+    {
+        QCOMPARE(run(u"call"_s, {u"version"_s, QString(100'000, u'x')}).exitCode, 0);
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_ToolServerCommands)
+#include "tst_toolservercommands.moc"
