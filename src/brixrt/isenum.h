@@ -34,7 +34,10 @@ public:
     virtual qint64 fromString(const QString &text, const qint64 &defaultValue,
                               Qt::CaseSensitivity cs = Qt::CaseInsensitive,
                               bool *ok = nullptr) const = 0;
-    //! Adds one pair unless it is there already; a further name of a known value is an alias.
+    /*!
+     * Adds one pair unless it is there already; a further name of a known value is an alias. A
+     * value that the enumeration's type cannot hold changes nothing.
+     */
     virtual void insert(qint64 value, const QString &name) = 0;
 
 protected:

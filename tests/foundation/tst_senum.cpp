@@ -127,6 +127,7 @@ private Q_SLOTS:
     {
         QCOMPARE(sizeof(Fruit), sizeof(int));
         QCOMPARE(sizeof(Answer), sizeof(bool));
+        QCOMPARE(sizeof(Wide), sizeof(qint64));
         QCOMPARE(sizeof(Word), sizeof(quint32));
         QCOMPARE(sizeof(Long), sizeof(quint64));
     }
@@ -158,6 +159,42 @@ private Q_SLOTS:
         QCOMPARE(Fruit_T::instance().toString(1234567, german), u"1.234.567"_s);
         QCOMPARE(Fruit_T::instance().toString(-9, QLocale::c()), u"-9"_s);
         QCOMPARE(Wide_T::instance().toString(0x200000000, QLocale(QLocale::C)), u"8589934592"_s);
+    }
+
+    void valueThatTheTypeCannotHoldIsTheNumber_data()
+    {
+        QTest::addColumn<const ISEnum *>("table");
+        QTest::addColumn<qint64>("value");
+        QTest::addColumn<QString>("text");
+        const ISEnum *plain = &Fruit_T::instance();
+        const ISEnum *flags = &Access_T::instance();
+        const ISEnum *words = &Word_T::instance();
+        const ISEnum *truth = &Answer_T::instance();
+        QTest::newRow("declared in its low half")
+            << plain << qint64(0x100000005) << u"4294967301"_s;
+        QTest::newRow("below the type") << plain << qint64(-0x100000003) << u"-4294967299"_s;
+        QTest::newRow("flags in its low half") << flags << qint64(0x100000005) << u"4294967301"_s;
+        QTest::newRow("negative for an unsigned type")
+            << words << qint64(-0x7fffffff) << u"-2147483647"_s;
+        QTest::newRow("neither true nor false") << truth << qint64(2) << u"2"_s;
+    }
+
+    void valueThatTheTypeCannotHoldIsTheNumber()
+    {
+        QFETCH(const ISEnum *, table);
+        QFETCH(qint64, value);
+        QFETCH(QString, text);
+        QCOMPARE(table->toString(value, QLocale::c()), text);
+    }
+
+    void valueThatTheTypeCannotHoldIsNotInserted()
+    {
+        Fruit_T table;
+        table.insert(0x100000005, u"Melon"_s);
+        QCOMPARE(table.values(), QList<int>({0, 5, 6, -3}));
+        bool ok = true;
+        table.fromString(u"Melon"_s, Fruit::Apple, Qt::CaseInsensitive, &ok);
+        QVERIFY(!ok);
     }
 
     void firstNameIsCanonical()

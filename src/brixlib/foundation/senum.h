@@ -76,6 +76,8 @@ public:
 
     QString toString(const qint64 &value, const QLocale &locale = QLocale()) const override
     {
+        if (!fits(value))
+            return locale.toString(value);
         const QString name = canonicalName(static_cast<T>(value));
         return name.isNull() ? numberText(static_cast<T>(value), locale) : name;
     }
@@ -102,6 +104,8 @@ public:
 
     void insert(qint64 value, const QString &name) override
     {
+        if (!fits(value))
+            return;
         const T key = static_cast<T>(value);
         if (m_names.contains(key, name))
             return;
@@ -121,6 +125,12 @@ protected:
     {
         for (const auto &pair : pairs)
             SEnumBase::insert(static_cast<qint64>(pair.key.value), Detail::keyName(pair.text));
+    }
+
+    //! Whether \a value survives in T; one that is cut would turn into a declared value.
+    static constexpr bool fits(qint64 value)
+    {
+        return static_cast<qint64>(static_cast<T>(value)) == value;
     }
 
     //! The name declared first, or a null string.
@@ -176,6 +186,8 @@ public:
 
     QString toString(const qint64 &value, const QLocale &locale = QLocale()) const override
     {
+        if (!Base::fits(value))
+            return locale.toString(value);
         const T whole = static_cast<T>(value);
         const QString name = Base::canonicalName(whole);
         if (!name.isNull())
@@ -266,8 +278,9 @@ public:
  *         Plain = 1
  *     )
  *
- * There are at most 256 keys. A key's value is a number or left out; it does not refer to other keys.
- * An alias is a second key with the same number. No semicolon follows any macro of this family.
+ * There are at most 256 keys. A key's value is a number or left out; it does not refer to other
+ * keys. An alias is a second key with the same number. No semicolon follows any macro of this
+ * family.
  */
 #define S_ENUM(Name, ...)                                                                          \
     BRIX_ENUM_DECLARE(Name, int, __VA_ARGS__)                                                      \
