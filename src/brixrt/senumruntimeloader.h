@@ -10,7 +10,7 @@ namespace Talverine {
  * Extends the table of one enumeration at run time, and translates its texts.
  *
  * Handed to SEnumRuntimeLoader::loaderRegister(), which takes ownership. Both calls may come from
- * any thread, and from static initialisers.
+ * any thread, from several at once, and from static initialisers.
  */
 class BRIXRT_EXPORT ISEnumRuntimeLoader
 {
@@ -35,7 +35,8 @@ protected:
 /*!
  * The process-wide list of loaders by the name of the enumeration they extend.
  *
- * Fully shared: every operation may be called from any thread, also before main().
+ * Fully shared: every operation may be called from any thread, also before main(). Extending a
+ * table that exists is the exception, see loaderRegister().
  */
 class BRIXRT_EXPORT SEnumRuntimeLoader
 {
@@ -46,7 +47,8 @@ public:
      * Registers \a loader for the enumeration \a enumName and takes ownership; a loader registered
      * for that name before stays alive but is asked no more, and null only takes it away. Tables of
      * that name which exist already are extended at once, since static initialisers run in no
-     * order; what a former loader added to them stays.
+     * order; what a former loader added to them stays. Tables have no lock of their own, so while
+     * tables of that name exist, no other thread may use, build or destroy one during this call.
      */
     static void loaderRegister(const QString &enumName, ISEnumRuntimeLoader *loader);
     /*!

@@ -142,7 +142,7 @@ public:
     virtual void cacheEnable() = 0;
     virtual void cacheDisable() = 0;
     virtual bool isCacheEnabled() const = 0;
-    //! Whether a request of \a size bytes would go through the cache.
+    //! Whether a range of \a size bytes should go through the cache; 0 means all there is.
     virtual bool isCachePreferred(qint64 size) const = 0;
     //! \a totalBytes in all, spread over \a pages pages.
     virtual void setCacheSize(qint64 totalBytes, int pages) = 0;
