@@ -11,7 +11,9 @@ class tst_PasswordType : public QObject
 private Q_SLOTS:
     void undeclaredValueIsTheNumber()
     {
+        const QLocale egypt(QLocale::Arabic, QLocale::Egypt);
         QCOMPARE(PasswordType_T::instance().toString(9, QLocale::c()), u"9"_s);
+        QCOMPARE(PasswordType_T::instance().toString(9, egypt), u"\u0669"_s);
     }
 
     void declaredValueIsItsName()

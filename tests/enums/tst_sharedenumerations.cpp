@@ -6,6 +6,8 @@
 
 #include <shared/enumtable.h>
 
+#include <QtCore/QStandardPaths>
+
 using namespace Talverine;
 using namespace Talverine::Test;
 using namespace Qt::StringLiterals;
@@ -207,6 +209,63 @@ private Q_SLOTS:
                  QMetaType::fromType<AuthenticationStatus>());
         QCOMPARE(QMetaType::fromName("Talverine::AuthenticationStatus"),
                  QMetaType::fromType<AuthenticationStatus>());
+    }
+
+    void specialFoldersRunParallelToTheStandardPaths_data()
+    {
+        QTest::addColumn<SpecialFolder>("folder");
+        QTest::addColumn<QStandardPaths::StandardLocation>("location");
+#define ROW(name) QTest::newRow(#name) << SpecialFolder::name << QStandardPaths::name
+        ROW(DesktopLocation);
+        ROW(DocumentsLocation);
+        ROW(FontsLocation);
+        ROW(ApplicationsLocation);
+        ROW(MusicLocation);
+        ROW(MoviesLocation);
+        ROW(PicturesLocation);
+        ROW(TempLocation);
+        ROW(HomeLocation);
+        ROW(AppLocalDataLocation);
+        ROW(CacheLocation);
+        ROW(GenericDataLocation);
+        ROW(RuntimeLocation);
+        ROW(ConfigLocation);
+        ROW(DownloadLocation);
+        ROW(GenericCacheLocation);
+        ROW(GenericConfigLocation);
+        ROW(AppDataLocation);
+        ROW(AppConfigLocation);
+#undef ROW
+    }
+
+    void specialFoldersRunParallelToTheStandardPaths()
+    {
+        QFETCH(SpecialFolder, folder);
+        QFETCH(QStandardPaths::StandardLocation, location);
+        QCOMPARE(int(folder), int(location));
+    }
+
+    void companionsStandOnTheTypeOfTheirEnumeration()
+    {
+        QVERIFY((std::is_base_of_v<SEnumBase<PasswordType, int>, PasswordType_T>));
+        QVERIFY((std::is_same_v<std::underlying_type_t<PasswordType>, int>));
+        QVERIFY((std::is_base_of_v<SEnumBase<Bool, bool>, Bool_T>));
+        QVERIFY((std::is_same_v<std::underlying_type_t<Bool>, bool>));
+        QVERIFY((std::is_base_of_v<SEnumBaseFlags<MetadataFlags, int>, MetadataFlags_T>));
+        QVERIFY((std::is_base_of_v<SEnumBaseFlags<CpuFeatureFlags, quint64>, CpuFeatureFlags_T>));
+        QVERIFY((std::is_same_v<std::underlying_type_t<CpuFeatureFlags>, quint64>));
+    }
+
+    void processorFeaturesAreRegisteredToo()
+    {
+        const auto type = QMetaType::fromType<CpuFeatureFlags>();
+        QCOMPARE(QMetaType::fromName("CpuFeatureFlags"), type);
+        QCOMPARE(QMetaType::fromName("Talverine::CpuFeatureFlags"), type);
+        const auto value = QVariant::fromValue(CpuFeatureFlags::SSE2 | CpuFeatureFlags::NEON);
+        QString text;
+        QVERIFY(SVariantConvert::toString(value, QLocale::c(), &text));
+        QCOMPARE(text, u"SSE2, NEON"_s);
+        QCOMPARE(value.toString(), text);
     }
 
     void macOSHasAnAlias()

@@ -74,6 +74,77 @@ private:
     int *m_alive;
 };
 
+//! The rest of the interfaces; every operation leaves its trace in the log.
+class Store final : public ISerializable,
+                    public IJsonConvertible,
+                    public IConcurrency,
+                    public IBufferable,
+                    public ICacheable
+{
+public:
+    bool deserialize(QDataStream &) override { return note(u"deserialize"_s); }
+    bool serialize(QDataStream &) const override { return note(u"serialize"_s); }
+    QJsonObject toJsonObject() const override { return {{u"a"_s, 1}}; }
+    void setConcurrence(int threads) override { note(u"setConcurrence %1"_s.arg(threads)); }
+    int concurrence() const override { return 3; }
+    int bufferSize() const override { return 4; }
+    void setBufferSize(int bytes) override { note(u"setBufferSize %1"_s.arg(bytes)); }
+    void cacheEnable() override { note(u"cacheEnable"_s); }
+    void cacheDisable() override { note(u"cacheDisable"_s); }
+    bool isCacheEnabled() const override { return note(u"isCacheEnabled"_s); }
+    bool isCachePreferred(qint64 size) const override
+    {
+        return note(u"isCachePreferred %1"_s.arg(size));
+    }
+    void setCacheSize(qint64 totalBytes, int pages) override
+    {
+        note(u"setCacheSize %1 %2"_s.arg(QString::number(totalBytes), QString::number(pages)));
+    }
+    void setCachePreferredMode(const SCacheMode &mode) override
+    {
+        note(u"setCachePreferredMode %1"_s.arg(int(mode)));
+    }
+    SCacheMode cachePreferredMode() const override { return SCacheMode(2); }
+    bool cacheFlush() override { return note(u"cacheFlush"_s); }
+
+    mutable QStringList log;
+
+private:
+    bool note(const QString &line) const
+    {
+        log.append(line);
+        return true;
+    }
+};
+
+//! A user of whom only the order of the bases matters.
+class Nobody final : public ISUser
+{
+public:
+    ICloneable *clone() const override { return new Nobody; }
+    bool isNull() const override { return true; }
+    bool isValid() const override { return false; }
+    void setEnabled(bool) override {}
+    bool enabled() const override { return false; }
+    void setUsername(const QString &) override {}
+    QString username() const override { return u"nobody"_s; }
+    void setHashedPassword(const QByteArray &) override {}
+    QByteArray hashedPassword() const override { return {}; }
+    void setHomeFolder(const QString &) override {}
+    QString homeFolder() const override { return {}; }
+    void setFullname(const QString &) override {}
+    QString fullname() const override { return {}; }
+    void setEmail(const QString &) override {}
+    QString email() const override { return {}; }
+};
+
+//! Where the part of an object that is a \a Base stands.
+template<typename Base, typename Class>
+quintptr placeOf(const Class &object)
+{
+    return reinterpret_cast<quintptr>(static_cast<const Base *>(&object));
+}
+
 //! The smallest table of users.
 class NoUsers final : public ISAuthenticationDb
 {
@@ -88,7 +159,11 @@ public:
     void clear() override { Q_EMIT changed(); }
     bool isEmpty() const override { return true; }
     bool contains(const QString &) const override { return false; }
-    void insert(ISUser *user) override { delete user; }
+    void insert(ISUser *user) override
+    {
+        Q_EMIT added(user->username());
+        delete user;
+    }
     bool remove(const QString &username) override
     {
         Q_EMIT removed(username);
@@ -168,6 +243,48 @@ private Q_SLOTS:
         QVERIFY(dynamic_cast<const IValidity *>(copy.get())->isValid());
     }
 
+    void everyOperationIsReachedThroughItsInterface()
+    {
+        Store store;
+        QDataStream stream;
+        QVERIFY(static_cast<ISerializable &>(store).deserialize(stream));
+        QVERIFY(static_cast<const ISerializable &>(store).serialize(stream));
+        QCOMPARE(static_cast<const IJsonConvertible &>(store).toJsonObject().size(), 1);
+        static_cast<IConcurrency &>(store).setConcurrence(7);
+        QCOMPARE(static_cast<const IConcurrency &>(store).concurrence(), 3);
+        QCOMPARE(static_cast<const IBufferable &>(store).bufferSize(), 4);
+        static_cast<IBufferable &>(store).setBufferSize(8);
+        QCOMPARE(store.log, QStringList({u"deserialize"_s, u"serialize"_s, u"setConcurrence 7"_s,
+                                         u"setBufferSize 8"_s}));
+    }
+
+    void cacheIsReachedThroughItsInterface()
+    {
+        Store store;
+        ICacheable &cache = store;
+        cache.cacheEnable();
+        cache.cacheDisable();
+        QVERIFY(std::as_const(cache).isCacheEnabled());
+        QVERIFY(std::as_const(cache).isCachePreferred(Q_INT64_C(0x100000000)));
+        cache.setCacheSize(Q_INT64_C(0x100000000), 5);
+        cache.setCachePreferredMode(SCacheMode(1));
+        QCOMPARE(int(cache.cachePreferredMode()), 2);
+        QVERIFY(cache.cacheFlush());
+        QCOMPARE(store.log,
+                 QStringList({u"cacheEnable"_s, u"cacheDisable"_s, u"isCacheEnabled"_s,
+                              u"isCachePreferred 4294967296"_s, u"setCacheSize 4294967296 5"_s,
+                              u"setCachePreferredMode 1"_s, u"cacheFlush"_s}));
+    }
+
+    void basesOfUsersAndTheirTableStandInOrder()
+    {
+        const Nobody user;
+        QVERIFY(placeOf<ICloneable>(user) < placeOf<IValidity>(user));
+        const NoUsers users;
+        QVERIFY(placeOf<QObject>(users) < placeOf<ICloneable>(users));
+        QVERIFY(placeOf<ICloneable>(users) < placeOf<IEquatable>(users));
+    }
+
     void interfaceIds()
     {
         QCOMPARE(qobject_interface_iid<ICloneable *>(), "Talverine.ICloneable/1.0");
@@ -181,10 +298,14 @@ private Q_SLOTS:
     {
         NoUsers users;
         QSignalSpy changed(&users, &ISAuthenticationDb::changed);
+        QSignalSpy added(&users, &ISAuthenticationDb::added);
         QSignalSpy removed(&users, &ISAuthenticationDb::removed);
         users.clear();
+        users.insert(new Nobody);
         users.remove(u"nobody"_s);
         QCOMPARE(changed.size(), 1);
+        QCOMPARE(added.size(), 1);
+        QCOMPARE(added.first().first().toString(), u"nobody"_s);
         QCOMPARE(removed.size(), 1);
         QCOMPARE(removed.first().first().toString(), u"nobody"_s);
         QCOMPARE(qobject_cast<ISAuthenticationDb *>(static_cast<QObject *>(&users)), &users);
