@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/fileservice/spartialfilemanager.h>
 
+#include <QtCore/QProcess>
 #include <QtCore/QRegularExpression>
+
+#include <cstdlib>
 
 using namespace Talverine;
 using namespace Qt::StringLiterals;
@@ -23,6 +26,16 @@ QByteArray read(const QString &fileName)
 QStringList entries(const QTemporaryDir &dir)
 {
     return QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+}
+
+const QString kDie = u"--die-in-a-transfer"_s;
+constexpr int kDeadExitCode = 77;
+
+// Ends the process as a crash does: no destructor runs.
+[[noreturn]] void dieInATransfer(const QString &target)
+{
+    const SPartialFileManager partial(target, true);
+    std::_Exit(write(partial.fileName(false), "half") ? kDeadExitCode : 1);
 }
 
 } // namespace
@@ -189,19 +202,37 @@ private Q_SLOTS:
         QCOMPARE(read(left), "half"_ba);
     }
 
-    void partialFileOfADeadTransferIsLeftAlone()
+    void partialFileOfADeadProcessIsLeftAlone()
     {
-        // What a killed process leaves has a uuid that no later transfer takes.
         QTemporaryDir dir;
-        const QString stale = dir.filePath(u"3f2504e0-4f89-41d3-9a0c-0305e82c3301.part"_s);
-        QVERIFY(write(stale, "half"));
+        const QString target = dir.filePath(u"report.pdf"_s);
+        QCOMPARE(QProcess::execute(QCoreApplication::applicationFilePath(), {kDie, target}),
+                 kDeadExitCode);
+        const QStringList left = entries(dir);
+        QCOMPARE(left.size(), 1);
+        QVERIFY2(left.first().endsWith(u".part"), qPrintable(left.first()));
         {
-            SPartialFileManager partial(dir.filePath(u"report.pdf"_s), true);
+            SPartialFileManager partial(target, true);
             QVERIFY(write(partial.fileName(false), "content"));
             QVERIFY(partial.complete());
         }
         QCOMPARE(entries(dir).size(), 2);
-        QCOMPARE(read(stale), "half"_ba);
+        QCOMPARE(read(dir.filePath(left.first())), "half"_ba);
+    }
+
+    void laterOfTwoTransfersToOneTargetStays()
+    {
+        QTemporaryDir dir;
+        const QString target = dir.filePath(u"report.pdf"_s);
+        SPartialFileManager one(target, true);
+        SPartialFileManager two(target, true);
+        QVERIFY(write(one.fileName(false), "one"));
+        QVERIFY(write(two.fileName(false), "two"));
+        QVERIFY(two.complete());
+        QCOMPARE(read(target), "two"_ba);
+        QVERIFY(one.complete());
+        QCOMPARE(read(target), "one"_ba);
+        QCOMPARE(entries(dir), QStringList{u"report.pdf"_s});
     }
 
     void completeWithoutAPartialFileLosesTheOlderFile()
@@ -228,6 +259,7 @@ private Q_SLOTS:
             QVERIFY(!partial.complete());
             QVERIFY(!partial.isCompleted());
             QCOMPARE(entries(dir).size(), 2);
+            QCOMPARE(read(partial.fileName(false)), "content"_ba);
         }
         QCOMPARE(entries(dir), QStringList{u"report.pdf"_s});
         QVERIFY(QDir(target).exists(u"inner"_s));
@@ -265,6 +297,17 @@ private Q_SLOTS:
         QVERIFY(partial.complete());
     }
 
+    void copyCompletedAfterTheOtherLosesTheFile()
+    {
+        QTemporaryDir dir;
+        SPartialFileManager partial(dir.filePath(u"report.pdf"_s), true);
+        SPartialFileManager copy(partial);
+        QVERIFY(write(partial.fileName(false), "content"));
+        QVERIFY(partial.complete());
+        QVERIFY(!copy.complete());
+        QVERIFY(entries(dir).isEmpty());
+    }
+
     void assignmentTakesAllFourValues()
     {
         QTemporaryDir dir;
@@ -290,5 +333,14 @@ private Q_SLOTS:
     }
 };
 
-QTEST_APPLESS_MAIN(tst_SPartialFileManager)
+int main(int argc, char *argv[])
+{
+    QCoreApplication application(argc, argv);
+    const QStringList arguments = QCoreApplication::arguments();
+    if (arguments.value(1) == kDie)
+        dieInATransfer(arguments.value(2));
+    tst_SPartialFileManager test;
+    return QTest::qExec(&test, argc, argv);
+}
+
 #include "tst_spartialfilemanager.moc"

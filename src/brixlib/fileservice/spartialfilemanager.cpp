@@ -5,6 +5,8 @@
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 
+#include <algorithm>
+
 namespace Talverine {
 
 using namespace Qt::StringLiterals;

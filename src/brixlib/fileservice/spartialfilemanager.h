@@ -18,8 +18,9 @@ namespace Talverine {
  *     if (!partial.complete())
  *         return false; // the destructor removes what was received
  *
- * A copy names the same partial file, and the first of the two to end deletes it for both: pass it
- * by reference. The final name is taken through the character rule of the constructor as a whole,
+ * A copy names the same partial file: the first of the two to end deletes it for both, and a
+ * complete() of the one that comes after the other's loses the final file. Pass it by reference.
+ * The final name is taken through the character rule of the constructor as a whole,
  * folders included.
  *
  * Thread: a value; one thread at a time.
@@ -51,7 +52,7 @@ public:
      * the move fails; the older file is gone then as well. Once completed, tells whether the final
      * file still exists.
      */
-    bool complete();
+    [[nodiscard]] bool complete();
     bool isCompleted() const;
 
 private:
