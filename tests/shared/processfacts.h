@@ -5,6 +5,10 @@
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 /*!
  * What the system knows about the running test program, for tests of what is left behind.
  */
@@ -27,8 +31,19 @@ inline qsizetype threads()
     return entries(QStringLiteral("/proc/self/task"));
 }
 
-//! The line \a name of the process's state, in KiB: "VmRSS" is what it has in memory, "VmHWM" the
-//! most that this has been.
+//! Bytes that are allocated on the heap; 0 where the system does not tell.
+inline qint64 heapBytes()
+{
+#ifdef __GLIBC__
+    const auto info = mallinfo2();
+    return static_cast<qint64>(info.uordblks + info.hblkhd);
+#else
+    return 0;
+#endif
+}
+
+//! The line \a name of the process's state, in KiB: "VmRSS" is what it has in memory, "VmPeak" the
+//! most address space it has had.
 inline qint64 kibibytes(const QByteArray &name)
 {
     QFile file(QStringLiteral("/proc/self/status"));
