@@ -4,6 +4,7 @@
 #include <brixlib/fileservice/sclientftp.h>
 #include <brixlib/fileservice/sserverftp.h>
 #include <brixlib/protocol/sclientcontroller.h>
+#include <brixlib/protocol/stcpsocket.h>
 #include <brixlib/workers/ssimplebackgroundrunner.h>
 
 #include <shared/sessionhost.h>
@@ -74,6 +75,29 @@ public:
     using SClientFtp::setRootPath;
 };
 
+//! A session that sends no faster than its limit, in bytes per second.
+class LimitedServer : public Talverine::SServerFtp
+{
+public:
+    LimitedServer(qint64 descriptor, qint64 limit)
+        : SServerFtp(descriptor)
+        , m_limit(limit)
+    {
+    }
+
+protected:
+    bool workerInit() override
+    {
+        if (!SServerFtp::workerInit())
+            return false;
+        socket()->setOutcomingSpeed(m_limit);
+        return true;
+    }
+
+private:
+    const qint64 m_limit;
+};
+
 /*!
  * A server for the user "alice". The jail is her home folder; outside() is that of another user,
  * beside it. What the sessions signal arrives in log.
@@ -97,6 +121,8 @@ public:
 
     //! Called for each session before its thread starts.
     std::function<void(Talverine::SServerFtp &)> configure;
+    //! Bytes per second that a session may send; 0 for no limit.
+    qint64 sendingLimit = 0;
     //! Signals of all sessions.
     QStringList log;
 
@@ -105,7 +131,7 @@ private:
 
     SServerFtp *make(qint64 descriptor)
     {
-        auto *session = new SServerFtp(descriptor);
+        auto *session = new LimitedServer(descriptor, sendingLimit);
         session->setAuthenticationDb(&m_host.users);
         if (configure)
             configure(*session);

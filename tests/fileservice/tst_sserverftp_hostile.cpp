@@ -164,6 +164,31 @@ private Q_SLOTS:
         QVERIFY(ProcessFacts::kibibytes("VmHWM") - before < 16 * 1024);
     }
 
+    void peerThatVanishesFromAThrottledGetIsMissedAtOnce_data()
+    {
+        QTest::addColumn<bool>("resets");
+        QTest::newRow("it vanishes") << true;
+        QTest::newRow("it closes") << false;
+    }
+    void peerThatVanishesFromAThrottledGetIsMissedAtOnce()
+    {
+        QFETCH(const bool, resets);
+        QVERIFY(makeLarge(m_server->path(u"large.bin"_s), 256 << 20));
+        m_server->sendingLimit = 100000;
+        QVERIFY(login());
+        m_client->send(command("gfio", text(u"large.bin")));
+        QCOMPARE(m_client->read(12), ack() + u64(256 << 20));
+        QVERIFY(!m_client->read(50000).isEmpty());
+        if (resets)
+            m_client->vanish();
+        else
+            m_client->socket().close();
+        QElapsedTimer ending;
+        ending.start();
+        QVERIFY(m_server->waitForEnd());
+        QVERIFY(ending.elapsed() < 2000);
+    }
+
     void tooSmallASizeOfAnOldClientLeavesBytesThatAreNoFrame()
     {
         QVERIFY(login());
