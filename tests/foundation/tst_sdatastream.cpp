@@ -17,6 +17,12 @@ class JobThread final : public QThread
 public:
     std::function<void()> job;
 
+    //! How many connections wait for the end of the thread's run, and of its object.
+    int connectionsToItsEnd() const
+    {
+        return receivers(SIGNAL(finished())) + receivers(SIGNAL(destroyed(QObject *)));
+    }
+
 protected:
     void run() override { job(); }
 };
@@ -133,6 +139,50 @@ private Q_SLOTS:
         thread.start();
         QVERIFY(thread.wait());
         QCOMPARE(version, 17);
+    }
+
+    // What a thread still deletes behind its last signal may set a version once more.
+    void entryOfTheLastMomentIsGoneWithTheThreadObject()
+    {
+        QHash<QThread *, int> seen;
+        for (int i = 0; i < 50; ++i) {
+            auto thread = std::make_unique<JobThread>();
+            ++seen[thread.get()];
+            int before = 0;
+            bool setAgain = false;
+            thread->job = [&] {
+                before = SDataStream::defaultVersion();
+                auto *leftover = new QObject;
+                connect(leftover, &QObject::destroyed, leftover, [&] {
+                    SDataStream::setDefaultVersion(QDataStream::Qt_6_0);
+                    setAgain = true;
+                });
+                leftover->deleteLater();
+            };
+            thread->start();
+            QVERIFY(thread->wait());
+            QVERIFY(setAgain);
+            QCOMPARE(before, 17);
+        }
+        QVERIFY2(seen.size() < 50, "no address came back, so nothing was tested");
+    }
+
+    void manySettingsConnectOnce()
+    {
+        JobThread thread;
+        int once = 0;
+        int often = 0;
+        thread.job = [&] {
+            SDataStream::setDefaultVersion(QDataStream::Qt_6_0);
+            once = thread.connectionsToItsEnd();
+            for (int i = 0; i < 100; ++i)
+                SDataStream::setDefaultVersion(QDataStream::Qt_5_15);
+            often = thread.connectionsToItsEnd();
+        };
+        thread.start();
+        QVERIFY(thread.wait());
+        QVERIFY(once > 0);
+        QCOMPARE(often, once);
     }
 
     void threadsThatQtDoesNotKnowHaveEntriesToo()

@@ -49,7 +49,10 @@ public:
 
     //! Reads all of \a device for one value; empty if it is not there.
     static QString variable(QIODevice *device, const QString &name);
-    //! Reads \a device up to its first version line, whose version it gives.
+    /*!
+     * Reads \a device no further than the block that holds its first version line, and gives that
+     * version; NoVersion if there is no such line.
+     */
     static quint32 version(QIODevice *device);
 
 private:
