@@ -8,6 +8,7 @@
 #include <QtCore/QProcessEnvironment>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
+#include <QtTest/QTest>
 
 //! How a run of the tool ended, and what it wrote.
 struct ToolResult
@@ -43,8 +44,11 @@ public:
         process.start();
         process.write(input);
         process.closeWriteChannel();
+        // Events go on, since the peer of the process may live in this thread.
+        const bool ended =
+            QTest::qWaitFor([&] { return process.state() == QProcess::NotRunning; }, 60'000);
         ToolResult result;
-        if (process.waitForFinished(60'000) && process.exitStatus() == QProcess::NormalExit)
+        if (ended && process.exitStatus() == QProcess::NormalExit)
             result.exitCode = process.exitCode();
         result.out = process.readAllStandardOutput();
         result.err = process.readAllStandardError();

@@ -11,6 +11,7 @@
 #include <QtCore/QFileInfo>
 #include <QtCore/QUuid>
 
+#include <filesystem>
 #include <numeric>
 
 namespace Brix {
@@ -89,11 +90,29 @@ void Upload::collect(const Folder &folder)
         else if (entry.isSymLink())
             m_report.addSkipped(name, entry.isDir() ? u"a link to a folder"_s
                                                     : u"a link that leads nowhere"_s);
-        else if (entry.exists())
-            m_report.addSkipped(name, u"neither file nor folder"_s);
         else
-            m_report.addFailure(name, ExitCode::LocalIo, u"its name is not valid text"_s);
+            m_report.addSkipped(name, u"neither file nor folder"_s);
     }
+    reportUnreadableNames(folder);
+}
+
+// Qt passes over entries whose names are not UTF-8, so nobody would learn that they are missing.
+void Upload::reportUnreadableNames(const Folder &folder)
+{
+    std::error_code error;
+    std::filesystem::directory_iterator entry(QFileInfo(folder.local).filesystemFilePath(), error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        const auto raw = entry->path().filename().u8string();
+        const QByteArray bytes(reinterpret_cast<const char *>(raw.data()), qsizetype(raw.size()));
+        const QString name = QString::fromUtf8(bytes);
+        if (name.toUtf8() != bytes)
+            m_report.addFailure(RemotePath::join(folder.name, name), ExitCode::LocalIo,
+                                u"its name is not valid text"_s);
+    }
+    if (error)
+        m_report.addFailure(
+            folder.name.isEmpty() ? folder.local : folder.name, ExitCode::LocalIo,
+            u"cannot be listed: %1"_s.arg(QString::fromLocal8Bit(error.message().c_str())));
 }
 
 bool Upload::makeRemoteFolder(const QString &remote)

@@ -39,6 +39,7 @@ private:
     };
 
     void collect(const Folder &folder);
+    void reportUnreadableNames(const Folder &folder);
     bool makeRemoteFolder(const QString &remote);
     void sendAll();
     void send(const File &file);

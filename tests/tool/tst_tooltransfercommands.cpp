@@ -1,0 +1,753 @@
+// SPDX-License-Identifier: MIT
+#include "toolserver.h"
+
+#include <brixlib/fileservice/filereplies.h>
+#include <brixlib/fileservice/sserverftp.h>
+#include <brixlib/foundation/sdatastream.h>
+#include <brixlib/protocol/scommand.h>
+#include <brixlib/protocol/stcpsocket.h>
+#include <brixlib/protocol/wire.h>
+
+#include <shared/faketerminal.h>
+#include <shared/sessionhost.h>
+
+#include <QtCore/QDirIterator>
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QJsonObject>
+
+#include <csignal>
+#include <cstdio>
+#include <functional>
+#include <optional>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Talverine;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// All files below a folder with their content, and its folders, by their relative paths.
+QMap<QString, QByteArray> tree(const QString &folder)
+{
+    QMap<QString, QByteArray> content;
+    QDirIterator it(folder, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        it.next();
+        const QString name = QDir(folder).relativeFilePath(it.filePath());
+        content.insert(name, it.fileInfo().isDir() ? "a folder"_ba : readFile(it.filePath()));
+    }
+    return content;
+}
+
+// A tree with much of what names and sizes can be.
+void makeTree(const QString &folder)
+{
+    const QByteArray large = [] {
+        QByteArray bytes(3'000'000, Qt::Uninitialized);
+        quint32 state = 1;
+        for (char &byte : bytes)
+            byte = char((state = state * 1664525 + 1013904223) >> 24);
+        return bytes;
+    }();
+    for (const auto &name :
+         {u"plain"_s, u".hidden"_s, u"with blanks "_s, u"per%20cent"_s, u"50%2 off"_s, u"-dash"_s,
+          u"größe"_s, u"漢字 🖨"_s, u"tab\tnew\nline"_s, u"back\\slash"_s, u"a&b=c#d;e"_s,
+          u"what?"_s, u"a<b>|c*\"d\""_s, u"sub/inner/deep.txt"_s, u"odd? <folder>/file"_s})
+        QVERIFY(writeFile(folder + u'/' + name, "content of " + name.toUtf8()));
+    QVERIFY(writeFile(folder + u"/empty"_s, {}));
+    QVERIFY(writeFile(folder + u"/sub/large"_s, large));
+    QVERIFY(QDir().mkpath(folder + u"/empty folder/another"_s));
+}
+
+QJsonObject summary(const ToolResult &result)
+{
+    return result.lines().isEmpty() ? QJsonObject()
+                                    : QJsonDocument::fromJson(result.lines().last()).object();
+}
+
+// A server that answers some commands as it should not.
+class HostileServer final : public SServerFtp
+{
+public:
+    // What to do instead of the ordinary work; nothing to do that.
+    using Script = std::function<std::optional<bool>(HostileServer &, const SCommandId &)>;
+
+    HostileServer(qint64 descriptor, Script script)
+        : SServerFtp(descriptor)
+        , m_script(std::move(script))
+    {
+    }
+
+    bool send(const QByteArray &bytes) { return writeAll(socket(), bytes) == bytes.size(); }
+    bool sendEntries(const QList<SFileEntry> &entries)
+    {
+        QByteArray body;
+        SDataStream stream(&body, QIODevice::WriteOnly);
+        Replies::writeEntries(stream, entries);
+        return writeFrame(socket(), body);
+    }
+    void hangUp() { socket()->abort(); }
+
+protected:
+    bool executeCommand(SCommand *command) override
+    {
+        const auto result = m_script(*this, command->id());
+        return result ? *result : SServerFtp::executeCommand(command);
+    }
+
+private:
+    Script m_script;
+};
+
+// A hostile server in this process, for "alice".
+class HostileHost final
+{
+public:
+    explicit HostileHost(const HostileServer::Script &script)
+        : m_host([this, script](qint64 descriptor) {
+            auto *server = new HostileServer(descriptor, script);
+            server->setAuthenticationDb(&m_host.users);
+            return server;
+        })
+    {
+    }
+
+    QString home() const { return m_host.homeOf(u"alice"_s); }
+    QString url(const QString &path) const
+    {
+        return u"brix://alice@127.0.0.1:%1/%2"_s.arg(QString::number(m_host.port()), path);
+    }
+
+private:
+    SessionHost m_host;
+};
+
+SFileEntry fileEntry(const QString &name, qint64 size = 3)
+{
+    return SFileEntry(name, size, QDateTime::currentDateTimeUtc(), FileEntryFlags::Readable);
+}
+
+SFileEntry folderEntry(const QString &name)
+{
+    return SFileEntry(name, 0, QDateTime::currentDateTimeUtc(),
+                      FileEntryFlags::Readable | FileEntryFlags::Directory);
+}
+
+} // namespace
+
+class tst_ToolTransferCommands : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::unique_ptr<ToolServer> m_server;
+    std::unique_ptr<QTemporaryDir> m_dir;
+
+    QString local(const QString &name) const { return m_dir->filePath(name); }
+    QString home(const QString &name) const { return m_server->homePath(name); }
+    ToolResult get(const QString &path, const QStringList &more = {}) const
+    {
+        return m_server->run(QStringList{u"get"_s, m_server->url(path)} + more);
+    }
+    ToolResult put(const QString &name, const QString &path, const QStringList &more = {}) const
+    {
+        return m_server->run(QStringList{u"put"_s, name, m_server->url(path)} + more);
+    }
+    // A client inside the test's own folder.
+    ToolProcess clientHere() const
+    {
+        auto tool = m_server->client();
+        tool.workingDirectory = m_dir->path();
+        return tool;
+    }
+    // A command against a hostile server.
+    ToolResult getFrom(const HostileHost &host, const QString &path,
+                       const QStringList &more = {}) const
+    {
+        return clientHere().run(QStringList{u"get"_s, u"--timeout"_s, u"2"_s, host.url(path)} +
+                                more);
+    }
+    ToolResult putTo(const HostileHost &host, const QString &name, const QString &path,
+                     const QStringList &more = {}) const
+    {
+        return clientHere().run(
+            QStringList{u"put"_s, u"--timeout"_s, u"2"_s, name, host.url(path)} + more);
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        m_server = std::make_unique<ToolServer>();
+        m_dir = std::make_unique<QTemporaryDir>();
+    }
+    void cleanup()
+    {
+        m_server.reset();
+        m_dir.reset();
+    }
+
+    // Single files
+
+    void putAndGetMoveAFile()
+    {
+        QVERIFY(m_server->start());
+        QVERIFY(writeFile(local(u"a.txt"_s), "content"));
+        const auto sent = put(local(u"a.txt"_s), u"b.txt"_s);
+        QCOMPARE(sent.exitCode, 0);
+        QVERIFY(sent.err.isEmpty());
+        QVERIFY2(sent.out.startsWith("1 file, 7 bytes in "), sent.out.constData());
+        QCOMPARE(readFile(home(u"b.txt"_s)), "content"_ba);
+        const auto fetched = get(u"b.txt"_s, {local(u"c.txt"_s)});
+        QCOMPARE(fetched.exitCode, 0);
+        QCOMPARE(readFile(local(u"c.txt"_s)), "content"_ba);
+        QCOMPARE(namesIn(m_dir->path()), (QStringList{u"a.txt"_s, u"c.txt"_s}));
+        QCOMPARE(namesIn(m_server->home()), QStringList{u"b.txt"_s});
+    }
+
+    void quietTransferSaysNothing()
+    {
+        QVERIFY(m_server->start());
+        QVERIFY(writeFile(local(u"a.txt"_s), "content"));
+        const auto result = put(local(u"a.txt"_s), QString(), {u"--quiet"_s});
+        QCOMPARE(result.exitCode, 0);
+        QVERIFY(result.out.isEmpty());
+        QVERIFY(result.err.isEmpty());
+    }
+
+    void summaryAsJsonIsOneObject()
+    {
+        QVERIFY(m_server->start());
+        QVERIFY(writeFile(local(u"a.txt"_s), "content"));
+        const auto object = summary(put(local(u"a.txt"_s), QString(), {u"--json"_s}));
+        QCOMPARE(object.value("files"_L1).toInteger(), 1);
+        QCOMPARE(object.value("bytes"_L1).toInteger(), 7);
+        QVERIFY(object.value("seconds"_L1).toDouble() > 0);
+        QVERIFY(object.value("rate"_L1).toDouble() > 0);
+        for (const auto &key : {u"failures"_s, u"notTried"_s, u"leftOut"_s})
+            QCOMPARE(object.value(key), QJsonValue(QJsonArray()));
+    }
+
+    void putFindsItsPlace_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("place");
+        QTest::newRow("no path") << QString() << u"a.txt"_s;
+        QTest::newRow("another name") << u"b.txt"_s << u"b.txt"_s;
+        QTest::newRow("a folder that is there") << u"folder"_s << u"folder/a.txt"_s;
+        QTest::newRow("a slash at the end") << u"new/"_s << u"new/a.txt"_s;
+        QTest::newRow("new folders") << u"x/y/z.txt"_s << u"x/y/z.txt"_s;
+        QTest::newRow("encoded name") << u"50%25%20%3F"_s << u"50% ?"_s;
+    }
+
+    void putFindsItsPlace()
+    {
+        QFETCH(QString, path);
+        QFETCH(QString, place);
+        QVERIFY(m_server->start());
+        QVERIFY(QDir(m_server->home()).mkdir(u"folder"_s));
+        QVERIFY(writeFile(local(u"a.txt"_s), "content"));
+        QCOMPARE(put(local(u"a.txt"_s), path).exitCode, 0);
+        QCOMPARE(readFile(home(place)), "content"_ba);
+    }
+
+    void getFindsItsPlace_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QString>("place");
+        QTest::newRow("no place") << QStringList{} << u"a.txt"_s;
+        QTest::newRow("another name") << QStringList{u"b.txt"_s} << u"b.txt"_s;
+        QTest::newRow("a folder that is there") << QStringList{u"folder"_s} << u"folder/a.txt"_s;
+        QTest::newRow("the current folder") << QStringList{u"."_s} << u"a.txt"_s;
+        QTest::newRow("a slash at the end") << QStringList{u"new/"_s} << u"new/a.txt"_s;
+        QTest::newRow("new folders") << QStringList{u"x/y/z.txt"_s} << u"x/y/z.txt"_s;
+        QTest::newRow("refused characters") << QStringList{u"what?"_s} << u"what?"_s;
+    }
+
+    void getFindsItsPlace()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QString, place);
+        QVERIFY(m_server->start());
+        QVERIFY(QDir(m_dir->path()).mkdir(u"folder"_s));
+        QVERIFY(writeFile(home(u"sub/a.txt"_s), "content"));
+        const auto result =
+            clientHere().run(QStringList{u"get"_s, m_server->url(u"sub/a.txt"_s)} + arguments);
+        QVERIFY2(result.exitCode == 0, result.err.constData());
+        QCOMPARE(readFile(local(place)), "content"_ba);
+    }
+
+    void absolutePathOfTheServerHasASecondSlash()
+    {
+        QVERIFY(m_server->start());
+        QVERIFY(writeFile(home(u"a.txt"_s), "content"));
+        QCOMPARE(get(home(u"a.txt"_s), {local(u"a.txt"_s)}).exitCode, 0);
+        QCOMPARE(readFile(local(u"a.txt"_s)), "content"_ba);
+    }
+
+    void olderFilesAreReplaced()
+    {
+        QVERIFY(m_server->start());
+        QVERIFY(writeFile(local(u"a.txt"_s), "new"));
+        QVERIFY(writeFile(home(u"a.txt"_s), "the older and longer content"));
+        QVERIFY(writeFile(home(u"what?"_s), "the older and longer content"));
+        QCOMPARE(put(local(u"a.txt"_s), u"a.txt"_s).exitCode, 0);
+        QCOMPARE(put(local(u"a.txt"_s), u"what%3F"_s).exitCode, 0);
+        QCOMPARE(readFile(home(u"a.txt"_s)), "new"_ba);
+        QCOMPARE(readFile(home(u"what?"_s)), "new"_ba);
+        QVERIFY(writeFile(local(u"b.txt"_s), "the older and longer content"));
+        QCOMPARE(get(u"a.txt"_s, {local(u"b.txt"_s)}).exitCode, 0);
+        QCOMPARE(readFile(local(u"b.txt"_s)), "new"_ba);
+        QCOMPARE(namesIn(m_server->home()), (QStringList{u"a.txt"_s, u"what?"_s}));
+    }
+
+    void emptyFileIsMoved()
+    {
+        QVERIFY(m_server->start());
+        QVERIFY(writeFile(local(u"empty"_s), {}));
+        QCOMPARE(put(local(u"empty"_s), QString()).exitCode, 0);
+        QCOMPARE(get(u"empty"_s, {local(u"back"_s)}).exitCode, 0);
+        QCOMPARE(readFile(local(u"back"_s)), QByteArray());
+    }
+
+    void sourceIsRemovedWhenAsked()
+    {
+        QVERIFY(m_server->start());
+        QVERIFY(writeFile(local(u"a.txt"_s), "content"));
+        QCOMPARE(put(local(u"a.txt"_s), QString(), {u"--remove-source"_s}).exitCode, 0);
+        QVERIFY(namesIn(m_dir->path()).isEmpty());
+        QCOMPARE(get(u"a.txt"_s, {local(u"b.txt"_s), u"--remove-source"_s}).exitCode, 0);
+        QVERIFY(namesIn(m_server->home()).isEmpty());
+        QCOMPARE(readFile(local(u"b.txt"_s)), "content"_ba);
+    }
+
+    void whatIsNotThereIsTold()
+    {
+        QVERIFY(m_server->start());
+        auto result = get(u"missing"_s, {local(u"x"_s)});
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY2(result.err.contains("the server has no missing"), result.err.constData());
+        result = get(u"/etc/passwd"_s, {local(u"x"_s)});
+        QCOMPARE(result.exitCode, 1);
+        result = put(local(u"missing"_s), QString());
+        QCOMPARE(result.exitCode, 4);
+        QVERIFY2(result.err.contains("there is no file"), result.err.constData());
+        result = put(local(u"missing"_s), QString(), {u"-r"_s});
+        QCOMPARE(result.exitCode, 4);
+        QVERIFY(namesIn(m_dir->path()).isEmpty());
+        QVERIFY(namesIn(m_server->home()).isEmpty());
+    }
+
+    void foldersNeedRecursive()
+    {
+        QVERIFY(m_server->start());
+        QVERIFY(QDir(m_server->home()).mkdir(u"folder"_s));
+        QCOMPARE(get(u"folder"_s, {local(u"x"_s)}).exitCode, 1);
+        QCOMPARE(get(u"folder/"_s, {local(u"x"_s)}).exitCode, 1);
+        QCOMPARE(put(m_dir->path(), u"x"_s).exitCode, 4);
+        QVERIFY(writeFile(home(u"a.txt"_s), "content"));
+        QCOMPARE(get(u"a.txt"_s, {u"-r"_s, local(u"x"_s)}).exitCode, 1);
+        QVERIFY(!QFile::exists(local(u"x"_s)));
+        QCOMPARE(get(QString(), {u"-r"_s}).exitCode, 2);
+    }
+
+    void placeThatCannotBeWrittenIsTold()
+    {
+        QVERIFY(m_server->start());
+        QVERIFY(writeFile(home(u"a.txt"_s), "content"));
+        QVERIFY(writeFile(local(u"file"_s), "older"));
+        auto result = get(u"a.txt"_s, {local(u"file/x"_s)});
+        QCOMPARE(result.exitCode, 4);
+        QVERIFY2(result.err.contains("cannot make the folder"), result.err.constData());
+        QCOMPARE(readFile(local(u"file"_s)), "older"_ba);
+        QVERIFY(QDir(m_dir->path()).mkdir(u"odd?"_s));
+        result = get(u"a.txt"_s, {local(u"odd?/x"_s)});
+        QCOMPARE(result.exitCode, 4);
+        QVERIFY2(result.err.contains("cannot receive into"), result.err.constData());
+        result = get(u"a.txt"_s, {u"/proc/x"_s});
+        QCOMPARE(result.exitCode, 4);
+        QVERIFY2(result.err.contains("cannot write in /proc"), result.err.constData());
+        result = put(local(u"file"_s), u"a.txt/x"_s);
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY2(result.err.contains("does not make it"), result.err.constData());
+        result = put(local(u"file"_s), u"../outside"_s);
+        QVERIFY(result.exitCode != 0);
+        QVERIFY(!QFile::exists(m_server->path(u"outside"_s)));
+        QCOMPARE(readFile(home(u"a.txt"_s)), "content"_ba);
+    }
+
+    void progressIsShownOnATerminalOnly_data()
+    {
+        QTest::addColumn<QStringList>("options");
+        QTest::addColumn<bool>("isShown");
+        QTest::newRow("terminal") << QStringList{} << true;
+        QTest::newRow("terminal, quiet") << QStringList{u"--quiet"_s} << false;
+    }
+
+    void progressIsShownOnATerminalOnly()
+    {
+        QFETCH(QStringList, options);
+        QFETCH(bool, isShown);
+        QVERIFY(m_server->start({u"--limit-in"_s, u"1048576"_s}));
+        QVERIFY(writeFile(local(u"large"_s), QByteArray(2 << 20, 'x')));
+        FakeTerminal terminal;
+        QProcess client;
+        m_server->client().prepare(
+            &client, QStringList{u"put"_s, local(u"large"_s), m_server->url()} + options);
+        terminal.attach(&client, {STDERR_FILENO});
+        client.start();
+        QVERIFY(client.waitForFinished(30'000));
+        QCOMPARE(client.exitCode(), 0);
+        const QByteArray screen = terminal.screen();
+        QCOMPARE(screen.contains("MiB of 2.0 MiB"), isShown);
+        // About two seconds, at most ten times a second; the rest is room for a slow machine.
+        QVERIFY(screen.count("MiB of 2.0 MiB") < 60);
+        if (isShown)
+            QVERIFY2(screen.endsWith(" \r"), "the line was not wiped");
+        else
+            QVERIFY(screen.isEmpty());
+    }
+
+    // Trees
+
+    void treeComesBackAsItWas()
+    {
+        QVERIFY(m_server->start());
+        makeTree(local(u"tree"_s));
+        const auto sent = put(local(u"tree"_s), u"copy"_s, {u"-r"_s});
+        QVERIFY2(sent.exitCode == 0, sent.err.constData());
+        QVERIFY2(sent.out.startsWith("17 files, "), sent.out.constData());
+        QCOMPARE(tree(home(u"copy"_s)), tree(local(u"tree"_s)));
+        const auto fetched = get(u"copy"_s, {u"-r"_s, local(u"back"_s)});
+        QVERIFY2(fetched.exitCode == 0, fetched.err.constData());
+        QVERIFY2(fetched.out.startsWith("17 files, "), fetched.out.constData());
+        QCOMPARE(tree(local(u"back"_s)), tree(local(u"tree"_s)));
+        QCOMPARE(namesIn(m_server->home()), QStringList{u"copy"_s});
+        QCOMPARE(namesIn(m_dir->path()), (QStringList{u"back"_s, u"tree"_s}));
+    }
+
+    void treeTakesItsOwnNameByDefault()
+    {
+        QVERIFY(m_server->start());
+        QVERIFY(writeFile(local(u"tree/a.txt"_s), "content"));
+        QCOMPARE(put(local(u"tree"_s), QString(), {u"-r"_s}).exitCode, 0);
+        QCOMPARE(readFile(home(u"tree/a.txt"_s)), "content"_ba);
+        QVERIFY(QDir(local(u"tree"_s)).removeRecursively());
+        QCOMPARE(clientHere().run({u"get"_s, u"-r"_s, m_server->url(u"tree/"_s)}).exitCode, 0);
+        QCOMPARE(readFile(local(u"tree/a.txt"_s)), "content"_ba);
+    }
+
+    void treeIsMergedIntoWhatIsThere()
+    {
+        QVERIFY(m_server->start());
+        QVERIFY(writeFile(local(u"tree/a.txt"_s), "new"));
+        QVERIFY(writeFile(home(u"copy/a.txt"_s), "older"));
+        QVERIFY(writeFile(home(u"copy/b.txt"_s), "kept"));
+        QCOMPARE(put(local(u"tree"_s), u"copy"_s, {u"-r"_s}).exitCode, 0);
+        QCOMPARE(readFile(home(u"copy/a.txt"_s)), "new"_ba);
+        QCOMPARE(readFile(home(u"copy/b.txt"_s)), "kept"_ba);
+    }
+
+    void manyFilesArriveInBothDirections()
+    {
+        QVERIFY(m_server->start());
+        for (int i = 0; i < 500; ++i)
+            QVERIFY(writeFile(local(u"tree/%1/%2"_s.arg(i % 7).arg(i)), QByteArray(i, 'x')));
+        QCOMPARE(put(local(u"tree"_s), u"copy"_s, {u"-r"_s}).exitCode, 0);
+        QCOMPARE(get(u"copy"_s, {u"-r"_s, local(u"back"_s)}).exitCode, 0);
+        QCOMPARE(tree(local(u"back"_s)), tree(local(u"tree"_s)));
+    }
+
+    void treeIsRemovedAtItsSourceWhenAsked()
+    {
+        QVERIFY(m_server->start());
+        makeTree(local(u"tree"_s));
+        const auto before = tree(local(u"tree"_s));
+        QCOMPARE(put(local(u"tree"_s), u"copy"_s, {u"-r"_s, u"--remove-source"_s}).exitCode, 0);
+        QVERIFY(namesIn(m_dir->path()).isEmpty());
+        QCOMPARE(get(u"copy"_s, {u"-r"_s, u"--remove-source"_s, local(u"back"_s)}).exitCode, 0);
+        QVERIFY(namesIn(m_server->home()).isEmpty());
+        QCOMPARE(tree(local(u"back"_s)), before);
+    }
+
+    void linksAndOtherThingsAreLeftOut()
+    {
+        QVERIFY(m_server->start());
+        QVERIFY(writeFile(local(u"tree/a.txt"_s), "content"));
+        QVERIFY(QFile::link(u"a.txt"_s, local(u"tree/link to a file"_s)));
+        QVERIFY(QFile::link(u"nowhere"_s, local(u"tree/link to nothing"_s)));
+        QVERIFY(QFile::link(u".."_s, local(u"tree/link to a folder"_s)));
+        QCOMPARE(mkfifo(QFile::encodeName(local(u"tree/pipe"_s)).constData(), 0600), 0);
+        const auto result = put(local(u"tree"_s), u"copy"_s, {u"-r"_s});
+        QCOMPARE(result.exitCode, 0);
+        QVERIFY2(result.out.contains("3 left out"), result.out.constData());
+        QVERIFY2(result.err.contains("left out: link to nothing: a link that leads nowhere"),
+                 result.err.constData());
+        QVERIFY(result.err.contains("left out: link to a folder: a link to a folder"));
+        QVERIFY(result.err.contains("left out: pipe: neither file nor folder"));
+        QCOMPARE(namesIn(home(u"copy"_s)), (QStringList{u"a.txt"_s, u"link to a file"_s}));
+
+        QVERIFY(QFile::link(u"nowhere"_s, home(u"copy/broken"_s)));
+        QVERIFY(QFile::link(u".."_s, home(u"copy/loop"_s)));
+        const auto fetched = get(u"copy"_s, {u"-r"_s, local(u"back"_s)});
+        QCOMPARE(fetched.exitCode, 0);
+        QVERIFY2(fetched.out.contains("2 left out"), fetched.out.constData());
+        QCOMPARE(namesIn(local(u"back"_s)), (QStringList{u"a.txt"_s, u"link to a file"_s}));
+    }
+
+    void nameThatIsNotTextIsAFailure()
+    {
+        QVERIFY(m_server->start());
+        QVERIFY(writeFile(local(u"tree/a.txt"_s), "content"));
+        const QByteArray odd = QFile::encodeName(local(u"tree/"_s)) + "b\xff.txt";
+        std::FILE *raw = std::fopen(odd.constData(), "w");
+        QVERIFY(raw);
+        std::fclose(raw);
+        const auto result = put(local(u"tree"_s), u"copy"_s, {u"-r"_s});
+        QCOMPARE(std::remove(odd.constData()), 0);
+        QCOMPARE(result.exitCode, 4);
+        QVERIFY2(result.err.contains("not valid text"), result.err.constData());
+        QCOMPARE(namesIn(home(u"copy"_s)), QStringList{u"a.txt"_s});
+    }
+
+    void failureOfOneFileLeavesTheOthers()
+    {
+        QVERIFY(m_server->start());
+        QVERIFY(writeFile(home(u"copy/a/x"_s), "a"));
+        QVERIFY(writeFile(home(u"copy/b"_s), "b"));
+        // A folder stands where a file is to go, and a file where a folder is to go.
+        QVERIFY(QDir().mkpath(local(u"back/b/inner"_s)));
+        QVERIFY(writeFile(local(u"back/a"_s), "in the way"));
+        QVERIFY(writeFile(home(u"copy/c"_s), "c"));
+        const auto result = get(u"copy"_s, {u"-r"_s, local(u"back"_s), u"--json"_s});
+        QCOMPARE(result.exitCode, 4);
+        const auto object = summary(result);
+        QCOMPARE(object.value("files"_L1).toInteger(), 1);
+        QStringList failed;
+        for (const auto &failure : object.value("failures"_L1).toArray())
+            failed.append(failure.toObject().value("name"_L1).toString());
+        QCOMPARE(failed, (QStringList{u"a"_s, u"b"_s}));
+        QVERIFY2(result.err.contains("brix: b: cannot be put in its place"),
+                 result.err.constData());
+        QCOMPARE(readFile(local(u"back/c"_s)), "c"_ba);
+        QCOMPARE(readFile(local(u"back/a"_s)), "in the way"_ba);
+        QCOMPARE(namesIn(local(u"back"_s)), (QStringList{u"a"_s, u"b"_s, u"c"_s}));
+    }
+
+    void folderThatTheServerCannotMakeIsAFailureOfItsOwn()
+    {
+        QVERIFY(m_server->start());
+        QVERIFY(writeFile(local(u"tree/a/x"_s), "a"));
+        QVERIFY(writeFile(local(u"tree/b"_s), "b"));
+        QVERIFY(writeFile(home(u"copy/a"_s), "in the way"));
+        const auto result = put(local(u"tree"_s), u"copy"_s, {u"-r"_s, u"--remove-source"_s});
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY2(result.err.contains("brix: a: the server does not make this folder"),
+                 result.err.constData());
+        QCOMPARE(readFile(home(u"copy/b"_s)), "b"_ba);
+        QCOMPARE(readFile(local(u"tree/a/x"_s)), "a"_ba);
+    }
+
+    // Interruption and loss
+
+    void interruptionLeavesNothingHalfDone_data()
+    {
+        QTest::addColumn<bool>("isGet");
+        QTest::addColumn<int>("signal");
+        QTest::newRow("get, Ctrl-C") << true << SIGINT;
+        QTest::newRow("get, SIGTERM") << true << SIGTERM;
+        QTest::newRow("put, Ctrl-C") << false << SIGINT;
+    }
+
+    void interruptionLeavesNothingHalfDone()
+    {
+        QFETCH(bool, isGet);
+        QFETCH(int, signal);
+        QVERIFY(m_server->start({u"--limit-in"_s, u"262144"_s, u"--limit-out"_s, u"262144"_s}));
+        const QByteArray large(16 << 20, 'x');
+        QVERIFY(writeFile(isGet ? home(u"large"_s) : local(u"large"_s), large));
+        QVERIFY(writeFile(isGet ? local(u"target"_s) : home(u"target"_s), "older"));
+        const QString receivingFolder = isGet ? m_dir->path() : m_server->home();
+        QProcess client;
+        m_server->client().prepare(
+            &client, isGet ? QStringList{u"get"_s, m_server->url(u"large"_s), local(u"target"_s)}
+                           : QStringList{u"put"_s, local(u"large"_s), m_server->url(u"target"_s)});
+        client.start();
+        QTRY_VERIFY_WITH_TIMEOUT(!namesIn(receivingFolder).filter(u".part"_s).isEmpty(), 20'000);
+        kill(pid_t(client.processId()), signal);
+        QVERIFY(client.waitForFinished(20'000));
+        QCOMPARE(client.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(client.exitCode(), 130);
+        QVERIFY(client.readAllStandardError().contains("interrupted"));
+        QTRY_VERIFY_WITH_TIMEOUT(namesIn(receivingFolder).filter(u".part"_s).isEmpty(), 20'000);
+        QVERIFY(namesIn(receivingFolder).filter(u".brix-"_s).isEmpty());
+        QCOMPARE(readFile(isGet ? local(u"target"_s) : home(u"target"_s)), "older"_ba);
+    }
+
+    void serverThatDiesInATransferIsTold()
+    {
+        QVERIFY(m_server->start({u"--limit-out"_s, u"262144"_s}));
+        QVERIFY(writeFile(home(u"tree/large"_s), QByteArray(16 << 20, 'x')));
+        QVERIFY(writeFile(home(u"tree/later"_s), "later"));
+        QVERIFY(writeFile(local(u"back/large"_s), "older"));
+        QProcess client;
+        m_server->client().prepare(&client,
+                                   {u"get"_s, u"-r"_s, m_server->url(u"tree"_s), local(u"back"_s)});
+        client.start();
+        QTRY_VERIFY_WITH_TIMEOUT(!namesIn(local(u"back"_s)).filter(u".part"_s).isEmpty(), 20'000);
+        m_server->process().kill();
+        QVERIFY(client.waitForFinished(30'000));
+        QCOMPARE(client.exitCode(), 3);
+        const QByteArray error = client.readAllStandardError();
+        QVERIFY2(error.contains("brix: large: the connection broke"), error.constData());
+        QVERIFY2(error.contains("not tried, since the connection had ended: later"),
+                 error.constData());
+        QCOMPARE(namesIn(local(u"back"_s)), QStringList{u"large"_s});
+        QCOMPARE(readFile(local(u"back/large"_s)), "older"_ba);
+    }
+
+    void fullDiskIsTold()
+    {
+        // A limit on the size of files stands in for a disk that takes no more.
+        QVERIFY(m_server->start());
+        QVERIFY(writeFile(home(u"large"_s), QByteArray(4 << 20, 'x')));
+        QVERIFY(writeFile(local(u"target"_s), "older"));
+        QProcess client;
+        m_server->client().prepare(&client, {});
+        client.setProgram(u"/bin/bash"_s);
+        client.setArguments({u"-c"_s, u"trap '' XFSZ; ulimit -f 1024; exec \"$0\" \"$@\""_s,
+                             QStringLiteral(BRIX_TOOL), u"get"_s, m_server->url(u"large"_s),
+                             local(u"target"_s)});
+        client.start();
+        QVERIFY(client.waitForFinished(30'000));
+        QVERIFY(client.exitCode() == 3 || client.exitCode() == 4);
+        const QByteArray error = client.readAllStandardError();
+        QVERIFY2(error.contains("could not be written here"), error.constData());
+        QCOMPARE(namesIn(m_dir->path()), QStringList{u"target"_s});
+        QCOMPARE(readFile(local(u"target"_s)), "older"_ba);
+    }
+
+    // Servers that do not behave
+
+    void namesThatLeadElsewhereAreRefused()
+    {
+        const HostileHost host(
+            [](HostileServer &server, const SCommandId &id) -> std::optional<bool> {
+                if (id != CommandIds::kListDir)
+                    return std::nullopt;
+                return server.sendEntries({fileEntry(u"../evil"_s), fileEntry(u"/tmp/evil"_s),
+                                           folderEntry(u"."_s), fileEntry(u""_s),
+                                           fileEntry(u"sub/evil"_s), fileEntry(u"good"_s)});
+            });
+        QVERIFY(writeFile(host.home() + u"/tree/good"_s, "yes"));
+        QVERIFY(writeFile(host.home() + u"/evil"_s, "no"));
+        const auto result = getFrom(host, u"tree"_s, {u"-r"_s, u"back"_s});
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY2(result.err.contains("a name that no file here can have"), result.err.constData());
+        QCOMPARE(namesIn(m_dir->path()), QStringList{u"back"_s});
+        QCOMPARE(namesIn(local(u"back"_s)), QStringList{u"good"_s});
+        QCOMPARE(readFile(local(u"back/good"_s)), "yes"_ba);
+    }
+
+    void foldersWithoutEndAreNotFollowed()
+    {
+        const HostileHost host(
+            [](HostileServer &server, const SCommandId &id) -> std::optional<bool> {
+                if (id != CommandIds::kListDir)
+                    return std::nullopt;
+                return server.sendEntries({folderEntry(u"d"_s)});
+            });
+        QVERIFY(QDir(host.home()).mkdir(u"tree"_s));
+        const auto result = getFrom(host, u"tree"_s, {u"-r"_s, u"back"_s});
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY2(result.err.contains("lies too deep"), result.err.constData());
+    }
+
+    void fileThatTheServerDoesNotSendHarmsNothing()
+    {
+        const HostileHost host([](HostileServer &, const SCommandId &id) -> std::optional<bool> {
+            if (id == CommandIds::kGetFile)
+                return false;
+            return std::nullopt;
+        });
+        QVERIFY(writeFile(host.home() + u"/a.txt"_s, "content"));
+        QVERIFY(writeFile(local(u"a.txt"_s), "older"));
+        const auto result = getFrom(host, u"a.txt"_s, {u"--remove-source"_s});
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY2(result.err.contains("the server does not send it"), result.err.constData());
+        QCOMPARE(readFile(local(u"a.txt"_s)), "older"_ba);
+        QCOMPARE(namesIn(m_dir->path()), QStringList{u"a.txt"_s});
+        QCOMPARE(readFile(host.home() + u"/a.txt"_s), "content"_ba);
+    }
+
+    void fileThatIsCutOffHarmsNothing_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::newRow("half a size") << QByteArray("\0\0\0", 3);
+        QTest::newRow("too few bytes") << QByteArray("\0\0\0\0\0\0\0\x10"
+                                                     "abc",
+                                                     11);
+        QTest::newRow("absurd size") << QByteArray("\x7f\xff\xff\xff\xff\xff\xff\xff"
+                                                   "abc",
+                                                   11);
+        QTest::newRow("negative size") << QByteArray("\xff\xff\xff\xff\xff\xff\xff\xf0", 8);
+    }
+
+    void fileThatIsCutOffHarmsNothing()
+    {
+        QFETCH(QByteArray, bytes);
+        const HostileHost host(
+            [bytes](HostileServer &server, const SCommandId &id) -> std::optional<bool> {
+                if (id != CommandIds::kGetFile)
+                    return std::nullopt;
+                server.send(bytes);
+                server.hangUp();
+                return false;
+            });
+        QVERIFY(writeFile(host.home() + u"/a.txt"_s, "content"));
+        QVERIFY(writeFile(local(u"a.txt"_s), "older"));
+        const auto result = getFrom(host, u"a.txt"_s);
+        QVERIFY2(result.exitCode == 3 || result.exitCode == 1, result.err.constData());
+        QCOMPARE(readFile(local(u"a.txt"_s)), "older"_ba);
+        QCOMPARE(namesIn(m_dir->path()), QStringList{u"a.txt"_s});
+    }
+
+    void silentServerIsGivenUp()
+    {
+        const HostileHost host([](HostileServer &, const SCommandId &id) -> std::optional<bool> {
+            if (id != CommandIds::kExists)
+                return std::nullopt;
+            QThread::sleep(4);
+            return false;
+        });
+        const auto result = getFrom(host, u"a.txt"_s);
+        QCOMPARE(result.exitCode, 3);
+        QVERIFY2(result.err.contains("ended the connection"), result.err.constData());
+    }
+
+    void fileThatTheServerDoesNotStoreKeepsItsSource()
+    {
+        const HostileHost host([](HostileServer &, const SCommandId &id) -> std::optional<bool> {
+            if (id == CommandIds::kSendFile)
+                return false;
+            return std::nullopt;
+        });
+        QVERIFY(writeFile(local(u"tree/a.txt"_s), "content"));
+        QVERIFY(writeFile(local(u"tree/b.txt"_s), "content"));
+        const auto result =
+            putTo(host, u"tree"_s, u"copy"_s, {u"-r"_s, u"--remove-source"_s, u"--json"_s});
+        QVERIFY2(result.exitCode == 1 || result.exitCode == 3, result.err.constData());
+        const auto object = summary(result);
+        QCOMPARE(object.value("files"_L1).toInteger(), 0);
+        QCOMPARE(object.value("failures"_L1).toArray().size(), 1);
+        QCOMPARE(object.value("notTried"_L1).toArray(), QJsonArray{u"b.txt"_s});
+        QCOMPARE(readFile(local(u"tree/a.txt"_s)), "content"_ba);
+        QCOMPARE(readFile(local(u"tree/b.txt"_s)), "content"_ba);
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_ToolTransferCommands)
+#include "tst_tooltransfercommands.moc"
