@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Registers at load what makes the values of this folder travel in queued signals.
+// Registers at load what makes the arguments of this folder's signals and calls travel in queues.
 #include <brixlib/fileservice/filefilterflags.h>
+
+#include <QtCore/QIODevice>
 
 namespace Talverine {
 
@@ -9,6 +11,7 @@ namespace {
 // Calls by name spell types without their namespace, so both spellings are registered.
 [[maybe_unused]] const bool registered = [] {
     qRegisterMetaType<FileFilterFlags>("FileFilterFlags");
+    qRegisterMetaType<QIODevice *>();
     return true;
 }();
 

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
-// Registers at load what makes the values of this folder travel in queued signals.
+// Registers at load what makes the arguments of this folder's signals and calls travel in queues.
 #include <brixlib/protocol/scommandid.h>
+#include <brixlib/protocol/stcpsocketspeedcontroller.h>
 
 #include <QtCore/QHash>
 #include <QtCore/QList>
+#include <QtNetwork/QHostAddress>
 
 namespace Talverine {
 
@@ -16,6 +18,8 @@ namespace {
     qRegisterMetaType<QHash<SCommandId, qint32>>("QHash<SCommandId,qint32>");
     qRegisterMetaType<QHash<SCommandId, qint32>>("QHash<SCommandId,int>");
     qRegisterMetaType<QHash<SCommandId, qint32>>("QHash<Talverine::SCommandId,qint32>");
+    qRegisterMetaType<STcpSocketSpeedController *>("STcpSocketSpeedController*");
+    qRegisterMetaType<QHostAddress>();
     return true;
 }();
 
