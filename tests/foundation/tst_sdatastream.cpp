@@ -4,6 +4,7 @@
 #include <QtCore/QSemaphore>
 
 #include <functional>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -110,10 +111,9 @@ private Q_SLOTS:
     // The address of a dead thread is soon that of a new one, which must not find the old entry.
     void entryIsGoneWithTheThreadObject()
     {
-        QHash<QThread *, int> seen;
-        for (int i = 0; i < 50; ++i) {
-            auto thread = std::make_unique<JobThread>();
-            ++seen[thread.get()];
+        std::optional<JobThread> thread; // every object stands at the same address
+        for (int i = 0; i < 3; ++i) {
+            thread.emplace();
             int before = 0;
             thread->job = [&] {
                 before = SDataStream::defaultVersion();
@@ -124,7 +124,6 @@ private Q_SLOTS:
             QVERIFY(thread->wait());
             QCOMPARE(before, 17);
         }
-        QVERIFY2(seen.size() < 50, "no address came back, so nothing was tested");
     }
 
     void entryIsGoneWhenTheRunOfAThreadHasEnded()
@@ -144,10 +143,9 @@ private Q_SLOTS:
     // What a thread still deletes behind its last signal may set a version once more.
     void entryOfTheLastMomentIsGoneWithTheThreadObject()
     {
-        QHash<QThread *, int> seen;
-        for (int i = 0; i < 50; ++i) {
-            auto thread = std::make_unique<JobThread>();
-            ++seen[thread.get()];
+        std::optional<JobThread> thread; // every object stands at the same address
+        for (int i = 0; i < 3; ++i) {
+            thread.emplace();
             int before = 0;
             bool setAgain = false;
             thread->job = [&] {
@@ -164,7 +162,6 @@ private Q_SLOTS:
             QVERIFY(setAgain);
             QCOMPARE(before, 17);
         }
-        QVERIFY2(seen.size() < 50, "no address came back, so nothing was tested");
     }
 
     void manySettingsConnectOnce()
