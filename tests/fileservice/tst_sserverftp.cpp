@@ -166,6 +166,25 @@ private Q_SLOTS:
         verifySessionGoesOn();
     }
 
+    void nullPermissionsEndTheSession_data()
+    {
+        QTest::addColumn<QByteArray>("fields");
+        QTest::newRow("none") << u32(0) + text(u"a.txt");
+        QTest::newRow("in the low half only") << u32(0x0000FFFF) + text(u"a.txt");
+        QTest::newRow("without a name") << u32(0x66440000) + text(u"");
+    }
+    void nullPermissionsEndTheSession()
+    {
+        QFETCH(const QByteArray, fields);
+        makeTree();
+        const auto before = QFile::permissions(m_server->path(u"a.txt"_s));
+        QVERIFY(login());
+        m_client->send(command("aflp", fields));
+        QCOMPARE(m_client->read(4), nack());
+        QVERIFY(m_client->endsHere());
+        QCOMPARE(QFile::permissions(m_server->path(u"a.txt"_s)), before);
+    }
+
     void failedRemoveFileIsAnsweredAndCompleted()
     {
         QVERIFY(login());
