@@ -72,7 +72,7 @@ class Brix(Peer):
             [brix, "serve", "--users", users, "--address", "127.0.0.1", "--port", "0"],
             stdout=subprocess.PIPE, text=True)
         line = self.process.stdout.readline().split()[-1]
-        self.url = f"brix://bench@{line}"
+        self.url = f"brix://bench@{line}/"  # the second slash of a path makes it absolute
 
     def get_file(self, remote, local):
         return [self.brix, "--quiet", "get", f"{self.url}{remote}", local]

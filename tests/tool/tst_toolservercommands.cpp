@@ -69,6 +69,17 @@ private Q_SLOTS:
                               {u"base64"_s, u"U1RSR2JyaXggMi4wLjEy"_s}}));
     }
 
+    void linkTestTellsBothRates()
+    {
+        const auto object = runJson(u"linktest"_s, {u"--up"_s, u"1"_s, u"--down"_s, u"0"_s});
+        QVERIFY(object.value("up"_L1).toDouble() > 1'000'000);
+        QCOMPARE(object.value("down"_L1).toDouble(-1), 0);
+        const auto text = run(u"linktest"_s, {u"--up"_s, u"0"_s, u"--down"_s, u"0"_s});
+        QCOMPARE(text.exitCode, 0);
+        QCOMPARE(text.out, "up    0 bytes/s\ndown  0 bytes/s\n"_ba);
+        QCOMPARE(run(u"linktest"_s, {u"--up"_s, u"-1"_s}).exitCode, 2);
+    }
+
     void unknownPluggableIsRefused()
     {
         const auto result = run(u"call"_s, {u"nothing"_s});

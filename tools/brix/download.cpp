@@ -42,7 +42,7 @@ Download::Download(Session &session, ProgressBar &progress, TransferReport &repo
     , m_report(report)
     , m_removeSource(removeSource)
 {
-    QObject::connect(&session, &Session::transferred, &session,
+    QObject::connect(&session, &Session::transferred, &m_context,
                      [this](qint64 done, qint64) { m_progress.show(m_report.bytes() + done); });
 }
 
@@ -64,8 +64,13 @@ void Download::fetchTree(const QString &remote, const QString &local)
         m_files.begin(), m_files.end(), qint64(0),
         [](qint64 sum, const File &file) { return sum + std::max<qint64>(file.size, 0); }));
     fetchAll();
-    if (m_removeSource && !m_report.hasFailures())
+    if (!m_removeSource || m_report.hasFailures())
+        return;
+    try {
         removeRemoteFolders();
+    } catch (const Failure &failure) {
+        m_report.addFailure(remote, failure.code, failure.text);
+    }
 }
 
 // Makes the folder and tries whether files can be made in it, while there is still a reason to

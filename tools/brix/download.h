@@ -46,6 +46,7 @@ private:
     void removeRemoteFile(const File &file);
     void removeRemoteFolders();
 
+    QObject m_context; // ends the connections to the session
     Session &m_session;
     ProgressBar &m_progress;
     TransferReport &m_report;

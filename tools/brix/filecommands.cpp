@@ -87,7 +87,7 @@ QList<SFileEntry> entriesOf(Session &session, const QString &path)
 
 ExitCode list(const Output &output, const ListOptions &options)
 {
-    return withSession(output, options.remote, [&](Session &session, const RemoteUrl &url) {
+    return withSession(options.remote, [&](Session &session, const RemoteUrl &url) {
         QList<QStringList> rows;
         for (const auto &entry : entriesOf(session, RemotePath::withoutSlash(url.path))) {
             if (output.json)
@@ -106,9 +106,9 @@ ExitCode list(const Output &output, const ListOptions &options)
 
 // mkdir
 
-ExitCode makeFolder(const Output &output, const RemoteOptions &options)
+ExitCode makeFolder(const Output &, const RemoteOptions &options)
 {
-    return withSession(output, options, [&](Session &session, const RemoteUrl &url) {
+    return withSession(options, [&](Session &session, const RemoteUrl &url) {
         const QString path = requiredPath(url);
         if (!session.ask(CommandIds::kMakeDir, [&](Server &server) { server.makeDir(path); })
                  .result)
@@ -132,9 +132,9 @@ void declareRemove(CLI::App *command, RecursiveOptions *options)
     command->add_flag("-r,--recursive", options->recursive, "A folder with all that is in it");
 }
 
-ExitCode remove(const Output &output, const RecursiveOptions &options)
+ExitCode remove(const Output &, const RecursiveOptions &options)
 {
-    return withSession(output, options.remote, [&](Session &session, const RemoteUrl &url) {
+    return withSession(options.remote, [&](Session &session, const RemoteUrl &url) {
         const QString path = requiredPath(url);
         requireExisting(session, path);
         const bool isFolder = session.isFolder(path);
@@ -171,9 +171,9 @@ void declareMove(CLI::App *command, MoveOptions *options)
     addText(command, "TARGET", &options->target, targetHelp)->required();
 }
 
-ExitCode move(const Output &output, const MoveOptions &options)
+ExitCode move(const Output &, const MoveOptions &options)
 {
-    return withSession(output, options.remote, [&](Session &session, const RemoteUrl &url) {
+    return withSession(options.remote, [&](Session &session, const RemoteUrl &url) {
         const QString from = requiredPath(url);
         const QString to = targetPath(url, options.target);
         requireExisting(session, from);
@@ -219,9 +219,9 @@ void copyFile(Session &session, const QString &from, const QString &to)
         refuse(u"the server does not copy %1 to %2"_s.arg(from, to));
 }
 
-ExitCode copy(const Output &output, const RecursiveOptions &options)
+ExitCode copy(const Output &, const RecursiveOptions &options)
 {
-    return withSession(output, options.remote, [&](Session &session, const RemoteUrl &url) {
+    return withSession(options.remote, [&](Session &session, const RemoteUrl &url) {
         const QString from = requiredPath(url);
         const QString to = targetPath(url, options.target);
         // A server takes a missing file for an empty one and would empty the target.
@@ -267,23 +267,18 @@ FileEntryFlags flagsOfMode(const QString &mode)
     return FileEntryFlags((user << 12 | user << 8 | group << 4 | others) << 16);
 }
 
-ExitCode changeMode(const Output &output, const ModeOptions &options)
+ExitCode changeMode(const Output &, const ModeOptions &options)
 {
-    try {
-        const FileEntryFlags flags = flagsOfMode(options.mode);
-        return withSession(output, options.remote, [&](Session &session, const RemoteUrl &url) {
-            const QString path = requiredPath(url);
-            if (!session
-                     .ask(CommandIds::kSetPermissions,
-                          [&](Server &server) { server.setFilePermissions(path, flags); })
-                     .result)
-                refusePath(session, path, u"change the permissions of"_s);
-            return ExitCode::Done;
-        });
-    } catch (const Failure &failure) {
-        output.error(failure.text);
-        return failure.code;
-    }
+    const FileEntryFlags flags = flagsOfMode(options.mode);
+    return withSession(options.remote, [&](Session &session, const RemoteUrl &url) {
+        const QString path = requiredPath(url);
+        if (!session
+                 .ask(CommandIds::kSetPermissions,
+                      [&](Server &server) { server.setFilePermissions(path, flags); })
+                 .result)
+            refusePath(session, path, u"change the permissions of"_s);
+        return ExitCode::Done;
+    });
 }
 
 // df, pwd, exists
@@ -299,7 +294,7 @@ void enter(Session &session, const QString &path)
 
 ExitCode storage(const Output &output, const RemoteOptions &options)
 {
-    return withSession(output, options, [&](Session &session, const RemoteUrl &url) {
+    return withSession(options, [&](Session &session, const RemoteUrl &url) {
         enter(session, url.path);
         const Storage storage =
             session.ask(CommandIds::kStorageInfo, [](Server &server) { server.storageInfo(); })
@@ -321,7 +316,7 @@ ExitCode storage(const Output &output, const RemoteOptions &options)
 
 ExitCode currentFolder(const Output &output, const RemoteOptions &options)
 {
-    return withSession(output, options, [&](Session &session, const RemoteUrl &url) {
+    return withSession(options, [&](Session &session, const RemoteUrl &url) {
         enter(session, url.path);
         const QString path =
             session.ask(CommandIds::kPwd, [](Server &server) { server.pwd(); }).text;
@@ -332,7 +327,7 @@ ExitCode currentFolder(const Output &output, const RemoteOptions &options)
 
 ExitCode exists(const Output &output, const RemoteOptions &options)
 {
-    return withSession(output, options, [&](Session &session, const RemoteUrl &url) {
+    return withSession(options, [&](Session &session, const RemoteUrl &url) {
         const bool exists = session.exists(requiredPath(url));
         output.result(exists ? u"yes"_s : u"no"_s, {{u"exists"_s, exists}});
         return exists ? ExitCode::Done : ExitCode::Refused;

@@ -21,6 +21,16 @@ ExitCode flushed(const Output &output, ExitCode code)
     return code == ExitCode::Done ? ExitCode::LocalIo : code;
 }
 
+ExitCode runChosen(const Tool &tool)
+{
+    try {
+        return tool.run();
+    } catch (const Failure &failure) {
+        tool.output.error(failure.text);
+        return failure.code;
+    }
+}
+
 ExitCode wrongUsage(const Output &output, const CLI::App &cli, const CLI::ParseError &error)
 {
     QString command = u"brix"_s;
@@ -67,5 +77,5 @@ int main(int argc, char *argv[])
     } catch (const CLI::ParseError &error) {
         return int(wrongUsage(tool.output, cli, error));
     }
-    return int(flushed(tool.output, tool.run()));
+    return int(flushed(tool.output, runChosen(tool)));
 }

@@ -32,22 +32,17 @@ void declareRemote(CLI::App *command, RemoteOptions *options)
         ->capture_default_str();
 }
 
-ExitCode withSession(const Output &output, const RemoteOptions &options, const RemoteWork &work)
+ExitCode withSession(const RemoteOptions &options, const RemoteWork &work)
 {
-    try {
-        const RemoteUrl url = parsedUrl(options.url);
-        QString error;
-        const auto password = options.password.existing(url.user, &error);
-        if (!password)
-            throw Failure{ExitCode::Usage, error};
-        const Interruption interruption;
-        Session session(url, std::chrono::seconds(options.timeoutSeconds), interruption);
-        session.open(*password);
-        return work(session, url);
-    } catch (const Failure &failure) {
-        output.error(failure.text);
-        return failure.code;
-    }
+    const RemoteUrl url = parsedUrl(options.url);
+    QString error;
+    const auto password = options.password.existing(url.user, &error);
+    if (!password)
+        throw Failure{ExitCode::Usage, error};
+    const Interruption interruption;
+    Session session(url, std::chrono::seconds(options.timeoutSeconds), interruption);
+    session.open(*password);
+    return work(session, url);
 }
 
 QString requiredPath(const RemoteUrl &url)

@@ -21,8 +21,8 @@ void declareRemote(CLI::App *command, RemoteOptions *options);
 //! Work on an open session; throws Failure.
 using RemoteWork = std::function<ExitCode(Session &session, const RemoteUrl &url)>;
 
-//! Connects, logs in, does \a work, and tells what failed.
-ExitCode withSession(const Output &output, const RemoteOptions &options, const RemoteWork &work);
+//! Connects, logs in and does \a work; throws Failure.
+ExitCode withSession(const RemoteOptions &options, const RemoteWork &work);
 
 //! The path of \a url; throws Failure when there is none, since the whole home folder is not meant.
 QString requiredPath(const RemoteUrl &url);

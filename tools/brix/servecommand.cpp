@@ -101,12 +101,8 @@ public:
     FileServer(const Output &output, const ServeOptions &options)
         : m_output(output)
         , m_options(options)
+        , m_users(UserFile(options.users).read())
     {
-        QString error;
-        const ExitCode code =
-            UserFile(options.users).read(&m_users, UserFile::Missing::IsFailure, &error);
-        if (code != ExitCode::Done)
-            throw Failure{code, error};
         m_speed.setIncomingSpeed(options.limitIn);
         m_speed.setOutcomingSpeed(options.limitOut);
         m_controller.setMaximumConnections(options.maximumConnections);
@@ -202,16 +198,11 @@ private:
 
 ExitCode serve(const Output &output, const ServeOptions &options)
 {
-    try {
-        const Interruption interruption;
-        FileServer server(output, options);
-        server.listen();
-        server.run(interruption);
-        return ExitCode::Done;
-    } catch (const Failure &failure) {
-        output.error(failure.text);
-        return failure.code;
-    }
+    const Interruption interruption;
+    FileServer server(output, options);
+    server.listen();
+    server.run(interruption);
+    return ExitCode::Done;
 }
 
 } // namespace

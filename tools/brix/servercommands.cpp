@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
-// brix whoami, name, commands, calls, call: asks a server about itself and calls its pluggables.
+// brix whoami, name, commands, calls, call, linktest: asks a server about itself and calls its
+// pluggables.
 #include "commandname.h"
+#include "progressbar.h"
 #include "remotecommand.h"
 
 #include <brixlib/protocol/spluggablejson.h>
@@ -23,7 +25,7 @@ using Server = Session::Requester;
 
 ExitCode whoAmI(const Output &output, const RemoteOptions &options)
 {
-    return withSession(output, options, [&](Session &session, const RemoteUrl &) {
+    return withSession(options, [&](Session &session, const RemoteUrl &) {
         const QString user =
             session.ask(CommandIds::kWhoAmI, [](Server &server) { server.whoAmI(); }).text;
         output.result(user, {{u"user"_s, user}});
@@ -33,7 +35,7 @@ ExitCode whoAmI(const Output &output, const RemoteOptions &options)
 
 ExitCode serverName(const Output &output, const RemoteOptions &options)
 {
-    return withSession(output, options, [&](Session &session, const RemoteUrl &) {
+    return withSession(options, [&](Session &session, const RemoteUrl &) {
         const QString name =
             session.ask(CommandIds::kServerName, [](Server &server) { server.serverName(); }).text;
         output.result(name, {{u"name"_s, name}});
@@ -43,7 +45,7 @@ ExitCode serverName(const Output &output, const RemoteOptions &options)
 
 ExitCode commands(const Output &output, const RemoteOptions &options)
 {
-    return withSession(output, options, [&](Session &session, const RemoteUrl &) {
+    return withSession(options, [&](Session &session, const RemoteUrl &) {
         QList<QPair<QString, QString>> sorted;
         for (auto it = session.commands().cbegin(); it != session.commands().cend(); ++it)
             sorted.append({commandName(it.key()), versionText(it.value())});
@@ -56,7 +58,7 @@ ExitCode commands(const Output &output, const RemoteOptions &options)
 
 ExitCode calls(const Output &output, const RemoteOptions &options)
 {
-    return withSession(output, options, [&](Session &session, const RemoteUrl &) {
+    return withSession(options, [&](Session &session, const RemoteUrl &) {
         QStringList names =
             session.ask(CommandIds::kPluggableList, [](Server &server) { server.pluggableList(); })
                 .names;
@@ -113,7 +115,7 @@ void writeDecoded(const Output &output, const QByteArray &bytes)
 
 ExitCode call(const Output &output, const CallOptions &options)
 {
-    return withSession(output, options.remote, [&](Session &session, const RemoteUrl &) {
+    return withSession(options.remote, [&](Session &session, const RemoteUrl &) {
         const Answer answer = session.ask(CommandIds::kPluggable, [&](Server &server) {
             server.pluggable(options.name, options.params.toUtf8());
         });
@@ -128,6 +130,49 @@ ExitCode call(const Output &output, const CallOptions &options)
             return ExitCode::Done;
         throw Failure{ExitCode::Refused,
                       u"the server has no pluggable %1, or it failed"_s.arg(options.name)};
+    });
+}
+
+struct LinkTestOptions
+{
+    RemoteOptions remote;
+    int up = 5;
+    int down = 5;
+};
+
+void declareLinkTest(CLI::App *command, LinkTestOptions *options)
+{
+    declareRemote(command, &options->remote);
+    command->add_option("--up", options->up, "Seconds to send for")
+        ->check(CLI::Range(0, 3600))
+        ->capture_default_str();
+    command->add_option("--down", options->down, "Seconds to receive for")
+        ->check(CLI::Range(0, 3600))
+        ->capture_default_str();
+}
+
+ExitCode linkTest(const Output &output, const LinkTestOptions &options)
+{
+    return withSession(options.remote, [&](Session &session, const RemoteUrl &) {
+        Answer answer;
+        {
+            ProgressBar progress(output.quiet);
+            QObject::connect(&session, &Session::transferred, &session,
+                             [&](qint64 done, qint64 total) {
+                                 progress.setTotal(total);
+                                 progress.show(done);
+                             });
+            answer = session.ask(CommandIds::kLinkTest, [&](Server &server) {
+                server.linkTest(options.up, options.down);
+            });
+        }
+        if (output.json) {
+            output.object({{u"up"_s, answer.uploadRate}, {u"down"_s, answer.downloadRate}});
+        } else {
+            output.table({{u"up"_s, Output::bytes(qint64(answer.uploadRate)) + u"/s"_s},
+                          {u"down"_s, Output::bytes(qint64(answer.downloadRate)) + u"/s"_s}});
+        }
+        return ExitCode::Done;
     });
 }
 
@@ -146,6 +191,9 @@ void addServerCommands(CLI::App *cli, Tool *tool)
                               "brix calls brix://ann@press:7000", declareRemote, calls);
     addCommand<CallOptions>(cli, tool, "call", "Call one of the server's pluggables",
                             "brix call brix://ann@press:7000 version", declareCall, call);
+    addCommand<LinkTestOptions>(cli, tool, "linktest", "Measure the connection in both directions",
+                                "brix linktest brix://ann@press:7000 --up 3 --down 3",
+                                declareLinkTest, linkTest);
 }
 
 } // namespace Brix

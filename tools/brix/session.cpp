@@ -90,17 +90,19 @@ void Session::listenToAnswers()
 void Session::listenToTransfers()
 {
     const auto started = [this](const QString &) { m_answer.isStarted = true; };
-    const auto moved = [this](qint64 done, qint64 total) {
+    listen(&SClientFtp::transferredBytes, [this](qint64 done, qint64 total) {
         m_answer.moved = done;
         Q_EMIT transferred(done, total);
-    };
+    });
     listen(&SClientFtp::getFileStarted, started);
-    listen(&SClientFtp::getFileTransferredSize, moved);
     listen(&SClientFtp::getFileFinished, [this](const QString &) { m_answer.isMoved = true; });
     listen(&SClientFtp::sendFileStarted, started);
-    listen(&SClientFtp::sendFileTransferredSize, moved);
     listen(&SClientFtp::sendFileFinished,
            [this](const QString &, bool) { m_answer.isMoved = true; });
+    listen(&SClientFtp::linkTestFinished, [this](double upload, double download) {
+        m_answer.uploadRate = upload;
+        m_answer.downloadRate = download;
+    });
 }
 
 void Session::listenToEnds()

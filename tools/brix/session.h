@@ -46,6 +46,9 @@ struct Answer
     QByteArray bytes;
     QList<Talverine::SFileEntry> entries;
     Storage storage;
+    //! Of a link test, in bytes per second.
+    double uploadRate = 0;
+    double downloadRate = 0;
     //! Of a file's transfer: it has begun, and all its bytes have moved.
     bool isStarted = false;
     bool isMoved = false;
@@ -113,7 +116,7 @@ public:
     Failure failure(Outcome outcome) const;
 
 Q_SIGNALS:
-    //! A transfer that is under way has moved so many bytes of its file.
+    //! A transfer or link test that is under way has moved so many bytes.
     void transferred(qint64 done, qint64 total);
 
 private:

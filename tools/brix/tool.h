@@ -2,6 +2,7 @@
 #pragma once
 
 #include "exitcode.h"
+#include "failure.h"
 #include "output.h"
 
 #include <CLI/CLI.hpp>
@@ -16,6 +17,7 @@ namespace Brix {
 struct Tool
 {
     Output output;
+    //! Throws Failure.
     std::function<ExitCode()> run;
 };
 
@@ -27,8 +29,8 @@ CLI::Option *addPath(CLI::App *command, const std::string &name, QString *target
                      const std::string &description);
 /*!
  * Adds the sub-command \a name to \a parent, with the \a example that its --help shows. When it is
- * chosen, \a work runs with the options that it has read. Options is made here and lives with \a
- * work.
+ * chosen, \a work runs with the options that it has read; it may throw Failure. The options are
+ * made here and live with the work.
  */
 template<typename Options>
 CLI::App *addCommand(CLI::App *parent, Tool *tool, const std::string &name,

@@ -81,7 +81,7 @@ void getFile(Session &session, const RemoteUrl &url, const TransferOptions &opti
 
 ExitCode get(const Output &output, const TransferOptions &options)
 {
-    return withSession(output, options.remote, [&](Session &session, const RemoteUrl &url) {
+    return withSession(options.remote, [&](Session &session, const RemoteUrl &url) {
         TransferReport report;
         {
             ProgressBar progress(output.quiet);
@@ -119,7 +119,7 @@ void putFile(Session &session, const RemoteUrl &url, const TransferOptions &opti
 
 ExitCode put(const Output &output, const TransferOptions &options)
 {
-    return withSession(output, options.remote, [&](Session &session, const RemoteUrl &url) {
+    return withSession(options.remote, [&](Session &session, const RemoteUrl &url) {
         TransferReport report;
         {
             ProgressBar progress(output.quiet);

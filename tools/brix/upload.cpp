@@ -41,7 +41,7 @@ Upload::Upload(Session &session, ProgressBar &progress, TransferReport &report, 
     , m_report(report)
     , m_removeSource(removeSource)
 {
-    QObject::connect(&session, &Session::transferred, &session,
+    QObject::connect(&session, &Session::transferred, &m_context,
                      [this](qint64 done, qint64) { m_progress.show(m_report.bytes() + done); });
 }
 

@@ -51,6 +51,7 @@ private:
     void explainFailure(const File &file, const Answer &answer);
     void removeLocalFolders();
 
+    QObject m_context; // ends the connections to the session
     Session &m_session;
     ProgressBar &m_progress;
     TransferReport &m_report;

@@ -42,32 +42,20 @@ void declareAdd(CLI::App *command, AddOptions *options)
 
 ExitCode add(const Output &output, const AddOptions &options)
 {
+    if (options.name.isEmpty())
+        throw Failure{ExitCode::Usage, u"the name is empty"_s};
     QString error;
-    const auto fail = [&](ExitCode code) {
-        output.error(error);
-        return code;
-    };
-    if (options.name.isEmpty()) {
-        error = u"the name is empty"_s;
-        return fail(ExitCode::Usage);
-    }
     const auto password = options.password.chosen(options.name, &error);
     if (!password)
-        return fail(ExitCode::Usage);
+        throw Failure{ExitCode::Usage, error};
 
     const SUserData user(options.name, SUserData::hashPassword(*password), options.home,
                          options.fullname, options.email, options.disabled);
     bool replaced = false;
-    const ExitCode result = UserFile(options.file)
-                                .edit(
-                                    [&](SAuthenticationDb &users, QString *) {
-                                        replaced = users.contains(user.username());
-                                        users.insert(user.clone());
-                                        return ExitCode::Done;
-                                    },
-                                    &error);
-    if (result != ExitCode::Done)
-        return fail(result);
+    UserFile(options.file).edit([&](SAuthenticationDb &users) {
+        replaced = users.contains(user.username());
+        users.insert(user.clone());
+    });
     if (!QFileInfo(options.home).isDir())
         output.note(
             u"brix: %1 does not exist here; nobody can log in before it does"_s.arg(options.home));
@@ -95,14 +83,7 @@ QString state(const Talverine::Interfaces::ISUser &user)
 
 ExitCode list(const Output &output, const ListOptions &options)
 {
-    SAuthenticationDb users;
-    QString error;
-    const ExitCode result =
-        UserFile(options.file).read(&users, UserFile::Missing::IsFailure, &error);
-    if (result != ExitCode::Done) {
-        output.error(error);
-        return result;
-    }
+    const SAuthenticationDb users = UserFile(options.file).read();
     QList<QStringList> rows;
     for (const auto &name : users.users()) {
         const auto user = users.sharedUser(name);
@@ -135,21 +116,12 @@ void declareRemove(CLI::App *command, RemoveOptions *options)
 ExitCode remove(const Output &output, const RemoveOptions &options)
 {
     const QString name = options.name.toLower();
-    QString error;
-    const ExitCode result = UserFile(options.file)
-                                .edit(
-                                    [&](SAuthenticationDb &users, QString *why) {
-                                        if (users.remove(name))
-                                            return ExitCode::Done;
-                                        *why = u"%1 has no user %2"_s.arg(options.file, name);
-                                        return ExitCode::Refused;
-                                    },
-                                    &error);
-    if (result == ExitCode::Done)
-        output.result(u"removed %1"_s.arg(name), {{u"username"_s, name}});
-    else
-        output.error(error);
-    return result;
+    UserFile(options.file).edit([&](SAuthenticationDb &users) {
+        if (!users.remove(name))
+            throw Failure{ExitCode::Refused, u"%1 has no user %2"_s.arg(options.file, name)};
+    });
+    output.result(u"removed %1"_s.arg(name), {{u"username"_s, name}});
+    return ExitCode::Done;
 }
 
 } // namespace

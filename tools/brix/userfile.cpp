@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "userfile.h"
 
+#include "failure.h"
+
 #include <QtCore/QBuffer>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
@@ -89,66 +91,62 @@ UserFile::UserFile(const QString &fileName)
 {
 }
 
-ExitCode UserFile::read(SAuthenticationDb *users, Missing missing, QString *error) const
+SAuthenticationDb UserFile::read() const
 {
     const QFileInfo info(m_fileName);
-    if (missing == Missing::IsEmpty && (!info.exists() || (info.isFile() && info.size() == 0)))
-        return ExitCode::Done;
     QFile file(m_fileName);
-    if (info.isDir() || !file.open(QIODevice::ReadOnly)) {
-        *error = u"cannot read %1: %2"_s.arg(m_fileName, info.isDir() ? u"it is a folder"_s
-                                                                      : file.errorString());
-        return ExitCode::LocalIo;
-    }
+    if (info.isDir() || !file.open(QIODevice::ReadOnly))
+        throw Failure{ExitCode::LocalIo,
+                      u"cannot read %1: %2"_s.arg(m_fileName, info.isDir() ? u"it is a folder"_s
+                                                                           : file.errorString())};
     QByteArray bytes = file.readAll();
-    if (file.error() != QFileDevice::NoError) {
-        *error = u"cannot read %1: %2"_s.arg(m_fileName, file.errorString());
-        return ExitCode::LocalIo;
-    }
+    if (file.error() != QFileDevice::NoError)
+        throw Failure{ExitCode::LocalIo,
+                      u"cannot read %1: %2"_s.arg(m_fileName, file.errorString())};
     const QString damage = damageOf(bytes);
-    if (!damage.isEmpty()) {
-        *error = u"%1 is not a sound user file and is left alone: %2"_s.arg(m_fileName, damage);
-        return ExitCode::Refused;
-    }
+    if (!damage.isEmpty())
+        throw Failure{ExitCode::Refused, u"%1 is not a sound user file and is left alone: %2"_s.arg(
+                                             m_fileName, damage)};
     QBuffer buffer(&bytes);
-    *users = SAuthenticationDb::fromDevice(&buffer);
-    return ExitCode::Done;
+    return SAuthenticationDb::fromDevice(&buffer);
 }
 
-ExitCode UserFile::edit(const std::function<ExitCode(SAuthenticationDb &, QString *error)> &change,
-                        QString *error) const
+bool UserFile::isMissingOrEmpty() const
+{
+    const QFileInfo info(m_fileName);
+    return !info.exists() || (info.isFile() && info.size() == 0);
+}
+
+void UserFile::edit(const std::function<void(SAuthenticationDb &)> &change) const
 {
     QLockFile lock(m_fileName + u".lock"_s);
-    if (!lock.tryLock(lockTimeout)) {
-        *error = lock.error() == QLockFile::LockFailedError
-                     ? u"%1 is being edited by someone else"_s.arg(m_fileName)
-                     : u"cannot make %1.lock: the folder is missing or may not be written"_s.arg(
-                           m_fileName);
-        return ExitCode::LocalIo;
-    }
+    if (!lock.tryLock(lockTimeout))
+        throw Failure{
+            ExitCode::LocalIo,
+            lock.error() == QLockFile::LockFailedError
+                ? u"%1 is being edited by someone else"_s.arg(m_fileName)
+                : u"cannot make %1.lock: the folder is missing or may not be written"_s.arg(
+                      m_fileName)};
     SAuthenticationDb users;
-    ExitCode result = read(&users, Missing::IsEmpty, error);
-    if (result == ExitCode::Done)
-        result = change(users, error);
-    if (result == ExitCode::Done)
-        result = write(users, error);
-    return result;
+    if (!isMissingOrEmpty())
+        users = read();
+    change(users);
+    write(users);
 }
 
-ExitCode UserFile::write(SAuthenticationDb &users, QString *error) const
+void UserFile::write(SAuthenticationDb &users) const
 {
     QBuffer buffer;
     QSaveFile file(m_fileName);
     const bool isNew = !QFileInfo::exists(m_fileName);
     // The hashes are as good as the passwords to whoever reads them.
-    const bool written =
+    const bool isWritten =
         users.save(&buffer) && file.open(QIODevice::WriteOnly) &&
         (!isNew || file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner)) &&
         file.write(buffer.data()) == buffer.data().size() && file.commit();
-    if (written)
-        return ExitCode::Done;
-    *error = u"cannot write %1: %2"_s.arg(m_fileName, file.errorString());
-    return ExitCode::LocalIo;
+    if (!isWritten)
+        throw Failure{ExitCode::LocalIo,
+                      u"cannot write %1: %2"_s.arg(m_fileName, file.errorString())};
 }
 
 } // namespace Brix

@@ -1,14 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "exitcode.h"
-
 #include <brixlib/protocol/sauthenticationdb.h>
 
 #include <QtCore/QString>
 
 #include <functional>
-#include <optional>
 
 namespace Brix {
 
@@ -21,23 +18,20 @@ class UserFile final
 public:
     explicit UserFile(const QString &fileName);
 
-    //! Whether a missing or empty file is a table without users, or a failure.
-    enum class Missing { IsEmpty, IsFailure };
-
-    //! Reads the users into \a users. On anything but Done \a error tells why.
-    ExitCode read(Talverine::SAuthenticationDb *users, Missing missing, QString *error) const;
+    //! The users; throws Failure.
+    Talverine::SAuthenticationDb read() const;
 
     /*!
-     * Reads the users, lets \a change alter them, and when that gives Done puts a new file in the
-     * old one's place in one step. Whatever fails, the old file stays as it was. Other edits of the
-     * same file wait meanwhile. A new file can be read by its owner alone.
+     * Reads the users, lets \a change alter them, and puts a new file in the old one's place in one
+     * step. Whatever fails or throws, the old file stays as it was. A missing or empty file is a
+     * table without users. Other edits of the same file wait meanwhile. A new file can be read by
+     * its owner alone. Throws Failure.
      */
-    ExitCode
-    edit(const std::function<ExitCode(Talverine::SAuthenticationDb &, QString *error)> &change,
-         QString *error) const;
+    void edit(const std::function<void(Talverine::SAuthenticationDb &)> &change) const;
 
 private:
-    ExitCode write(Talverine::SAuthenticationDb &users, QString *error) const;
+    bool isMissingOrEmpty() const;
+    void write(Talverine::SAuthenticationDb &users) const;
 
     QString m_fileName;
 };
