@@ -590,6 +590,27 @@ private Q_SLOTS:
         QCOMPARE(data, "12345");
     }
 
+    void fileThatHasChangedSinceAnOldServerWasToldItsSizeEndsTheSession()
+    {
+        const QString local = m_client->path(u"a.txt"_s);
+        QVERIFY(FileTree::write(local, "12345"));
+        QSemaphore changed;
+        RawServer server(scripted(todayBut("sndf", 0x00010200), [&](auto &peer) {
+            peer.readCommand();
+            changed.tryAcquire(1, kPatienceMs);
+            peer.send(ack());
+            peer.readToEnd();
+        }));
+        QVERIFY(m_client->open(server.port()));
+        m_client->forget();
+        m_client->client()->sendFile(u"a.txt"_s, u"b.txt"_s, true);
+        QVERIFY(FileTree::write(local, "123456"));
+        changed.release();
+        QVERIFY(m_client->waitForEnd());
+        QCOMPARE(m_client->results, QStringList{u"sndf false"_s});
+        QCOMPARE(FileTree::read(local), "123456");
+    }
+
     void listWithoutVersionsMakesEveryVersionZero()
     {
         const QString local = m_client->path(u"a.txt"_s);

@@ -382,15 +382,14 @@ private Q_SLOTS:
 
     void longSearchKeepsANewerClientAlive()
     {
-        // Each entry costs the server some microseconds, so these take it a few hundred ms.
-        QVERIFY(makeFiles(60000));
+        QVERIFY(makeSlowTree(400));
         QVERIFY(login());
-        const QByteArray fields = text(u"") + text(u"") + text(u"") + u32(1);
+        const QByteArray fields = text(u"slow") + text(u"") + text(u"") + u32(1);
 
         m_client->send(command("gfls", fields, 0x000100FF));
         QCOMPARE(m_client->read(4), ack());
         const QByteArray list = m_client->readFrame();
-        QCOMPARE(splitList(list).second.size(), 60000);
+        QCOMPARE(splitList(list).second.size(), 400);
         QCOMPARE(m_client->read(4), ack());
 
         QElapsedTimer searching;
@@ -796,15 +795,23 @@ private:
         QVERIFY(QFile::link(u"nowhere"_s, m_server->path(u"dangling"_s)));
     }
 
-    //! Names of one file in the jail.
-    bool makeFiles(int count)
+    /*!
+     * Links to one file over a chain of links, each of which goes through thousands of steps: the
+     * system takes about a millisecond to see that such an entry is a file.
+     */
+    bool makeSlowTree(int count)
     {
-        const QByteArray base = QFile::encodeName(m_server->path(u"f"_s));
-        if (!FileTree::write(m_server->path(u"f0"_s), "x"))
+        constexpr int kChain = 38; // the system follows 40
+        const auto chained = [this](int i) { return m_server->path(u"chain%1"_s.arg(i)); };
+        if (!FileTree::write(chained(0), "x") || !QDir(m_server->home()).mkpath(u"slow"_s))
             return false;
-        const QByteArray first = base + '0';
-        for (int i = 1; i < count; ++i) {
-            if (link(first.constData(), (base + QByteArray::number(i)).constData()) != 0)
+        for (int i = 1; i <= kChain; ++i) {
+            const QString target = u"./"_s.repeated(2000) + u"chain%1"_s.arg(i - 1);
+            if (!QFile::link(target, chained(i)))
+                return false;
+        }
+        for (int i = 0; i < count; ++i) {
+            if (!QFile::link(chained(kChain), m_server->path(u"slow/%1"_s.arg(i))))
                 return false;
         }
         return true;

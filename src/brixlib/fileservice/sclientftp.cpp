@@ -302,10 +302,10 @@ bool SClientFtp::executeCommandSendFile(SCommandSendFile &command)
         return false;
     Q_EMIT sendFileStarted(source);
 
-    const qint64 size = file.size();
-    // An older server was told the size by the command.
-    if (connectionCommandVersion(&command) >= Wire::kSinceRawSize &&
-        !writeWord64(socket(), static_cast<quint64>(size)))
+    // An older server was told the size by the command, when that was made.
+    const bool tellsSize = connectionCommandVersion(&command) >= Wire::kSinceRawSize;
+    const qint64 size = tellsSize ? file.size() : command.fileSize();
+    if (tellsSize && !writeWord64(socket(), static_cast<quint64>(size)))
         return false;
     if (!transfer(&SClientFtp::sendFileTransferredSize).send(&file, size))
         return false;
