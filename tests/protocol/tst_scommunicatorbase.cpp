@@ -6,6 +6,8 @@
 #include <brixlib/protocol/stcpsocketspeedcontroller.h>
 #include <brixlib/protocol/wire.h>
 
+#include <sys/stat.h>
+
 using namespace Talverine;
 using namespace Qt::StringLiterals;
 
@@ -379,6 +381,19 @@ private Q_SLOTS:
         QVERIFY(m_worker->copyFileLocal(u"file"_s, u"a/../file"_s, false));
         QVERIFY(m_worker->copyFileLocal(u"file"_s, u"link"_s, false));
         QCOMPARE(readFile(m_root + u"/file"_s), "content");
+    }
+
+    // Who opens a pipe without somebody at its other end would wait for ever.
+    void aNamedPipeIsNotCopied()
+    {
+        QCOMPARE(mkfifo(QFile::encodeName(m_root + u"/pipe"_s).constData(), 0600), 0);
+        QVERIFY(QFile::link(m_root + u"/pipe"_s, m_root + u"/link"_s));
+        QVERIFY(writeFile(m_root + u"/file"_s, "content"));
+        for (const QString &pipe : {u"pipe"_s, u"link"_s}) {
+            QVERIFY(!m_worker->copyFileLocal(pipe, u"copy"_s, false));
+            QVERIFY(!QFileInfo::exists(m_root + u"/copy"_s));
+            QVERIFY(!m_worker->copyFileLocal(u"file"_s, pipe, false));
+        }
     }
 
     void fullDiskFailsTheCopy_data()

@@ -3,6 +3,8 @@
 #include <shared/rawclient.h>
 #include <shared/sessionhost.h>
 
+#include <sys/stat.h>
+
 using namespace Talverine;
 using namespace Qt::StringLiterals;
 
@@ -170,6 +172,16 @@ private Q_SLOTS:
         QCOMPARE(readFile(host.homeOf(u"alice"_s) + u"/new/folder/file"_s), QByteArray("x"));
     }
 
+    void aParentThatCannotBeMadeIsRefused()
+    {
+        SessionHost host;
+        QVERIFY(writeFile(host.homeOf(u"alice"_s) + u"/file"_s, "content"));
+        RawClient client;
+        QVERIFY(start(client, host, u"file/below"_s));
+        QCOMPARE(client.read(4), RawBytes::nack());
+        QVERIFY(client.endsHere());
+    }
+
     void theDocumentRootCounts()
     {
         SessionHost host;
@@ -214,6 +226,53 @@ private Q_SLOTS:
         QVERIFY(start(client, host, u"folder"_s));
         exchange(client, Request::open(ReadOnly), no());
         exchange(client, Request::close(), RawBytes::ack());
+    }
+
+    void aNamedPipeCannotBeOpened_data()
+    {
+        QTest::addColumn<quint32>("mode");
+        QTest::newRow("for reading") << quint32(ReadOnly);
+        QTest::newRow("for writing") << quint32(WriteOnly);
+        QTest::newRow("for both") << quint32(ReadWrite);
+    }
+
+    // The wait for its other end could not be broken off.
+    void aNamedPipeCannotBeOpened()
+    {
+        QFETCH(quint32, mode);
+        SessionHost host;
+        const QString pipe = host.homeOf(u"alice"_s) + u"/pipe"_s;
+        QCOMPARE(mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+        QVERIFY(QFile::link(pipe, host.homeOf(u"alice"_s) + u"/link"_s));
+        for (const QString &name : {u"pipe"_s, u"link"_s}) {
+            RawClient client;
+            QVERIFY(start(client, host, name));
+            exchange(client, Request::open(mode), no());
+            exchange(client, Request::size(), RawBytes::i64(0));
+            exchange(client, Request::close(), RawBytes::ack());
+            sessionGoesOn(client);
+        }
+    }
+
+    // A peer may send text that is no valid UTF-16.
+    void aNameThatIsNoTextIsAnswered_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::newRow("half a surrogate pair") << QString(QChar(0xD800));
+        QTest::newRow("pair the wrong way round") << QString(QChar(0xDC00)) + QChar(0xD800);
+        QTest::newRow("too long") << QString(5000, u'x');
+    }
+
+    void aNameThatIsNoTextIsAnswered()
+    {
+        QFETCH(QString, name);
+        SessionHost host;
+        RawClient client;
+        QVERIFY(start(client, host, name));
+        client.send(Request::open(ReadWrite));
+        QCOMPARE(client.read(1).size(), 1);
+        exchange(client, Request::close(), RawBytes::ack());
+        sessionGoesOn(client);
     }
 
     void aClosedFileAnswersWithFailures()

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The path jail and the local file operations inside it.
 #include <brixlib/protocol/scommunicatorbase.h>
+
+#include "namedpipe_p.h"
+
 #include <brixlib/protocol/stcpsocket.h>
 #include <brixlib/protocol/wire.h>
 
@@ -320,6 +323,8 @@ bool SCommunicatorBase::copyFile(const QString &from, const QString &to, bool ke
     // Opening the target would empty the source.
     if (isSameFile(from, to))
         return true;
+    if (isNamedPipe(from) || isNamedPipe(to))
+        return false;
     QFile source(from);
     QFile target(to);
     return copyDevice(&target, &source, keepAliveOnSocket ? socket() : nullptr);

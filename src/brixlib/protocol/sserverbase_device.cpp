@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 // The session in which a client drives a file of the server as a remote device.
-#include <brixlib/protocol/commands/scommandclientdevice.h>
 #include <brixlib/protocol/sserverbase.h>
+
+#include "namedpipe_p.h"
+
+#include <brixlib/protocol/commands/scommandclientdevice.h>
 #include <brixlib/protocol/stcpsocket.h>
 
 #include <QtCore/QFile>
@@ -105,7 +108,7 @@ private:
         if (m_server.readAll(socket(), bytes, sizeof mode) != sizeof mode)
             return false;
         const QIODevice::OpenMode wanted(static_cast<int>(quint32(mode)));
-        return reply(!m_file.isOpen() && m_file.open(wanted));
+        return reply(!m_file.isOpen() && !isNamedPipe(m_file.fileName()) && m_file.open(wanted));
     }
 
     bool seek()
