@@ -259,21 +259,23 @@ private Q_SLOTS:
     {
         using namespace RawBytes;
         QTest::addColumn<bool>("loggedIn");
-        QTest::addColumn<QByteArray>("lastWords");
+        QTest::addColumn<QByteArray>("firstWords");
+        QTest::addColumn<QByteArray>("flood");
         QTest::newRow("during the delay of a failed login")
-            << false << authentication(u"alice", "x");
-        QTest::newRow("commands, no answer read") << true << command("wami");
+            << false << authentication(u"alice", "x") << command("wami");
+        QTest::newRow("commands, no answer read") << true << QByteArray() << command("wami");
         QTest::newRow("link test, no download read")
-            << true << command("lnkt", i32(0) + i32(60)) + u64(0);
+            << true << command("lnkt", i32(0) + i32(60)) + u64(0) << command("wami");
         QTest::newRow("device, no answer read")
-            << true << command("cldv", text(u"file")) + u32(1) + u32(3) + u32(4).repeated(1000);
+            << true << command("cldv", text(u"file")) + u32(1) + u32(3) << u32(4);
     }
 
     // A client may send faster than it is answered; what it sends then has to wait on its side.
     void aFloodCostsNoMemory()
     {
         QFETCH(bool, loggedIn);
-        QFETCH(QByteArray, lastWords);
+        QFETCH(QByteArray, firstWords);
+        QFETCH(QByteArray, flood);
         SessionHost host;
         RawClient client;
         if (loggedIn)
@@ -281,14 +283,14 @@ private Q_SLOTS:
         else
             QVERIFY(client.open(host.port()) && client.readGreeting());
         client.socket().setReadBufferSize(16);
-        const QByteArray block = RawBytes::command("wami").repeated(10000);
+        const QByteArray block = flood.repeated(10000);
         qint64 sent = 0;
         const auto refill = [&] {
             while (client.socket().bytesToWrite() < 4 * block.size())
                 sent += client.socket().write(block);
         };
         connect(&client.socket(), &QTcpSocket::bytesWritten, &client.socket(), refill);
-        client.send(lastWords);
+        client.send(firstWords);
         refill();
         QTest::qWait(800);
         // The system's own buffers hold some MiB.
