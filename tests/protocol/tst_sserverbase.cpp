@@ -29,6 +29,7 @@ public:
     using SServerBase::receivedCommand;
     using SServerBase::setCurrentPath;
     using SServerBase::setRootPath;
+    using SServerBase::socket;
     using SServerBase::SServerBase;
     using SServerBase::supportedCommands;
 };
@@ -190,6 +191,42 @@ private Q_SLOTS:
         QCOMPARE(finished.size(), 1);
         QCOMPARE(finished.at(0).at(0).value<SimpleWorkerError>(), SimpleWorkerError::InitError);
         QCOMPARE(started.size(), 0);
+    }
+
+    void aDescriptorThatIsNoSocketDoesNotStart()
+    {
+        SServerBase server(1 << 30);
+        QSignalSpy finished(&server, &SServerBase::finished);
+        QSignalSpy told(&server, &SServerBase::connectionInfo);
+        server.init();
+        QCOMPARE(finished.size(), 1);
+        QCOMPARE(finished.at(0).at(0).value<SimpleWorkerError>(), SimpleWorkerError::InitError);
+        QVERIFY(told.isEmpty());
+        QVERIFY(server.peerAddress().isNull());
+    }
+
+    void theSocketHasTheOptionsOfTheProtocol()
+    {
+        SServerController controller;
+        qint64 waiting = 0;
+        connect(&controller, &SServerController::newConnection, this,
+                [&](qint64 descriptor) { waiting = descriptor; });
+        QVERIFY(controller.listen(QHostAddress(QHostAddress::LocalHost)));
+        RawClient client;
+        QVERIFY(client.open(controller.serverPort()));
+        QTRY_VERIFY(waiting != 0);
+        ProbeServer server(waiting);
+        server.init();
+        QVERIFY(!server.isNull());
+        QCOMPARE(server.socket()->parent(), &server);
+        const auto option = [&](QAbstractSocket::SocketOption name) {
+            return server.socket()->socketOption(name).toInt();
+        };
+        // Systems may give more than was asked for.
+        QCOMPARE_GE(option(QAbstractSocket::SendBufferSizeSocketOption), 262144);
+        QCOMPARE_GE(option(QAbstractSocket::ReceiveBufferSizeSocketOption), 262144);
+        QCOMPARE(option(QAbstractSocket::KeepAliveOption), 1);
+        QCOMPARE(option(QAbstractSocket::LowDelayOption), 1);
     }
 
     void documentRootIsStoredAndTold()
@@ -463,6 +500,13 @@ private Q_SLOTS:
         QFETCH(QString, user);
         QFETCH(QString, password);
         SessionHost host;
+        QList<QVariantList> told;
+        host.prepare = [&](SServerBase *server) {
+            connect(server, &SServerBase::authenticationFinished, this,
+                    [&](const QString &username, const AuthenticationStatus &status) {
+                        told.append({username, static_cast<int>(status)});
+                    });
+        };
         host.users.insert(new SUserData(u"homeless"_s, u"secret"_s, host.homeOf(u"missing"_s)));
         host.users.insert(new SUserData(u"nowhere"_s, u"secret"_s, QString()));
         host.users.insert(new SUserData(u"disabled"_s, u"secret"_s, host.homeOf(u"alice"_s),
@@ -479,6 +523,7 @@ private Q_SLOTS:
 
         client.sendLogin(u"alice"_s, u"secret"_s);
         QCOMPARE(client.read(12), accepted(RawBytes::u32(1)));
+        QTRY_COMPARE(told, (QList<QVariantList>{{user, 0}, {u"alice"_s, 1}}));
     }
 
     void theAnswerOfAnotherConnectionIsRefused()
@@ -569,6 +614,36 @@ private Q_SLOTS:
             host.addUser(u"alice"_s, u"another"_s);
         else
             host.users.clear();
+        QTest::ignoreMessage(QtDebugMsg, kNotLoggedIn);
+        client.send(RawBytes::command("wami"));
+        QCOMPARE(client.read(8), RawBytes::ack() + RawBytes::nack());
+        QVERIFY(client.endsHere());
+    }
+
+    void aDatabaseThatIsReplacedStaysConnected_data()
+    {
+        QTest::addColumn<bool>("oldOne");
+        QTest::newRow("a change of the new one") << false;
+        QTest::newRow("a change of the old one") << true;
+    }
+
+    // Who is known is asked of the new one, whichever speaks.
+    void aDatabaseThatIsReplacedStaysConnected()
+    {
+        QFETCH(bool, oldOne);
+        SAuthenticationDb others;
+        SessionHost host;
+        RawClient client;
+        QVERIFY(client.openAndLogin(host.port(), u"alice"_s, u"secret"_s));
+        QMetaObject::invokeMethod(
+            host.session, [&] { host.session->setAuthenticationDb(&others); },
+            Qt::BlockingQueuedConnection);
+        client.send(RawBytes::command("wami"));
+        QCOMPARE(client.readLike(kIAmAlice), kIAmAlice);
+        if (oldOne)
+            QVERIFY(host.users.remove(u"bob"_s));
+        else
+            others.clear();
         QTest::ignoreMessage(QtDebugMsg, kNotLoggedIn);
         client.send(RawBytes::command("wami"));
         QCOMPARE(client.read(8), RawBytes::ack() + RawBytes::nack());
@@ -943,6 +1018,42 @@ private Q_SLOTS:
         QVERIFY(client.endsHere());
         QTRY_COMPARE(log.size(), 3);
         QCOMPARE(log, (QList<QString>{u"busy"_s, u"failed"_s, u"idle"_s}));
+    }
+
+    // A frame of which no command could be made is told by the id of the one before it in the run.
+    void commandResultNamesTheCommand()
+    {
+        SessionHost host;
+        QList<std::pair<SCommandId, bool>> results;
+        host.prepare = [&](SServerBase *server) {
+            connect(server, &SServerBase::commandResult, this, [&](SCommandId id, bool success) {
+                results.append({id, success});
+            });
+        };
+        RawClient client;
+        QVERIFY(client.open(host.port()) && client.readGreeting());
+        client.send(RawBytes::u32(0));
+        QCOMPARE(client.read(4), RawBytes::nack());
+        QTRY_COMPARE(results, (QList<std::pair<SCommandId, bool>>{{SCommandId(), false}}));
+
+        results.clear();
+        RawClient stranger;
+        QVERIFY(stranger.open(host.port()) && stranger.readGreeting());
+        QTest::ignoreMessage(QtDebugMsg, kNotLoggedIn);
+        stranger.send(RawBytes::command("srvn"));
+        QCOMPARE(stranger.read(8), RawBytes::ack() + RawBytes::nack());
+        QTRY_COMPARE(results,
+                     (QList<std::pair<SCommandId, bool>>{{CommandIds::kServerName, false}}));
+
+        RawClient alice;
+        QVERIFY(alice.openAndLogin(host.port(), u"alice"_s, u"secret"_s));
+        QTRY_COMPARE(results.size(), 2);
+        results.clear();
+        alice.send(RawBytes::command("wami") + RawBytes::u32(0));
+        QCOMPARE(alice.readLike(kIAmAlice), kIAmAlice);
+        QCOMPARE(alice.read(4), RawBytes::nack());
+        QTRY_COMPARE(results, (QList<std::pair<SCommandId, bool>>{{CommandIds::kWhoAmI, true},
+                                                                  {CommandIds::kWhoAmI, false}}));
     }
 
     void aDerivedClassAddsCommands()

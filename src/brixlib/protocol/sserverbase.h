@@ -111,7 +111,7 @@ protected:
     bool workerInit() override;
     /*!
      * Version in which the client speaks \a command: the smaller of its own and the registered
-     * one; 0 for null and for commands that are not registered.
+     * one, which is 0 for commands that are not registered. 0 for null.
      */
     virtual int connectionCommandVersion(SCommand *command) const;
     /*!
