@@ -15,6 +15,9 @@ function(brix_add_class_test stem)
     target_link_libraries(${name} PRIVATE
         brixlib::brixlib brixlib::brixsec brixlib::brixrt brix_test_shared Qt6::Test ${ARG_LIBRARIES})
     brix_drop_test_folders(${name})
+    if(BRIX_SANITIZE MATCHES "thread")
+        target_sources(${name} PRIVATE $<TARGET_OBJECTS:brix_tsan_qt>)
+    endif()
     target_precompile_headers(${name} REUSE_FROM brix_test_pch)
     # The empty moc file of a program whose only object class is in its source needs no header.
     set_source_files_properties(
