@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/protocol/sauthenticationdb.h>
+#include <brixlib/protocol/scommunicatorbase.h>
 #include <brixlib/protocol/suserdata.h>
 
 #include <QtCore/QJsonArray>
@@ -86,6 +87,15 @@ bool answersAnotherThread(const SAuthenticationDb &db, std::future<void> *waitin
 
 class DerivedDb final : public SAuthenticationDb
 {
+};
+
+// One end of a connection with that uuid.
+class Session final : public SCommunicatorBase
+{
+public:
+    explicit Session(const QString &uuid) { setUuid(QUuid(uuid)); }
+    using SCommunicatorBase::generateHashedPassword;
+    bool doWork() override { return true; }
 };
 
 // Tells when it dies.
@@ -676,6 +686,22 @@ private Q_SLOTS:
         }
         qInstallMessageHandler(nullptr);
         QCOMPARE(atMostOne, 6 * whole.size());
+    }
+
+    void twoConnectionsSendDifferentValuesForOnePassword()
+    {
+        SAuthenticationDb db;
+        db.insert(new SUserData(u"ann"_s, u"secret"_s, u"/srv/ann"_s));
+        const QByteArray stored = db.value(u"ann"_s)->hashedPassword();
+        // printf '%s{3f2504e0-4f89-41d3-9a0c-0305e82c3301}' STORED | sha512sum, and so on.
+        QCOMPARE(
+            Session(u"{3f2504e0-4f89-41d3-9a0c-0305e82c3301}"_s).generateHashedPassword(stored),
+            "e96cc80f5efba1438c1fa6d040b4404c9ca5fc4df96c9d9cef0929d5827ef61e"
+            "48c9a699ee279904a47d15390624a40d499cfe19812ee5968f62e459961e058e"_ba);
+        QCOMPARE(
+            Session(u"{9b1deb4d-3b7d-4bad-9bdd-2b0d7b3dcb6d}"_s).generateHashedPassword(stored),
+            "60c9b2998384e82b98af25c8bf3a1bc0caed6731c29df9175941bea32b105965"
+            "e9ab8e954bb332980186d7ab00785a94bfb54a4ce866d6e24d0a546acda8923c"_ba);
     }
 
     void manyUsersAreSavedAndReadBack()

@@ -728,6 +728,31 @@ private Q_SLOTS:
         QVERIFY2(result.err.contains("ended the connection"), result.err.constData());
     }
 
+    void handshakeThatGoesWrongIsTold_data()
+    {
+        QTest::addColumn<QByteArray>("reply");
+        QTest::addColumn<int>("exitCode");
+        QTest::newRow("no commands") << QByteArray("\0\0\0\x08\0\0\0\0\0\0\0\0", 12) << 0;
+        QTest::newRow("empty reply") << QByteArray("\0\0\0\0", 4) << 3;
+        QTest::newRow("reply cut off") << QByteArray("\0\0\0\x08\0\0", 6) << 3;
+        QTest::newRow("absurd size") << QByteArray("\xff\xff\xff\xff\0\0", 6) << 3;
+    }
+
+    void handshakeThatGoesWrongIsTold()
+    {
+        QFETCH(QByteArray, reply);
+        QFETCH(int, exitCode);
+        const HostileHost host(
+            [reply](HostileServer &server, const SCommandId &id) -> std::optional<bool> {
+                if (id != CommandIds::kCommandList)
+                    return std::nullopt;
+                return server.send(reply);
+            });
+        const auto result =
+            clientHere().run({u"ls"_s, u"--timeout"_s, u"2"_s, host.url(QString())});
+        QVERIFY2(result.exitCode == exitCode, result.err.constData());
+    }
+
     void fileThatTheServerDoesNotStoreKeepsItsSource()
     {
         const HostileHost host([](HostileServer &, const SCommandId &id) -> std::optional<bool> {

@@ -109,6 +109,7 @@ void Session::listenToEnds()
 {
     listen(&SClientFtp::commandResult, [this](SCommandId id, bool success) {
         // Commands of the handshake and steps without a command end here too.
+        m_isListed = m_isListed || id == CommandIds::kCommandList;
         if (!m_pending.empty() && m_pending.front().id == id)
             endFront(success ? Outcome::Done : Outcome::Failed);
     });
@@ -172,8 +173,8 @@ void Session::open(const Security::SSecureString &password)
         throw Failure{ExitCode::Refused,
                       u"%1 refuses the login of %2: wrong password, or no such "
                       "user with a home folder"_s.arg(m_url.authority(), m_url.user)};
-    waitWhile([this] { return m_commands.isEmpty(); });
-    if (m_commands.isEmpty())
+    waitWhile([this] { return !m_isListed; });
+    if (m_ended)
         throw failure(Outcome::Failed);
 }
 

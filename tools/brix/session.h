@@ -145,6 +145,7 @@ private:
     std::deque<Pending> m_pending;
     Answer m_answer;
     QHash<Talverine::SCommandId, qint32> m_commands;
+    bool m_isListed = false; // the server has told its commands, be they none
     bool m_connecting = false;
     bool m_ended = false;
 };
