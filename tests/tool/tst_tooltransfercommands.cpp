@@ -19,6 +19,7 @@
 #include <csignal>
 #include <cstdio>
 #include <functional>
+#include <limits>
 #include <optional>
 
 #include <sys/stat.h>
@@ -650,6 +651,25 @@ private Q_SLOTS:
         QCOMPARE(namesIn(m_dir->path()), QStringList{u"back"_s});
         QCOMPARE(namesIn(local(u"back"_s)), QStringList{u"good"_s});
         QCOMPARE(readFile(local(u"back/good"_s)), "yes"_ba);
+    }
+
+    void absurdSizesAreNotBelieved()
+    {
+        constexpr qint64 largest = std::numeric_limits<qint64>::max();
+        const HostileHost host(
+            [](HostileServer &server, const SCommandId &id) -> std::optional<bool> {
+                if (id == CommandIds::kGetFile)
+                    return server.send(QByteArray("\xff\xff\xff\xff\xff\xff\xff\xf0", 8));
+                if (id != CommandIds::kListDir)
+                    return std::nullopt;
+                return server.sendEntries({fileEntry(u"a"_s, largest), fileEntry(u"b"_s, largest),
+                                           fileEntry(u"c"_s, -1),
+                                           fileEntry(u"d"_s, std::numeric_limits<qint64>::min())});
+            });
+        QVERIFY(QDir(host.home()).mkdir(u"tree"_s));
+        const auto result = getFrom(host, u"tree"_s, {u"-r"_s, u"back"_s, u"--json"_s});
+        QCOMPARE(result.exitCode, 0);
+        QCOMPARE(summary(result).value("bytes"_L1).toInteger(-1), 0);
     }
 
     void foldersWithoutEndAreNotFollowed()

@@ -13,6 +13,7 @@
 #include <QtCore/QUuid>
 
 #include <filesystem>
+#include <limits>
 #include <numeric>
 
 namespace Brix {
@@ -43,7 +44,12 @@ Download::Download(Session &session, ProgressBar &progress, TransferReport &repo
     , m_removeSource(removeSource)
 {
     QObject::connect(&session, &Session::transferred, &m_context,
-                     [this](qint64 done, qint64) { m_progress.show(m_report.bytes() + done); });
+                     [this](qint64 done, qint64 total) {
+                         // The size of a single file is not known before.
+                         if (m_files.size() == 1)
+                             m_progress.setTotal(total);
+                         m_progress.show(m_report.bytes() + done);
+                     });
 }
 
 void Download::fetchFile(const QString &remote, const QString &local)
@@ -61,8 +67,10 @@ void Download::fetchTree(const QString &remote, const QString &local)
     m_remoteFolders.append(remote);
     collect(remote, local, QString(), 0);
     m_progress.setTotal(std::accumulate(
-        m_files.begin(), m_files.end(), qint64(0),
-        [](qint64 sum, const File &file) { return sum + std::max<qint64>(file.size, 0); }));
+        m_files.begin(), m_files.end(), qint64(0), [](qint64 sum, const File &file) {
+            // The sizes are what the server claims.
+            return sum + std::clamp<qint64>(file.size, 0, std::numeric_limits<qint64>::max() - sum);
+        }));
     fetchAll();
     if (!m_removeSource || m_report.hasFailures())
         return;
@@ -197,10 +205,10 @@ void Download::explainFailure(const File &file, const Answer &answer)
         return m_report.addFailure(file.name, ExitCode::Refused,
                                    u"the server does not send it, and has ended the session"_s);
     const QStorageInfo storage(m_stagingFolder);
-    if (answer.isStarted && storage.isValid() && storage.bytesAvailable() < file.size)
+    if (answer.isStarted && storage.isValid() && storage.bytesAvailable() < answer.size)
         return m_report.addFailure(file.name, ExitCode::LocalIo,
                                    u"%1 has no room for it: %2 are needed, %3 are free"_s.arg(
-                                       m_stagingFolder, Output::bytes(file.size),
+                                       m_stagingFolder, Output::bytes(answer.size),
                                        Output::bytes(storage.bytesAvailable())));
     m_report.addFailure(file.name, failure.code,
                         answer.isStarted

@@ -91,7 +91,9 @@ void Session::listenToTransfers()
 {
     const auto started = [this](const QString &) { m_answer.isStarted = true; };
     listen(&SClientFtp::transferredBytes, [this](qint64 done, qint64 total) {
-        m_answer.moved = done;
+        // A peer may claim a negative size.
+        m_answer.moved = std::max<qint64>(done, 0);
+        m_answer.size = std::max<qint64>(total, 0);
         Q_EMIT transferred(done, total);
     });
     listen(&SClientFtp::getFileStarted, started);
