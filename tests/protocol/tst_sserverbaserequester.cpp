@@ -89,6 +89,21 @@ private Q_SLOTS:
         QCOMPARE(requester.pluggableList(), QList<QString>{u"null"_s});
     }
 
+    void aPluggableIsNotLostWithASessionThatEndsFirst()
+    {
+        Session session;
+        QVERIFY(session.start());
+        // It runs no events before it ends.
+        session.client.send(RawBytes::command("cldv", RawBytes::text(u"file")));
+        QCOMPARE(session.client.read(4), RawBytes::ack());
+        const QPointer<SPluggable> pluggable = new SPluggableString(u"value"_s, nullptr);
+        session.requester->addPluggable(u"name"_s, pluggable);
+        QVERIFY(pluggable);
+        session.client.vanish();
+        QTRY_VERIFY(session.requester->isNull());
+        QTRY_VERIFY(pluggable.isNull());
+    }
+
     // A session that serves a device runs no events.
     void queriesWaitForTheEndOfTheExchangeAndRequestsDoNot()
     {

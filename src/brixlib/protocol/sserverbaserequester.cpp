@@ -60,8 +60,13 @@ void SServerBaseRequester::addPluggable(const QString &name, SPluggable *pluggab
     if (!target)
         return;
     // A parent can only be set in the thread of both.
-    if (pluggable && pluggable->thread() == QThread::currentThread())
+    if (pluggable && !pluggable->parent() && pluggable->thread() == QThread::currentThread()) {
         pluggable->moveToThread(target->thread());
+        // A session that ends before it has run the call takes the pluggable along all the same.
+        connect(
+            target, &QObject::destroyed, pluggable, [pluggable] { delete pluggable; },
+            Qt::DirectConnection);
+    }
     post("addPluggable", Q_ARG(QString, name), Q_ARG(SPluggable *, pluggable));
 }
 

@@ -34,8 +34,8 @@ public:
 
     /*!
      * \a pluggable, which has no parent and lives in the calling thread, moves to the session's
-     * thread first, as the session becomes its parent there. Without a session it stays the
-     * caller's.
+     * thread first, as the session becomes its parent there. It is deleted with the session, also
+     * when that ends before it has come to this call. Without a session it stays the caller's.
      */
     void addPluggable(const QString &name, SPluggable *pluggable);
     void delPluggable(const QString &name);
