@@ -101,6 +101,23 @@ SimpleWorkerError errorOf(const Course &course)
     return static_cast<SimpleWorkerError>(course.error.loadAcquire());
 }
 
+#ifdef Q_OS_LINUX
+//! Starts a thread with a stack that the address space has no room for.
+void startWithoutRoom(SSimpleBackgroundRunner *runner)
+{
+    rlimit before;
+    QCOMPARE(getrlimit(RLIMIT_AS, &before), 0);
+    rlimit tight = before;
+    tight.rlim_cur = addressSpaceBytes() + (rlim_t(1) << 30);
+    runner->findChild<QThread *>()->setStackSize(0xF0000000);
+    QTest::ignoreMessage(QtCriticalMsg,
+                         QRegularExpression(u"QThread::start: Thread creation error.*"_s));
+    QCOMPARE(setrlimit(RLIMIT_AS, &tight), 0);
+    runner->start();
+    QCOMPARE(setrlimit(RLIMIT_AS, &before), 0);
+}
+#endif
+
 } // namespace
 
 class tst_SSimpleBackgroundRunner : public QObject
@@ -289,17 +306,7 @@ private Q_SLOTS:
         SSimpleBackgroundRunner runner(new Worker(&course, Worker::Idles));
         QSignalSpy started(&runner, &SSimpleBackgroundRunner::started);
         QSignalSpy finished(&runner, &SSimpleBackgroundRunner::finished);
-        // A stack that the address space has no room for.
-        rlimit before;
-        QCOMPARE(getrlimit(RLIMIT_AS, &before), 0);
-        rlimit tight = before;
-        tight.rlim_cur = addressSpaceBytes() + (rlim_t(1) << 30);
-        runner.findChild<QThread *>()->setStackSize(0xF0000000);
-        QTest::ignoreMessage(QtCriticalMsg,
-                             QRegularExpression(u"QThread::start: Thread creation error.*"_s));
-        QCOMPARE(setrlimit(RLIMIT_AS, &tight), 0);
-        runner.start();
-        QCOMPARE(setrlimit(RLIMIT_AS, &before), 0);
+        startWithoutRoom(&runner);
         QVERIFY(!runner.isRunning());
         QCOMPARE(started.size(), 0);
         QCOMPARE(finished.size(), 1);
@@ -308,6 +315,21 @@ private Q_SLOTS:
         runner.start();
         runner.requestInterruption();
         QCOMPARE(finished.size(), 1);
+#else
+        QSKIP("the address space has no limit here");
+#endif
+    }
+
+    void aRunnerMayBeDeletedWhenItsThreadCannotBeMade()
+    {
+#ifdef Q_OS_LINUX
+        Course course;
+        auto *worker = new Worker(&course, Worker::Idles);
+        const QPointer<SSimpleBackgroundRunner> runner = new SSimpleBackgroundRunner(worker);
+        connect(worker, &SSimpleWorker::finished, this, [runner] { delete runner; });
+        startWithoutRoom(runner);
+        QVERIFY(runner.isNull());
+        QCOMPARE(course.destroyed.loadAcquire(), 1);
 #else
         QSKIP("the address space has no limit here");
 #endif

@@ -35,7 +35,11 @@ void SSimpleBackgroundRunner::start(QThread::Priority priority)
 // The system has no more threads to give, and no signal of the thread will ever tell.
 void SSimpleBackgroundRunner::giveUp()
 {
+    const QPointer<SSimpleBackgroundRunner> self(this);
     Q_EMIT m_worker->finished(SimpleWorkerError::InitError);
+    // Who is told here, in its own thread and not by a queue, may delete the runner.
+    if (!self)
+        return;
     delete m_worker.data();
     Q_EMIT finished();
 }
