@@ -53,6 +53,7 @@ class tst_SClientController : public QObject
 
 private Q_SLOTS:
     void startsWithoutWorkers();
+    void noClientGivesNull();
     void connectGivesTheRunner();
     void unreachableHostGivesNullAfterTheTimeout();
     void refusedConnectionGivesNull_data();
@@ -79,6 +80,14 @@ void tst_SClientController::startsWithoutWorkers()
     SClientController withProxy(QNetworkProxy(QNetworkProxy::NoProxy), &controller);
     QCOMPARE(withProxy.count(), 0);
     QCOMPARE(withProxy.parent(), &controller);
+}
+
+// There is nothing whose outcome could be waited for.
+void tst_SClientController::noClientGivesNull()
+{
+    SClientController controller;
+    QVERIFY(!controller.connectClient(nullptr, true));
+    QVERIFY(controller.findChildren<SSimpleBackgroundRunner *>().isEmpty());
 }
 
 void tst_SClientController::connectGivesTheRunner()

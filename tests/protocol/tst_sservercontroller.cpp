@@ -3,6 +3,8 @@
 #include <shared/rawclient.h>
 #include <shared/sessionhost.h>
 
+#include <QtCore/QSemaphore>
+
 #ifdef Q_OS_UNIX
 #include <sys/resource.h>
 #endif
@@ -26,6 +28,28 @@ protected:
         SServerBase::workerInit();
         return false;
     }
+};
+
+// Takes as long as the test likes.
+class SlowPluggable : public SPluggable
+{
+public:
+    SlowPluggable(QSemaphore *called, QSemaphore *goOn)
+        : m_called(called)
+        , m_goOn(goOn)
+    {
+    }
+
+    bool execute(const QByteArray &, QByteArray &output, const SPluggableEnvironment &) override
+    {
+        m_called->release();
+        output = "done";
+        return m_goOn->tryAcquire(1, 10000);
+    }
+
+private:
+    QSemaphore *m_called;
+    QSemaphore *m_goOn;
 };
 
 } // namespace
@@ -129,6 +153,14 @@ private Q_SLOTS:
         QTRY_VERIFY(server.isNull());
         QTRY_COMPARE(controller.count(), 0);
         QTRY_VERIFY(controller.findChildren<SSimpleBackgroundRunner *>().isEmpty());
+    }
+
+    // There is nothing whose start could be waited for.
+    void noSessionGivesNull()
+    {
+        SServerController controller;
+        QVERIFY(!controller.serveNewConnection(nullptr, true));
+        QVERIFY(controller.findChildren<SSimpleBackgroundRunner *>().isEmpty());
     }
 
     void servingWithoutWaitingStartsOnDemand()
@@ -270,6 +302,30 @@ private Q_SLOTS:
         QVERIFY(host.controller.isListening());
         RawClient another;
         QVERIFY(another.open(host.port()) && another.readGreeting());
+    }
+
+    void anInterruptionLetsTheExchangeInProgressEnd()
+    {
+        QSemaphore called;
+        QSemaphore goOn;
+        SessionHost host;
+        host.prepare = [&](SServerBase *server) {
+            server->addPluggable(u"slow"_s, new SlowPluggable(&called, &goOn));
+        };
+        RawClient client;
+        QVERIFY(client.openAndLogin(host.port(), u"alice"_s, u"secret"_s));
+        client.send(RawBytes::command("plgb", RawBytes::text(u"slow") + RawBytes::array("x")) +
+                    RawBytes::command("wami"));
+        QVERIFY(called.tryAcquire(1, 10000));
+        host.controller.interruptWorkers();
+        QCOMPARE(client.read(4), RawBytes::ack());
+        goOn.release();
+        QCOMPARE(client.readFrame(), RawBytes::array("done") + '\1');
+        QCOMPARE(client.read(4), RawBytes::ack());
+        // The next command is not taken any more.
+        QVERIFY(client.waitForEnd());
+        QCOMPARE(client.socket().bytesAvailable(), 0);
+        QTRY_COMPARE(host.controller.count(), 0);
     }
 
     void pausedConnectionsWait()

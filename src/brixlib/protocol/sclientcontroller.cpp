@@ -31,6 +31,8 @@ SClientController::~SClientController()
 
 SSimpleBackgroundRunner *SClientController::connectClient(SClientBase *client, bool autoDelete)
 {
+    if (!client)
+        return nullptr;
     const QPointer<SSimpleBackgroundRunner> runner = m_runners->add(client);
     if (autoDelete)
         connect(client, &SClientBase::finished, runner, &QObject::deleteLater);

@@ -99,6 +99,8 @@ QString SServerController::errorString() const
 
 SSimpleBackgroundRunner *SServerController::serveNewConnection(SServerBase *server, bool autoDelete)
 {
+    if (!server)
+        return nullptr;
     const QPointer<SSimpleBackgroundRunner> runner = m_runners->add(server);
     if (autoDelete)
         connect(runner, &SSimpleBackgroundRunner::finished, runner, &QObject::deleteLater);

@@ -39,7 +39,10 @@ public:
     //! Stops listening; the sessions go on.
     void close();
     bool isListening() const;
-    //! Connections wait until resumeAccepting(), also when it begins to listen only later.
+    /*!
+     * Connections wait until resumeAccepting(), also when it begins to listen only later. Called
+     * from newConnection(), it still lets through those that have arrived by then.
+     */
     void pauseAccepting();
     void resumeAccepting();
     //! Where it listens; null and 0 when it does not.
