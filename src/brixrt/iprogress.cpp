@@ -86,7 +86,8 @@ void IProgress::abortChildren()
 {
     const QList<IProgress *> list = childProgresses();
     for (IProgress *child : list) {
-        if (!child->isAbortRequested())
+        // Its own wish counts: an override may call it aborted for a reason that passes.
+        if (!child->IProgress::isAbortRequested())
             child->abort();
     }
 }

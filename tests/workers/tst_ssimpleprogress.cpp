@@ -108,6 +108,16 @@ private Q_SLOTS:
         QVERIFY(child.isAbortRequested());
     }
 
+    // The thread is interrupted by then, and a child of this kind looks aborted from inside it.
+    void abortInAThreadReachesAChildThatLooksAborted()
+    {
+        SSimpleProgress progress;
+        SSimpleProgress child;
+        progress.addChild(&child);
+        inOtherThread([&] { progress.abort(); });
+        QVERIFY(child.isAbortRequested());
+    }
+
     void interruptedRunnerStopsAWorkerThatAsksItsProgress()
     {
         SSimpleProgress progress;
