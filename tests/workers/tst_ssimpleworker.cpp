@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include <brixlib/workers/ssimplebackgroundrunner.h>
 #include <brixlib/workers/ssimpleworker.h>
 
-#include <QtCore/QSemaphore>
+#include <QtCore/QRegularExpression>
 
 #include <functional>
+#include <limits>
 
 using namespace Talverine;
 using namespace Qt::StringLiterals;
@@ -252,6 +252,31 @@ private Q_SLOTS:
         QCOMPARE(errorOf(finished), SimpleWorkerError::InterruptRequested);
     }
 
+    // What runs the worker was not connected yet, and waits for a finished() that was long ago.
+    void initAfterTerminateLaterReportsOnceMore()
+    {
+        Worker worker;
+        worker.startsByItself = true;
+        worker.terminateLater();
+        QSignalSpy started(&worker, &SSimpleWorker::started);
+        QSignalSpy finished(&worker, &SSimpleWorker::finished);
+        worker.init();
+        QCOMPARE(started.count(), 1);
+        QCOMPARE(worker.steps, 0);
+        QCOMPARE(finished.count(), 1);
+        QCOMPARE(errorOf(finished), SimpleWorkerError::InterruptRequested);
+    }
+
+    void workerToldToTerminateMayDieInItsOwnStarted()
+    {
+        auto *worker = new Worker;
+        QPointer<Worker> guard(worker);
+        worker->terminateLater();
+        connect(worker, &SSimpleWorker::started, this, [worker] { delete worker; });
+        worker->init();
+        QVERIFY(guard.isNull());
+    }
+
     void terminateLaterWhileBusyReportsAfterTheStep()
     {
         Worker worker;
@@ -355,7 +380,20 @@ private Q_SLOTS:
         QVERIFY(ticks > 0);
     }
 
-    void sleepOfNothingReturns() { SSimpleWorker::sleep(0); }
+    void sleepOfNothingReturns_data()
+    {
+        QTest::addColumn<int>("msec");
+        QTest::newRow("nothing") << 0;
+        QTest::newRow("less than nothing") << -1;
+        QTest::newRow("smallest") << std::numeric_limits<int>::min();
+    }
+
+    void sleepOfNothingReturns()
+    {
+        QTest::failOnWarning(QRegularExpression(u".*"_s));
+        QFETCH(int, msec);
+        SSimpleWorker::sleep(msec);
+    }
 
     // Two threads that hurry a worker on and one that ends it: exactly one finished() comes out.
     void terminateLaterFromOtherThreadsFinishesOnce()

@@ -3,8 +3,11 @@
 
 #include <QtCore/QEventLoop>
 #include <QtCore/QMutex>
+#include <QtCore/QPointer>
 #include <QtCore/QThread>
 #include <QtCore/QTimer>
+
+#include <algorithm>
 
 namespace Talverine {
 
@@ -35,18 +38,23 @@ void SSimpleWorker::sleep(int msec)
     timer.setSingleShot(true);
     timer.setTimerType(Qt::PreciseTimer);
     connect(&timer, &QTimer::timeout, &loop, &QEventLoop::quit);
-    timer.start(msec);
+    timer.start(std::max(msec, 0)); // a negative time would never be over
     loop.exec();
 }
 
 void SSimpleWorker::init()
 {
+    const bool terminated = m_runState.loadAcquire() == Terminating;
     if (!workerInit()) {
         Q_EMIT finished(SimpleWorkerError::InitError);
         return;
     }
     m_initialized = true;
+    const QPointer<SSimpleWorker> self(this);
     Q_EMIT started();
+    // The first report may have come before the thread ran or was connected to it.
+    if (self && terminated)
+        Q_EMIT finished(SimpleWorkerError::InterruptRequested);
 }
 
 void SSimpleWorker::run()

@@ -41,11 +41,15 @@ public:
     QVariant userData() const;
     void setUserData(const QVariant &userData);
 
-    //! Waits \a msec milliseconds while the events of the calling thread go on.
+    //! Waits \a msec milliseconds, none if negative, while the events of the calling thread go on.
     static void sleep(int msec);
 
 public Q_SLOTS:
-    //! Prepares the worker by workerInit(), then started() or finished(InitError).
+    /*!
+     * Prepares the worker by workerInit(), then started() or finished(InitError). A worker that was
+     * told to terminate before reports finished(InterruptRequested) once more after started(), for
+     * the thread that was begun for it meanwhile.
+     */
     void init();
     /*!
      * Takes one step, unless one is running, the worker is terminating or it has finished: the call
@@ -56,8 +60,11 @@ public Q_SLOTS:
     void terminateLater();
 
 Q_SIGNALS:
+    //! No step follows; from the worker's thread, or from that of terminateLater() when idle.
     void finished(SimpleWorkerError error);
+    //! For deriving classes to emit.
     void progress(int percent);
+    //! By init(), when the worker can begin.
     void started();
 
 protected:
