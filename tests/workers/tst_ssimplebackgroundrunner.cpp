@@ -33,6 +33,7 @@ struct Course
     QSemaphore initialised;
     QSemaphore inStep;
     QSemaphore mayGoOn;
+    QSemaphore dying;
     QAtomicInt steps = 0;
     QAtomicInt destroyed = 0;
     QAtomicPointer<QThread> stepThread;
@@ -43,7 +44,7 @@ struct Course
 class Worker : public SSimpleWorker
 {
 public:
-    enum Kind { DoneAtOnce, FailsToInit, Fails, Idles, Blocks, WorksUntilInterrupted };
+    enum Kind { DoneAtOnce, FailsToInit, Fails, Idles, Blocks, WorksUntilInterrupted, DiesSlowly };
 
     Worker(Course *course, Kind kind, QObject *parent = nullptr)
         : SSimpleWorker(parent)
@@ -60,6 +61,10 @@ public:
 
     ~Worker() override
     {
+        if (m_kind == DiesSlowly) {
+            m_course->dying.release();
+            m_course->mayGoOn.tryAcquire(1, 500);
+        }
         m_course->deathThread.storeRelease(QThread::currentThread());
         m_course->destroyed.ref();
     }
@@ -68,7 +73,7 @@ public:
     {
         m_course->steps.ref();
         m_course->stepThread.storeRelease(QThread::currentThread());
-        if (m_kind == DoneAtOnce)
+        if (m_kind == DoneAtOnce || m_kind == DiesSlowly)
             done();
         if (m_kind == Blocks) {
             m_course->inStep.release();
@@ -235,6 +240,32 @@ private Q_SLOTS:
         QCOMPARE(errorOf(course), SimpleWorkerError::InterruptRequested);
     }
 
+    void workerToldToTerminateBeforeTheStartEndsAfterIt_data()
+    {
+        QTest::addColumn<bool>("adopted");
+        QTest::newRow("before it was handed over") << false;
+        QTest::newRow("after it was handed over") << true;
+    }
+
+    void workerToldToTerminateBeforeTheStartEndsAfterIt()
+    {
+        QFETCH(bool, adopted);
+        Course course;
+        auto *worker = new Worker(&course, Worker::Idles);
+        if (!adopted)
+            worker->terminateLater();
+        SSimpleBackgroundRunner runner(worker);
+        if (adopted)
+            worker->terminateLater();
+        runner.start();
+        const bool ended = runner.waitForFinished(10000);
+        if (!ended)
+            runner.findChild<QThread *>()->quit();
+        QVERIFY(ended);
+        QCOMPARE(errorOf(course), SimpleWorkerError::InterruptRequested);
+        QCOMPARE(course.destroyed.loadAcquire(), 1);
+    }
+
     void destructorEndsAnIdleWorker()
     {
         Course course;
@@ -287,6 +318,22 @@ private Q_SLOTS:
         QVERIFY(runner.waitForFinished());
         runner.start();
         QVERIFY(!runner.isRunning());
+        QCOMPARE(course.steps.loadAcquire(), 1);
+    }
+
+    // The thread would begin anew, with a worker that is gone and thus nobody to end it.
+    void startDuringTheEndDoesNothing()
+    {
+        Course course;
+        SSimpleBackgroundRunner runner(new Worker(&course, Worker::DiesSlowly));
+        runner.start();
+        QVERIFY(course.dying.tryAcquire(1, 10000));
+        runner.start();
+        course.mayGoOn.release();
+        const bool ended = runner.waitForFinished(1000);
+        if (!ended)
+            runner.findChild<QThread *>()->quit();
+        QVERIFY(ended);
         QCOMPARE(course.steps.loadAcquire(), 1);
     }
 

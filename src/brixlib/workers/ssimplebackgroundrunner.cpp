@@ -24,8 +24,9 @@ SSimpleBackgroundRunner::~SSimpleBackgroundRunner()
 
 void SSimpleBackgroundRunner::start(QThread::Priority priority)
 {
-    // A thread without a worker would have nobody to end it.
-    if (!m_worker)
+    // A thread without a worker would have nobody to end it. While the thread ends the worker is
+    // still there, and the thread would begin anew right after.
+    if (!m_worker || m_thread->isRunning() || m_thread->isFinished())
         return;
     m_thread->start(priority);
     if (!m_thread->isRunning() && !m_thread->isFinished())

@@ -34,9 +34,9 @@ public:
     ~SSimpleBackgroundRunner() override;
 
     /*!
-     * Starts the thread; does nothing when the worker has finished already. When the system has no
-     * thread to give, the worker finishes with SimpleWorkerError::InitError and is deleted, and the
-     * runner finishes without having started.
+     * Starts the thread; does nothing when it was started before. When the system has no thread to
+     * give, the worker finishes with SimpleWorkerError::InitError and is deleted, and the runner
+     * finishes without having started.
      */
     void start(QThread::Priority priority = QThread::InheritPriority);
     bool isRunning() const;
@@ -46,7 +46,7 @@ public:
     bool waitForFinished(unsigned long msec = ULONG_MAX);
 
 Q_SIGNALS:
-    //! The thread has ended, and the worker with it.
+    //! The thread is ending; the worker, which dies in it, is gone after waitForFinished().
     void finished();
     //! Tells the worker to terminate.
     void interrupt();
