@@ -45,9 +45,14 @@ public:
     {
         registerCommand(new ProbeCommand);
     }
+    using SClientBase::authenticationStatus;
     using SClientBase::commandVersion;
     using SClientBase::enqueueCommand;
+    using SClientBase::receivers;
+    using SClientBase::setAddress;
+    using SClientBase::setHost;
     using SClientBase::setPort;
+    using SClientBase::setPreferIPv4;
     using SClientBase::socket;
     using SClientBase::supportedCommands;
     using SClientBase::uuid;

@@ -91,6 +91,7 @@ private Q_SLOTS:
     // Fresh state and queries.
     void startsUnconnected();
     void keepsWhatItWasBuiltFrom();
+    void derivedClassesMayChangeWhereItGoes();
     void registersItsPrototypesInOrder();
     void looksTheHostUpOnlyWhenAsked();
     void resolvesLiterals_data();
@@ -100,10 +101,12 @@ private Q_SLOTS:
     void everythingIsAvailableBeforeTheListIsKnown();
     void filterIsReadOnceByTheConstructor();
     void isNotReachedByNullCommands();
+    void localChangesAreFlushed();
 
     // Connecting.
     void tellsTheAddressWhenConnected();
     void resolvesTheHostInTheWorker();
+    void knownAddressIsTakenWhateverTheHost();
     void setsTheOptionsOnTheConnectedSocket();
     void movesItsHelpersToTheWorkerThread();
     void unknownHostEndsWithInitError();
@@ -121,10 +124,12 @@ private Q_SLOTS:
     void resultComesAfterTheCommandIsDeleted();
     void runWithoutCommandReportsTheNullId();
     void runAfterAnInterruptionReportsNothingElse();
+    void stepOnALostConnectionFails();
     void commandBeforeLoginReachesTheServerWhichEndsTheSession();
     void nackOfCompletionEndsTheSession();
     void wordThatIsNeitherAckNorNackEndsTheSession();
     void commandWithoutIdEndsTheSession();
+    void commandThatCannotBeWrittenEndsTheSession();
     void unknownCommandIsSentButNotHandled();
     void failedCommandLeavesTheOthersInTheQueue();
     void cutAnswerEndsTheSession_data();
@@ -152,11 +157,13 @@ private Q_SLOTS:
     void tellsHowTheQueueRuns();
     void holdsTheEmptyQueueBack();
     void anotherCommandWithinTheFilterHidesTheEmptyQueue();
+    void waitingCommandHidesTheEmptyQueue();
     void clearPendingCommandsClearsBothQueues();
 
     // The end.
     void disconnectClosesTheConnection();
     void disconnectWithoutSocketDoesNothing();
+    void closesTheConnectionWhenItHasFinished();
     void lossOfTheConnectionEndsTheIdleClient();
     void interruptionEndsTheIdleClient();
 
@@ -172,6 +179,7 @@ private Q_SLOTS:
 void tst_SClientBase::startsUnconnected()
 {
     TestClient client(7000);
+    SignalLog results(&client, &SClientBase::commandResult);
     QVERIFY(client.isNull());
     QCOMPARE(client.state(), QAbstractSocket::UnconnectedState);
     QCOMPARE(client.timeout(), 10000);
@@ -179,6 +187,7 @@ void tst_SClientBase::startsUnconnected()
     QCOMPARE(client.currentPath(), QDir(QDir::homePath()).absolutePath());
     QVERIFY(client.uuid().isNull());
     QVERIFY(!client.doWork());
+    QCOMPARE(results.count(), 0);
 }
 
 void tst_SClientBase::keepsWhatItWasBuiltFrom()
@@ -195,6 +204,19 @@ void tst_SClientBase::keepsWhatItWasBuiltFrom()
     QCOMPARE(byName.host(true), u"press.example"_s);
     QVERIFY(byName.preferIPv4());
     QVERIFY(!SClientBase(u"press.example"_s, 1, false).preferIPv4());
+}
+
+void tst_SClientBase::derivedClassesMayChangeWhereItGoes()
+{
+    TestClient client(7000);
+    client.setHost(u"press.example"_s);
+    client.setPort(7001);
+    client.setPreferIPv4(true);
+    client.setAddress(QHostAddress(u"192.0.2.7"_s));
+    QCOMPARE(client.host(false), u"press.example"_s);
+    QCOMPARE(client.port(), quint16(7001));
+    QVERIFY(client.preferIPv4());
+    QCOMPARE(client.address(), QHostAddress(u"192.0.2.7"_s));
 }
 
 void tst_SClientBase::registersItsPrototypesInOrder()
@@ -288,6 +310,20 @@ void tst_SClientBase::isNotReachedByNullCommands()
     QCOMPARE(enqueued.count(), 0);
 }
 
+// No machine that runs tests has a removable medium for sure, so this looks at the connections.
+void tst_SClientBase::localChangesAreFlushed()
+{
+    const TestClient client(1);
+    QCOMPARE(client.receivers(SIGNAL(localDirCreated(QString))), 1);
+    QCOMPARE(client.receivers(SIGNAL(localDirRemoved(QString, bool))), 1);
+    QCOMPARE(client.receivers(SIGNAL(localFileRemoved(QString))), 1);
+    QCOMPARE(client.receivers(SIGNAL(localDirRenamed(QString, QString))), 1);
+    QCOMPARE(client.receivers(SIGNAL(localFileRenamed(QString, QString))), 1);
+    QCOMPARE(client.receivers(SIGNAL(localFileCopied(QString, QString))), 1);
+    QCOMPARE(client.receivers(SIGNAL(localDirCopied(QString, QString))), 0);
+    QCOMPARE(client.receivers(SIGNAL(localPermissionChanged(QString))), 0);
+}
+
 void tst_SClientBase::tellsTheAddressWhenConnected()
 {
     RawServer server(answers({}));
@@ -314,20 +350,41 @@ void tst_SClientBase::resolvesTheHostInTheWorker()
     QVERIFY(connected.value().isLoopback());
 }
 
+void tst_SClientBase::knownAddressIsTakenWhateverTheHost()
+{
+    RawServer server(answers({}));
+    ClientSession session(server.port());
+    session.client->setHost(QString(300, u'x'));
+    QVERIFY(session.open());
+}
+
 void tst_SClientBase::setsTheOptionsOnTheConnectedSocket()
 {
+    // The system reports other sizes than were asked for, so a plain socket tells what to expect.
+    QTcpServer listener;
+    QVERIFY(listener.listen(QHostAddress(QHostAddress::LocalHost)));
+    QTcpSocket plain;
+    plain.connectToHost(listener.serverAddress(), listener.serverPort());
+    QVERIFY(plain.waitForConnected(10000));
+    const auto sizeAfterSetting = [&plain](QAbstractSocket::SocketOption option) {
+        plain.setSocketOption(option, 262144);
+        return plain.socketOption(option).toInt();
+    };
+    const int sendSize = sizeAfterSetting(QAbstractSocket::SendBufferSizeSocketOption);
+    const int receiveSize = sizeAfterSetting(QAbstractSocket::ReceiveBufferSizeSocketOption);
+
     RawServer server(answers({}));
     ClientSession session(server.port());
     QVERIFY(session.open());
     session.inThread([&] {
         STcpSocket *socket = session.client->socket();
-        QCOMPARE(socket->socketOption(QAbstractSocket::LowDelayOption).toInt(), 1);
-        QCOMPARE(socket->socketOption(QAbstractSocket::KeepAliveOption).toInt(), 1);
-        // Linux reports twice what was asked for, and less where its own limit is lower.
-        const int sent = socket->socketOption(QAbstractSocket::SendBufferSizeSocketOption).toInt();
-        QVERIFY2(sent >= 0x40000, qPrintable(QString::number(sent)));
-        QVERIFY(socket->socketOption(QAbstractSocket::ReceiveBufferSizeSocketOption).toInt() >=
-                0x40000);
+        const auto option = [socket](QAbstractSocket::SocketOption name) {
+            return socket->socketOption(name).toInt();
+        };
+        QCOMPARE(option(QAbstractSocket::LowDelayOption), 1);
+        QCOMPARE(option(QAbstractSocket::KeepAliveOption), 1);
+        QCOMPARE(option(QAbstractSocket::SendBufferSizeSocketOption), sendSize);
+        QCOMPARE(option(QAbstractSocket::ReceiveBufferSizeSocketOption), receiveSize);
     });
 }
 
@@ -384,7 +441,10 @@ void tst_SClientBase::cutGreetingEndsWithInitError()
     ClientSession session(server.port());
     QVERIFY(!session.open());
     QVERIFY(session.ends());
-    QCOMPARE(session.finished.value(), SimpleWorkerError::InitError);
+    // The loss of the connection speaks first.
+    QCOMPARE(session.finished.count(), 2);
+    QCOMPARE(session.finished.value(0), SimpleWorkerError::InterruptRequested);
+    QCOMPARE(session.finished.value(1), SimpleWorkerError::InitError);
 }
 
 void tst_SClientBase::nullGreetingEndsWithInitError()
@@ -528,6 +588,24 @@ void tst_SClientBase::runAfterAnInterruptionReportsNothingElse()
     QCOMPARE(server.received(), QByteArray());
 }
 
+void tst_SClientBase::stepOnALostConnectionFails()
+{
+    RawServer server(answers({}));
+    ClientSession session(server.port());
+    QVERIFY(session.open());
+    bool done = true;
+    session.inThread([&] {
+        session.client->whoAmI();
+        session.client->socket()->abort();
+        done = session.client->doWork();
+    });
+    QVERIFY(!done);
+    QVERIFY(session.ends());
+    QCOMPARE(session.results.count(), 1);
+    QVERIFY(session.results.value<0>().isNull()); // the command stays in the queue
+    QVERIFY(!session.results.value<1>());
+}
+
 void tst_SClientBase::commandBeforeLoginReachesTheServerWhichEndsTheSession()
 {
     RawServer server(answerOnceWith(RawBytes::ack() + RawBytes::nack()));
@@ -580,6 +658,30 @@ void tst_SClientBase::commandWithoutIdEndsTheSession()
     QVERIFY(session.results.value<0>().isNull());
     QVERIFY(!session.results.value<1>());
     QCOMPARE(session.finished.value(), SimpleWorkerError::WorkError);
+    QCOMPARE(server.received(), QByteArray());
+}
+
+void tst_SClientBase::commandThatCannotBeWrittenEndsTheSession()
+{
+    class Unwritable final : public SConcreteCommand<Unwritable>
+    {
+    public:
+        Unwritable()
+            : SConcreteCommand(Wire::word("none"))
+        {
+        }
+
+    private:
+        friend SConcreteCommand;
+        void writeFields(QDataStream &stream) const { stream.setStatus(QDataStream::WriteFailed); }
+    };
+    RawServer server(answers({}));
+    ClientSession session(server.port());
+    QVERIFY(session.open());
+    session.client->enqueueCommand(new Unwritable);
+    QVERIFY(session.ends());
+    QCOMPARE(session.exchanges(), QList<QByteArray>({"none-"}));
+    QCOMPARE(session.finished.value(0), SimpleWorkerError::WorkError);
     QCOMPARE(server.received(), QByteArray());
 }
 
@@ -981,6 +1083,21 @@ void tst_SClientBase::anotherCommandWithinTheFilterHidesTheEmptyQueue()
     QCOMPARE(empty.count(), 1);
 }
 
+void tst_SClientBase::waitingCommandHidesTheEmptyQueue()
+{
+    TestClient client(1);
+    const auto *filter = client.findChild<QTimer *>();
+    SignalLog empty(&client, &SClientBase::commandQueueEmpty);
+    client.clearPendingCommands();
+    QVERIFY(filter->isActive());
+    client.whoAmI();
+    QVERIFY(!filter->isActive());
+    Q_EMIT client.commandResult(SCommandId(), true);
+    QVERIFY(filter->isActive());
+    QTRY_VERIFY(!filter->isActive());
+    QCOMPARE(empty.count(), 0);
+}
+
 void tst_SClientBase::clearPendingCommandsClearsBothQueues()
 {
     TestClient client(1);
@@ -1026,6 +1143,22 @@ void tst_SClientBase::disconnectWithoutSocketDoesNothing()
     QSignalSpy finished(&client, &SClientBase::finished);
     client.disconnect();
     QCOMPARE(finished.count(), 0);
+}
+
+// In the thread of the test, which does not end with the client and delete the socket.
+void tst_SClientBase::closesTheConnectionWhenItHasFinished()
+{
+    RawServer server(answerAndStay(RawBytes::nack()));
+    TestClient client(server.port());
+    SignalLog finished(&client, &SClientBase::finished);
+    client.init();
+    QCOMPARE(client.state(), QAbstractSocket::ConnectedState);
+    client.whoAmI();
+    QTRY_COMPARE(client.state(), QAbstractSocket::UnconnectedState);
+    QVERIFY(!client.isNull());
+    QCOMPARE(finished.count(), 1);
+    QCOMPARE(finished.value(), SimpleWorkerError::WorkError);
+    QVERIFY(server.finishes());
 }
 
 void tst_SClientBase::lossOfTheConnectionEndsTheIdleClient()

@@ -93,10 +93,13 @@ private Q_SLOTS:
     void heldCommandsGoOutAtTheServersVersion();
     void heldCommandThatTheServerLacksIsDropped();
     void orderOfHeldCommandsIsKept();
+    void commandQueuedDuringTheReleaseStaysBehind();
     void handshakeCommandsAreNotHeld();
     void failedLoginKeepsHeldCommands();
+    void failedLoginHoldsNothingMore();
     void laterLoginSendsHeldCommands();
     void statusBeyondTheKnownOnesIsNoLogin();
+    void keepsTheStatusOfTheLastLogin();
     void cutStatusWordIsNoLoginAndEndsTheSession();
 
     void commandThatTheServerLacksIsUnavailable();
@@ -374,6 +377,28 @@ void tst_SClientHandshake::orderOfHeldCommandsIsKept()
     QCOMPARE(received(server, session), expected);
 }
 
+void tst_SClientHandshake::commandQueuedDuringTheReleaseStaysBehind()
+{
+    const QByteArray name = RawBytes::frame(RawBytes::text(u"x"));
+    RawServer server([&](RawConnection &peer) {
+        RawHandshake()(peer);
+        peer.answer(name);
+        peer.answer(name);
+        peer.readToEnd();
+    });
+    ClientSession session(server.port());
+    TestClient *client = session.client;
+    // In the worker's thread, between the first held command and the second.
+    QObject::connect(client, &SClientBase::unavailableCommand, client,
+                     [client] { client->whoAmI(); });
+    QVERIFY(session.open());
+    client->authenticate(u"alice"_s, kPassword);
+    client->enqueueCommand(new ProbeCommand); // the server lacks it
+    client->serverName();
+    QVERIFY(session.waitForExchanges(5));
+    QCOMPARE(session.exchanges().sliced(3), QList<QByteArray>({"srvn+", "wami+"}));
+}
+
 void tst_SClientHandshake::handshakeCommandsAreNotHeld()
 {
     const QByteArray list = RawBytes::frame(RawHandshake::listBody(RawHandshake::baseCommands()));
@@ -425,6 +450,25 @@ void tst_SClientHandshake::failedLoginKeepsHeldCommands()
     QVERIFY(life.expired());
 }
 
+void tst_SClientHandshake::failedLoginHoldsNothingMore()
+{
+    RawServer server([](RawConnection &peer) {
+        peer.send(RawServer::uuid());
+        peer.answer(RawBytes::u32(0));
+        peer.answer();
+        peer.readToEnd();
+    });
+    ClientSession session(server.port());
+    QVERIFY(session.open());
+    session.client->authenticate(u"alice"_s, kPassword);
+    session.client->whoAmI(); // held for good
+    QVERIFY(session.waitForExchanges(1));
+    session.client->enqueueCommand(new ProbeCommand);
+    QVERIFY(session.waitForExchanges(2));
+    QCOMPARE(session.exchanges(), QList<QByteArray>({"auth+", "prob+"}));
+    QCOMPARE(received(server, session), loginBytes() + probeBytes(17));
+}
+
 void tst_SClientHandshake::laterLoginSendsHeldCommands()
 {
     RawServer server([](RawConnection &peer) {
@@ -462,21 +506,55 @@ void tst_SClientHandshake::statusBeyondTheKnownOnesIsNoLogin()
     QCOMPARE(received(server, session), loginBytes());
 }
 
+void tst_SClientHandshake::keepsTheStatusOfTheLastLogin()
+{
+    RawServer server([](RawConnection &peer) {
+        RawHandshake()(peer);
+        peer.answer(RawBytes::u32(0));
+        peer.readToEnd();
+    });
+    ClientSession session(server.port());
+    const auto status = [&session] {
+        AuthenticationStatus value = {};
+        session.inThread([&] { value = session.client->authenticationStatus(); });
+        return value;
+    };
+    QVERIFY(session.open());
+    QCOMPARE(status(), AuthenticationStatus::NotAuthenticated);
+    session.client->authenticate(u"alice"_s, kPassword);
+    QVERIFY(session.waitForExchanges(3));
+    QCOMPARE(status(), AuthenticationStatus::Authenticated);
+    session.client->authenticate(u"alice"_s, kPassword);
+    QVERIFY(session.waitForExchanges(4));
+    QCOMPARE(status(), AuthenticationStatus::NotAuthenticated);
+}
+
 void tst_SClientHandshake::cutStatusWordIsNoLoginAndEndsTheSession()
 {
     RawServer server([](RawConnection &peer) {
-        peer.send(RawServer::uuid());
+        RawHandshake()(peer);
         peer.readCommand();
         peer.send(RawBytes::ack() + QByteArray::fromHex("000000"));
     });
     ClientSession session(server.port());
-    SignalLog status(session.client, &SClientBase::authenticationResult);
+    QList<AuthenticationStatus> told;
+    QList<AuthenticationStatus> kept;
+    TestClient *client = session.client;
+    QObject::connect(client, &SClientBase::authenticationResult, client,
+                     [&](AuthenticationStatus status) {
+                         told.append(status);
+                         kept.append(client->authenticationStatus());
+                     });
     QVERIFY(session.open());
     session.client->authenticate(u"alice"_s, kPassword);
+    QVERIFY(session.waitForExchanges(3));
+    session.client->authenticate(u"alice"_s, kPassword);
     QVERIFY(session.ends());
-    QCOMPARE(status.count(), 1);
-    QCOMPARE(status.value(), AuthenticationStatus::NotAuthenticated);
-    QCOMPARE(session.exchanges(), QList<QByteArray>({"auth-"}));
+    const QList<AuthenticationStatus> expected = {AuthenticationStatus::Authenticated,
+                                                  AuthenticationStatus::NotAuthenticated};
+    QCOMPARE(told, expected);
+    QCOMPARE(kept, expected);
+    QCOMPARE(session.exchanges(), QList<QByteArray>({"auth+", "cmdl+", "strv+", "auth-"}));
 }
 
 void tst_SClientHandshake::commandThatTheServerLacksIsUnavailable()
@@ -683,6 +761,9 @@ void tst_SClientHandshake::secondLoginAsksForNoListAndHoldsNothing()
     QVERIFY(session.waitForExchanges(7));
     QCOMPARE(session.exchanges().sliced(3),
              QList<QByteArray>({"auth+", "wami+", "auth+", "wami+"}));
+    const QByteArray loginAndQuestion = loginBytes() + RawBytes::command("wami");
+    QCOMPARE(received(server, session), loginBytes() + listBytes() + streamVersionBytes() +
+                                            loginAndQuestion + loginAndQuestion);
 }
 
 void tst_SClientHandshake::commandsFromManyThreadsAllArrive()
