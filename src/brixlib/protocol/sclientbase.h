@@ -64,7 +64,8 @@ public:
                 QObject *parent = nullptr);
     ~SClientBase() override;
 
-    //! Sends the first waiting command and handles its answer.
+    //! Sends the first waiting command, handles its answer, and tells by commandResult() how it
+    //! went; with no command waiting, the id is null. False ends the session.
     bool doWork() override;
 
     // Queries.
@@ -86,7 +87,8 @@ public:
      */
     virtual int connectionCommandVersion(SCommand *command) const;
 
-    //! Milliseconds that commandQueueEmpty() is held back by clients made from now on; 0 at first.
+    //! Milliseconds that commandQueueEmpty() is held back by clients made from now on; 0 at first,
+    //! never negative.
     static int queueEmptyFilterTimeout();
     static void setQueueEmptyFilterTimeout(int milliseconds);
 
@@ -117,6 +119,7 @@ public Q_SLOTS:
     void authenticate(const QString &username, const QString &password);
     void authenticate(const QString &username, const Security::SSecureString &password);
     void authenticate(const Security::SSecureCredential &credential);
+    //! Asks for the server's commands anew, and agrees on the stream version once more.
     void commandList();
     void serverName();
     void whoAmI();
@@ -134,18 +137,27 @@ public Q_SLOTS:
     void clearPendingCommands();
 
 Q_SIGNALS:
-    //! The worker has started.
+    //! Once, when the greeting has been read: authenticate() may be called from here on.
     void connected(const QHostAddress &address);
-    //! A command was dropped because the server does not have it.
+    //! A command was dropped because the server does not have it. Comes from the thread that queued
+    //! it, or from the worker's for one that was held back until the login.
     void unavailableCommand(const SCommandId &id);
+    //! The first command has come into the empty queue; those that are held back do not count.
     void commandQueueNotEmpty();
     //! The queue has stayed empty past queueEmptyFilterTimeout().
     void commandQueueEmpty();
+    //! One command has come into the queue.
     void commandEnqueue();
+    //! One command was taken out of the queue to be sent.
     void commandDequeue();
+
+    // Answers. Each comes before the commandResult() of its command.
+
     //! The server's commands. The form with versions comes first.
     void commandListResult(const QList<SCommandId> &list);
     void commandListResult(const QHash<SCommandId, qint32> &list);
+    //! NotAuthenticated also when the server took the command but sent no status; commandResult()
+    //! then tells of a failure.
     void authenticationResult(const AuthenticationStatus &value);
     void serverNameResult(const QString &value);
     void whoAmIResult(const QString &value);
@@ -156,7 +168,8 @@ Q_SIGNALS:
     void linkTestFinished(double uploadBytesPerSeconds, double downloadBytesPerSeconds);
 
 protected:
-    //! Connects and reads the greeting.
+    //! Connects and reads the greeting. When the server closes the connection meanwhile, finished()
+    //! comes twice: with InterruptRequested and then with InitError.
     bool workerInit() override;
     /*!
      * The client's half of a command's answer, in the worker thread, after the server has accepted
@@ -175,7 +188,8 @@ protected:
     int commandVersion(const SCommandId &id) const;
     /*!
      * Queues \a command, of which it takes ownership, at the version that the server has. One that
-     * the server lacks is deleted with unavailableCommand(). From any thread.
+     * the server lacks is deleted with unavailableCommand(). While a login is under way, all but
+     * the commands of the login itself are held back. From any thread.
      */
     void enqueueCommand(SCommand *command);
     //! Writes \a command and reads the server's word; true if the server has accepted it.
