@@ -52,6 +52,25 @@ public:
     using SBandwidthDevice::SBandwidthDevice;
 };
 
+void addDirections()
+{
+    QTest::addColumn<bool>("reading");
+    QTest::newRow("reading") << true;
+    QTest::newRow("writing") << false;
+}
+
+void limitBothTo(SBandwidthDevice *device, qint64 bytesPerSecond)
+{
+    device->setReadBandwidth(bytesPerSecond);
+    device->setWriteBandwidth(bytesPerSecond);
+}
+
+qint64 transfer(SBandwidthDevice *device, bool reading, qsizetype size)
+{
+    QByteArray block(size, 'x');
+    return reading ? device->read(block.data(), size) : device->write(block);
+}
+
 } // namespace
 
 class tst_SBandwidthDevice : public QObject
@@ -318,41 +337,51 @@ private Q_SLOTS:
         QVERIFY(source.reads.isEmpty());
     }
 
+    void requestOfTwiceTheLimitGoesInPieces_data() { addDirections(); }
+
     void requestOfTwiceTheLimitGoesInPieces()
     {
+        QFETCH(bool, reading);
         Source source;
         SBandwidthDevice device(&source);
-        device.setWriteBandwidth(1000);
-        QVERIFY(device.open(QIODevice::WriteOnly));
-        const QByteArray block(2000, 'x');
-        QCOMPARE(device.write(block), 1000);
-        QCOMPARE(source.writes, QList<qint64>{1000});
+        limitBothTo(&device, 1000);
+        QVERIFY(device.open(QIODevice::ReadWrite));
+        QCOMPARE(transfer(&device, reading, 2000), 1000);
+        QCOMPARE(reading ? source.reads : source.writes, QList<qint64>{1000});
     }
+
+    void pieceIsHalfOfTheRequestAtTheLeast_data() { addDirections(); }
+
+    // 400 of 1000 bytes have gone: half of the next 1000 may go after 800 ms, a first byte after
+    // 401.
+    void pieceIsHalfOfTheRequestAtTheLeast()
+    {
+        QFETCH(bool, reading);
+        Source source;
+        SBandwidthDevice device(&source);
+        limitBothTo(&device, 1000);
+        QVERIFY(device.open(QIODevice::ReadWrite));
+        QCOMPARE(transfer(&device, reading, 400), 400);
+        // Within the same millisecond the rest of the limit would be free.
+        QThread::msleep(1);
+        const qint64 piece = transfer(&device, reading, 1000);
+        QVERIFY2(piece >= 500, qPrintable(QString::number(piece)));
+    }
+
+    void limitHoldsTheCallerBack_data() { addDirections(); }
 
     // The first kilobyte goes at once; the second waits until the first has aged out.
-    void limitHoldsTheCallerBack_data()
-    {
-        QTest::addColumn<bool>("reading");
-        QTest::newRow("reading") << true;
-        QTest::newRow("writing") << false;
-    }
-
     void limitHoldsTheCallerBack()
     {
         QFETCH(bool, reading);
         Source source;
         SBandwidthDevice device(&source);
-        device.setReadBandwidth(1000);
-        device.setWriteBandwidth(1000);
+        limitBothTo(&device, 1000);
         QVERIFY(device.open(QIODevice::ReadWrite));
-        QByteArray block(1000, 'x');
-        const auto transfer = [&] {
-            return reading ? device.read(block.data(), block.size()) : device.write(block);
-        };
         QElapsedTimer clock;
         clock.start();
-        QCOMPARE(transfer(), 1000);
-        QCOMPARE(transfer(), 1000);
+        QCOMPARE(transfer(&device, reading, 1000), 1000);
+        QCOMPARE(transfer(&device, reading, 1000), 1000);
         QVERIFY2(clock.elapsed() >= 999, qPrintable(QString::number(clock.elapsed())));
     }
 

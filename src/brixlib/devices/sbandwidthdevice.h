@@ -17,7 +17,9 @@ namespace Talverine {
  *     slow.open(QIODevice::ReadOnly);
  *
  * While limited, reading and writing block the calling thread and its event loop until half of the
- * request may go. A request above twice the limit thus blocks for ever.
+ * request may go. A request above twice the limit thus blocks for ever; readAll() makes one of all
+ * that is left, or one of 16 KiB after the other from a sequential device. A limited request may be
+ * served in part with more to come, that of readAll() too.
  *
  * The underlying device stays its owner's. Lives in one thread, the underlying device's.
  */
@@ -60,7 +62,7 @@ protected:
     qint64 readData(char *data, qint64 maxSize) override;
     qint64 writeData(const char *data, qint64 size) override;
 
-    //! Hands what the underlying device has buffered to the system; true when it keeps no buffer.
+    //! Hands what an underlying file has buffered to the system; true for any other device.
     bool flush();
 
 private:

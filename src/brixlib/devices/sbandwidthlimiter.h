@@ -12,10 +12,14 @@ namespace Talverine {
 /*!
  * Measures how many bytes went through in a sliding time interval and tells how many more may go.
  *
- *     while (limiter.transferableBytes() == 0)
+ *     qint64 allowed;
+ *     while ((allowed = limiter.transferableBytes()) == 0)
  *         QThread::msleep(1);
- *     const qint64 written = device->write(data, qMin(size, limiter.transferableBytes()));
- *     limiter.transferred(written);
+ *     const qint64 written = device->write(data, qMin(size, allowed));
+ *     if (written > 0)
+ *         limiter.transferred(written);
+ *
+ * What may go can fall from one millisecond to the next with nothing transferred: ask once.
  *
  * The clock is the wall clock; after it was set back, samples that lie in the future are dropped.
  *
