@@ -237,6 +237,47 @@ private Q_SLOTS:
         QVERIFY(!transfer().send(&source, 7));
     }
 
+    // The files of some systems claim more than they give, and are never at their end.
+    void sourceThatGivesNoMoreIsNotWaitedFor_data()
+    {
+        QTest::addColumn<qint64>("claimed");
+        QTest::addColumn<bool>("succeeds");
+        QTest::newRow("all that was claimed has come") << qint64(7) << true;
+        QTest::newRow("more was claimed") << qint64(4096) << false;
+    }
+    void sourceThatGivesNoMoreIsNotWaitedFor()
+    {
+        class NeverAtEnd : public Giver
+        {
+        public:
+            using Giver::Giver;
+            bool atEnd() const override { return false; }
+        };
+        QFETCH(const qint64, claimed);
+        QFETCH(const bool, succeeds);
+        NeverAtEnd source("1234567", 100);
+        QCOMPARE(transfer().send(&source, claimed), succeeds);
+        QCOMPARE(m_peer.receive(7), "1234567");
+    }
+
+    void connectionThatIsLostWithTheLastBlockIsAFailure_data() { lostConnectionIsAFailure_data(); }
+    void connectionThatIsLostWithTheLastBlockIsAFailure()
+    {
+        QFETCH(const bool, resets);
+        // So small that a part of the block waits in the socket until the peer reads.
+        m_socket->setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, 4096);
+        const qint64 size = 262144;
+        Giver source(FileTree::content(size), size);
+        const std::unique_ptr<QThread> leaver(QThread::create([&] {
+            m_peer.receive(10);
+            resets ? m_peer.reset() : m_peer.close();
+        }));
+        leaver->start();
+        const bool sent = transfer(10000).send(&source, size);
+        QVERIFY(leaver->wait(20000));
+        QVERIFY(!sent);
+    }
+
     void sourceOfAnotherSizeIsAFailure_data()
     {
         QTest::addColumn<qint64>("claimed");

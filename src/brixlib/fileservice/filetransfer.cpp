@@ -113,6 +113,9 @@ bool FileTransfer::send(QIODevice *source, qint64 size)
         if (isInterrupted())
             return false;
         const qint64 count = source->read(buffer.get(), kBufferBytes);
+        // Files in /sys claim more than they give and are never at their end.
+        if (count == 0)
+            break;
         if (count < 0 || !writeWhole(m_socket, buffer.get(), count) || !drain())
             return false;
         meter.add(count);
@@ -131,13 +134,18 @@ bool FileTransfer::drain()
         if (m_socket->waitForBytesWritten(kWaitSliceMs))
             idle.start();
     }
-    return true;
+    // What was still to be written is gone with a connection that is lost.
+    return isConnected();
+}
+
+bool FileTransfer::isConnected() const
+{
+    return m_socket->state() == QAbstractSocket::ConnectedState;
 }
 
 bool FileTransfer::mayGoOn(const QElapsedTimer &idle) const
 {
-    return m_socket->state() == QAbstractSocket::ConnectedState && !isInterrupted() &&
-           !(m_timeout >= 0 && idle.hasExpired(m_timeout));
+    return isConnected() && !isInterrupted() && !(m_timeout >= 0 && idle.hasExpired(m_timeout));
 }
 
 bool openForReading(QFile *file)

@@ -34,11 +34,13 @@ public:
 
     //! Copies exactly \a size bytes from the socket to \a target.
     [[nodiscard]] bool receive(QIODevice *target, qint64 size);
-    //! Copies \a source to its end to the socket; false also if that was not \a size bytes.
+    //! Copies \a source to its end to the socket; false also if that was not \a size bytes. A
+    //! source that gives nothing is at its end.
     [[nodiscard]] bool send(QIODevice *source, qint64 size);
 
 private:
     bool drain();
+    bool isConnected() const;
     bool mayGoOn(const QElapsedTimer &idle) const;
 
     QAbstractSocket *m_socket;
