@@ -356,6 +356,9 @@ bool SCommunicatorBase::pump(QIODevice *target, QIODevice *source, QIODevice *pe
     sinceKeepAlive.start();
     while (!source->atEnd()) {
         const qint64 count = source->read(buffer.get(), kCopyBufferBytes);
+        // Files in /sys claim more than they give and are never at their end.
+        if (count == 0)
+            break;
         if (count < 0 || !writeWhole(target, buffer.get(), count) || isStopOverdue())
             return false;
         if (peer && sinceKeepAlive.hasExpired(kKeepAliveIntervalMs)) {
