@@ -7,6 +7,7 @@
 #include <shared/rawclient.h>
 
 #include <QtCore/QRegularExpression>
+#include <QtCore/QSemaphore>
 #include <QtCore/QStorageInfo>
 
 #include <sys/stat.h>
@@ -68,6 +69,8 @@ private Q_SLOTS:
     {
         m_client.reset();
         QVERIFY(m_server->waitForEnd());
+        // Removing a slow tree would be slow too.
+        QFile::remove(chained(kChain));
         m_server.reset();
     }
 
@@ -164,6 +167,65 @@ private Q_SLOTS:
         m_client->send(sent);
         QCOMPARE(m_client->read(reply.size()).toHex(' '), reply.toHex(' '));
         verifySessionGoesOn();
+    }
+
+    void linkToNowhereGetsTheStatedResult_data()
+    {
+        QTest::addColumn<QByteArray>("sent");
+        QTest::addColumn<QByteArray>("reply");
+        QTest::addColumn<QString>("added");
+        QTest::addColumn<bool>("stays");
+        const QByteArray link = text(u"dangling");
+        const QByteArray newName = text(u"new");
+        const QByteArray refused = ack() + nack();
+        const QByteArray noFiles = ack() + frame(u32(0)) + ack();
+        const QString none;
+        QTest::newRow("changeDir") << command("cd__", link) << no() << none << true;
+        QTest::newRow("makeDir") << command("mkd_", link) << no() << none << true;
+        QTest::newRow("removeDir") << command("rmd_", link) << yes() << none << false;
+        QTest::newRow("removeFile") << command("rmf_", link) << yes() << none << false;
+        QTest::newRow("exists") << command("exst", link) << no() << none << true;
+        QTest::newRow("renameFile")
+            << command("rnf_", link + newName) << yes() << u"new"_s << false;
+        QTest::newRow("renameDir") << command("rnd_", link + newName) << yes() << u"new"_s << false;
+        QTest::newRow("copyFile, an empty one comes of it")
+            << command("cpyf", link + newName) << yes() << u"new"_s << true;
+        QTest::newRow("copyFile, through it")
+            << command("cpyf", text(u"a.txt") + link) << yes() << u"nowhere"_s << true;
+        QTest::newRow("copyDir, an empty one comes of it")
+            << command("cpyd", link + newName) << yes() << u"new/"_s << true;
+        QTest::newRow("copyDir, onto it")
+            << command("cpyd", text(u"folder") + link) << no() << none << true;
+        QTest::newRow("setFilePermissions")
+            << command("aflp", u32(0x77770000) + link) << no() << none << true;
+        QTest::newRow("getDevice") << command("gfio", link) << refused << none << true;
+        QTest::newRow("sendDevice, in its place")
+            << command("siof", link) + u64(1) + "x" << ack() + ack() << u"dangling"_s << false;
+        QTest::newRow("sendDevice, below it")
+            << command("siof", text(u"dangling/x")) + u64(1) + "x" << refused << none << true;
+        QTest::newRow("getDir") << command("getd",
+                                           fileFields(0x00010200, 0, u"dangling"_s, u"x"_s, false),
+                                           0x00010200)
+                                << noFiles << none << true;
+    }
+    void linkToNowhereGetsTheStatedResult()
+    {
+        QFETCH(const QByteArray, sent);
+        QFETCH(const QByteArray, reply);
+        QFETCH(const QString, added);
+        QFETCH(const bool, stays);
+        makeTree();
+        QStringList expected = FileTree::below(m_server->home());
+        if (!stays)
+            expected.removeOne(u"dangling"_s);
+        if (!added.isEmpty())
+            expected.append(added);
+        expected.sort();
+        QVERIFY(login());
+        QCOMPARE(exchange(sent, reply.size()).toHex(' '), reply.toHex(' '));
+        QCOMPARE(FileTree::below(m_server->home()), expected);
+        QCOMPARE(QFileInfo(m_server->path(u"dangling"_s)).isSymLink(), stays);
+        QCOMPARE(FileTree::read(m_server->path(u"a.txt"_s)), "aaa");
     }
 
     void nullPermissionsEndTheSession_data()
@@ -303,6 +365,29 @@ private Q_SLOTS:
         QTRY_COMPARE(m_server->log, QStringList{u"fileSystemSensitivityCheck"_s});
     }
 
+    void slotRunsBeforeTheSensitivityIsTold()
+    {
+        QSemaphore reached;
+        QSemaphore mayGoOn;
+        m_server->configure = [&](SServerFtp &session) {
+            connect(
+                &session, &SServerFtp::fileSystemSensitivityCheck, &session,
+                [&] {
+                    reached.release();
+                    mayGoOn.tryAcquire(1, kPatienceMs);
+                },
+                Qt::DirectConnection);
+        };
+        QVERIFY(login());
+        QCOMPARE(exchange(command("fsse"), 4), ack());
+        const bool called = reached.tryAcquire(1, kPatienceMs);
+        const bool quiet = m_client->staysQuiet(100);
+        mayGoOn.release();
+        QVERIFY(called);
+        QVERIFY(quiet);
+        QCOMPARE(m_client->read(8), u32(1) + ack());
+    }
+
     void storageIsToldInTheFormOfTheClient_data()
     {
         QTest::addColumn<quint32>("version");
@@ -351,6 +436,21 @@ private Q_SLOTS:
             << u"in"_s << u"*.txt; *.csv"_s << 0U << QStringList{u"a.txt"_s, u"b.csv"_s};
         QTest::newRow("patterns of blanks only")
             << u"in"_s << u" ; "_s << 0U
+            << QStringList{u".h"_s, u"a.txt"_s, u"b.csv"_s, u"c.bin"_s};
+        QTest::newRow("patterns in the tree")
+            << u"in"_s << u"*.txt"_s << 1U << QStringList{u"a.txt"_s, u"sub/d.txt"_s};
+        QTest::newRow("patterns do not look at case")
+            << u"in"_s << u"A.*;*.CSV"_s << 0U << QStringList{u"a.txt"_s, u"b.csv"_s};
+        QTest::newRow("patterns with one letter and with a set of letters")
+            << u"in"_s << u"?.txt;[bc].*"_s << 0U
+            << QStringList{u"a.txt"_s, u"b.csv"_s, u"c.bin"_s};
+        QTest::newRow("patterns are for whole names")
+            << u"in"_s << u".txt;a;in/a.txt;*.c"_s << 1U << QStringList();
+        QTest::newRow("a pattern that cannot be read")
+            << u"in"_s << u"[;*.csv"_s << 0U << QStringList{u"b.csv"_s};
+        QTest::newRow("nothing but such a pattern") << u"in"_s << u"["_s << 0U << QStringList();
+        QTest::newRow("all names and more")
+            << u"in"_s << u"*.txt;*"_s << 0U
             << QStringList{u".h"_s, u"a.txt"_s, u"b.csv"_s, u"c.bin"_s};
         QTest::newRow("a missing folder") << u"missing"_s << QString() << 1U << QStringList();
         QTest::newRow("a file") << u"in/a.txt"_s << QString() << 1U << QStringList();
@@ -406,6 +506,60 @@ private Q_SLOTS:
         QCOMPARE(m_client->read(4), ack());
     }
 
+    void longSearchWithoutAMatchKeepsANewerClientAlive()
+    {
+        QVERIFY(makeSlowTree(400));
+        QVERIFY(login());
+        m_client->send(
+            command("gfls", text(u"slow") + text(u"*.txt") + text(u"") + u32(1), 0x00010100));
+        QCOMPARE(m_client->read(8), ack() + QByteArray::fromHex("50A050A0"));
+        quint32 word = m_client->readWord();
+        while (word == 0x50A050A0)
+            word = m_client->readWord();
+        QVERIFY(splitList(m_client->read(word)).second.isEmpty());
+        QCOMPARE(m_client->read(4), ack());
+    }
+
+    void longSearchOfAnOldClientSendsNothingMeanwhile()
+    {
+        QVERIFY(makeSlowTree(400));
+        QVERIFY(login());
+        QElapsedTimer searching;
+        searching.start();
+        m_client->send(
+            command("getd", fileFields(0x00010200, 0, u"slow"_s, u"x"_s, false), 0x00010200));
+        QCOMPARE(m_client->read(4), ack());
+        QCOMPARE(splitList(text(u"") + m_client->readFrame()).second.size(), 400);
+        QVERIFY(searching.elapsed() > 100);
+        QCOMPARE(m_client->read(4), ack());
+    }
+
+    void longSearchSeesAStop_data()
+    {
+        QTest::addColumn<QByteArray>("sent");
+        const auto search = [](QStringView filters) {
+            return command("gfls", text(u"slow") + text(filters) + text(u"") + u32(1), 0x00010100);
+        };
+        QTest::newRow("all files") << search(u"");
+        QTest::newRow("without a match") << search(u"*.txt");
+        QTest::newRow("of an old client")
+            << command("getd", fileFields(0x00010200, 0, u"slow"_s, u"x"_s, false), 0x00010200);
+    }
+    void longSearchSeesAStop()
+    {
+        QFETCH(const QByteArray, sent);
+        QVERIFY(makeSlowTree(3000));
+        m_server->host().timeoutMs = 500;
+        QVERIFY(login());
+        QCOMPARE(exchange(sent, 4), ack());
+        QTest::qWait(50);
+        QElapsedTimer stopping;
+        stopping.start();
+        m_server->host().controller.interruptWorkers();
+        QVERIFY(m_server->waitForEnd());
+        QVERIFY(stopping.elapsed() < 1500);
+    }
+
     void oldListOfFilesCutsTheCurrentDirectoryOut_data()
     {
         QTest::addColumn<bool>("enabled");
@@ -418,6 +572,9 @@ private Q_SLOTS:
             << false << u"in"_s << u""_s << QStringList{u"/in/a.txt"_s, u"/in/sub/b.txt"_s};
         QTest::newRow("document root")
             << true << u""_s << u"/in"_s << QStringList{u"/in/a.txt"_s, u"/in/sub/b.txt"_s};
+        // The old form knows only files below the current directory.
+        QTest::newRow("from a folder that begins alike")
+            << false << u"in"_s << u"../inn"_s << QStringList{u"/in/n/c.txt"_s};
         QTest::newRow("a missing folder") << false << u""_s << u"missing"_s << QStringList();
     }
     void oldListOfFilesCutsTheCurrentDirectoryOut()
@@ -430,6 +587,7 @@ private Q_SLOTS:
         QVERIFY(enabled == top.isEmpty());
         QVERIFY(FileTree::write(m_server->path(u"in/a.txt"_s), "x"));
         QVERIFY(FileTree::write(m_server->path(u"in/sub/b.txt"_s), "x"));
+        QVERIFY(FileTree::write(m_server->path(u"inn/c.txt"_s), "x"));
         QVERIFY(login());
         QCOMPARE(exchange(command("cd__", text(current)), 9), yes());
         m_client->send(command("getd", fileFields(0x00010200, 0, asked, u"x"_s, true), 0x00010200));
@@ -446,6 +604,19 @@ private Q_SLOTS:
         // The flag is the client's business.
         QVERIFY(QFileInfo::exists(m_server->path(u"in/a.txt"_s)));
         verifySessionGoesOn();
+    }
+
+    void oldListOfFilesCutsTheCurrentDirectoryOutWhereverItStands()
+    {
+        const QString folder = m_server->path(u"in"_s);
+        QVERIFY(FileTree::write(folder + folder + u"/a.txt"_s, "x"));
+        QVERIFY(login());
+        QCOMPARE(exchange(command("cd__", text(u"in")), 9), yes());
+        m_client->send(
+            command("getd", fileFields(0x00010200, 0, u""_s, u"x"_s, false), 0x00010200));
+        QCOMPARE(m_client->read(4), ack());
+        QCOMPARE(m_client->readFrame().toHex(' '), names({folder + u"/a.txt"_s}).toHex(' '));
+        QCOMPARE(m_client->read(4), ack());
     }
 
     // Files that leave
@@ -478,6 +649,112 @@ private Q_SLOTS:
                      (QStringList{u"getFileStarted "_s + path,
                                   u"getFileFinished %1 %2"_s.arg(path, word(removes))}));
         verifySessionGoesOn();
+    }
+
+    void removalOfAFileThatIsGoneCountsAsDone()
+    {
+        constexpr int kSize = 8 << 20;
+        const QString path = m_server->path(u"a.bin"_s);
+        QVERIFY(FileTree::write(path, QByteArray(kSize, 'x')));
+        QVERIFY(login());
+        m_client->socket().setReadBufferSize(65536);
+        m_client->send(
+            command("getf", fileFields(0x00010200, 0, u"a.bin"_s, u"x"_s, true), 0x00010200));
+        QCOMPARE(m_client->read(12), ack() + u64(kSize));
+        QVERIFY(QFile::remove(path));
+        m_client->socket().setReadBufferSize(0);
+        QCOMPARE(m_client->read(kSize).size(), kSize);
+        QCOMPARE(m_client->read(4), ack());
+        QTRY_COMPARE(m_server->log.value(1), u"getFileFinished %1 true"_s.arg(path));
+    }
+
+    void progressIsTold_data()
+    {
+        QTest::addColumn<bool>("sends");
+        QTest::addColumn<QByteArray>("sent");
+        QTest::newRow("getFile") << false
+                                 << command("getf",
+                                            fileFields(0x00010200, 0, u"a"_s, u"x"_s, false),
+                                            0x00010200);
+        QTest::newRow("getDevice") << false << command("gfio", text(u"a"));
+        QTest::newRow("sendFile") << true
+                                  << command("sndf",
+                                             fileFields(0x00020000, 0, u"x"_s, u"a"_s, false),
+                                             0x00020000);
+        QTest::newRow("sendDevice") << true << command("siof", text(u"a"));
+    }
+    void progressIsTold()
+    {
+        QFETCH(const bool, sends);
+        QFETCH(const QByteArray, sent);
+        constexpr int kPieces = 8;
+        constexpr qint64 kSize = 131072 * kPieces;
+        QList<std::pair<qint64, qint64>> reports;
+        QStringList order;
+        QObject context;
+        const auto note = [&](qint64 done, qint64 size) { reports.append({done, size}); };
+        const auto noteEnd = [&] { order.append(u"%1 reports"_s.arg(reports.size())); };
+        m_server->configure = [&](SServerFtp &session) {
+            connect(&session, &SServerFtp::getFileTransferredSize, &context, note);
+            connect(&session, &SServerFtp::getFileFinished, &context, noteEnd);
+            connect(&session, &SServerFtp::sendFileTransferredSize, &context, note);
+            connect(&session, &SServerFtp::sendFileFinished, &context, noteEnd);
+        };
+        const QByteArray piece(kSize / kPieces, 'x');
+        if (!sends) {
+            QVERIFY(FileTree::write(m_server->path(u"a"_s), piece.repeated(kPieces)));
+            m_server->sendingLimit = 2 * kSize;
+        }
+        QVERIFY(login());
+
+        QElapsedTimer moving;
+        moving.start();
+        m_client->send(sent);
+        QCOMPARE(m_client->read(4), ack());
+        if (sends) {
+            m_client->send(u64(kSize));
+            for (int i = 0; i < kPieces; ++i) {
+                m_client->send(piece);
+                QTest::qWait(60);
+            }
+        } else {
+            QCOMPARE(m_client->read(8 + kSize).size(), 8 + kSize);
+        }
+        QCOMPARE(m_client->read(4), ack());
+        QTRY_COMPARE(order.size(), 1);
+
+        // The last one tells the end, just before the file is told to be there.
+        QCOMPARE(order.first(), u"%1 reports"_s.arg(reports.size()));
+        QCOMPARE(reports.last(), std::make_pair(kSize, kSize));
+        QVERIFY(reports.size() >= 2);
+        QVERIFY(reports.size() <= moving.elapsed() / 100 + 1);
+        for (qsizetype i = 1; i < reports.size(); ++i) {
+            QVERIFY(reports.at(i).first >= reports.at(i - 1).first);
+            QCOMPARE(reports.at(i - 1).second, kSize);
+        }
+    }
+
+    void emptyFileIsToldAsDone_data()
+    {
+        QTest::addColumn<QByteArray>("sent");
+        QTest::newRow("getDevice") << command("gfio", text(u"empty"));
+        QTest::newRow("sendDevice") << command("siof", text(u"empty")) + u64(0);
+    }
+    void emptyFileIsToldAsDone()
+    {
+        QFETCH(const QByteArray, sent);
+        QVERIFY(FileTree::write(m_server->path(u"empty"_s), ""));
+        QList<std::pair<qint64, qint64>> reports;
+        QObject context;
+        const auto note = [&](qint64 done, qint64 size) { reports.append({done, size}); };
+        m_server->configure = [&](SServerFtp &session) {
+            connect(&session, &SServerFtp::getFileTransferredSize, &context, note);
+            connect(&session, &SServerFtp::sendFileTransferredSize, &context, note);
+        };
+        QVERIFY(login());
+        m_client->send(sent);
+        QTRY_COMPARE(m_server->log.size(), 2);
+        QCOMPARE(reports, (QList<std::pair<qint64, qint64>>{{0, 0}}));
     }
 
     void emptyFileLeavesAsASizeOnly()
@@ -603,6 +880,8 @@ private Q_SLOTS:
         QTest::addColumn<QString>("target");
         QTest::newRow("a file in the way of its folder") << u"a.txt/b.txt"_s;
         QTest::newRow("a folder in its way") << u"folder"_s;
+        QTest::newRow("an empty folder in its way") << u"empty"_s;
+        QTest::newRow("no name") << u""_s;
         QTest::newRow("a name that is too long") << QString(300, u'x');
         QTest::newRow("a folder whose name the rule for files changes") << u"new|dir/b.txt"_s;
     }
@@ -610,6 +889,7 @@ private Q_SLOTS:
     {
         QFETCH(const QString, target);
         makeTree();
+        QVERIFY(QDir(m_server->home()).mkpath(u"empty"_s));
         const QStringList before = FileTree::below(m_server->home());
         if (target.contains(u'|'))
             QTest::ignoreMessage(QtDebugMsg,
@@ -623,6 +903,29 @@ private Q_SLOTS:
         after.removeOne(u"new|dir/"_s);
         QCOMPARE(after, before);
         QCOMPARE(FileTree::read(m_server->path(u"a.txt"_s)), "aaa");
+    }
+
+    void fileWithoutANameLeavesTheCurrentDirectoryAlone()
+    {
+        makeTree();
+        QVERIFY(QDir(m_server->home()).mkpath(u"empty"_s));
+        const QStringList before = FileTree::below(m_server->home());
+        QVERIFY(login());
+        QCOMPARE(exchange(command("cd__", text(u"empty")), 9), yes());
+        m_client->send(command("sndf", fileFields(0x00020000, 0, u""_s, u""_s, false), 0x00020000) +
+                       u64(1) + "x");
+        QCOMPARE(m_client->read(8), ack() + nack());
+        QVERIFY(m_client->waitForEnd());
+        QVERIFY(m_server->waitForEnd());
+        QCOMPARE(FileTree::below(m_server->home()), before);
+    }
+
+    void markersInNamesAreLetters()
+    {
+        QVERIFY(login());
+        QCOMPARE(exchange(command("siof", text(u"50%2 off/100%1.txt")) + u64(1) + "x", 8),
+                 ack() + ack());
+        QCOMPARE(FileTree::read(m_server->path(u"50%2 off/100%1.txt"_s)), "x");
     }
 
     void namesThatNoFileMayHaveAreFixed()
@@ -665,9 +968,10 @@ private Q_SLOTS:
         const quint32 first = 0x00010000;
         for (const bool enabled : {false, true}) {
             const char *const mode = enabled ? ", document root" : "";
-            for (const QString &outside : {u"../bob/b.txt"_s, u"/etc"_s, u"../bob"_s}) {
-                // With a document root an absolute path lies inside by itself.
-                if (enabled && outside.startsWith(u'/'))
+            for (const QString &outside : {u"../bob/b.txt"_s, u"/etc"_s, u"../bob"_s,
+                                           u"folder/../../bob"_s, u"/../bob/b.txt"_s}) {
+                // With a document root an absolute path lies inside unless it climbs out.
+                if (enabled && outside == u"/etc")
                     continue;
                 const QByteArray out = text(outside);
                 const QByteArray in = text(u"a.txt");
@@ -724,6 +1028,54 @@ private Q_SLOTS:
         // Not even asked of the local tree.
         m_client.reset();
         QVERIFY(m_server->waitForEnd());
+        QVERIFY(m_server->log.isEmpty());
+    }
+
+    // A field that cannot be read is not an empty path.
+    void commandThatCannotBeReadTouchesNothing_data()
+    {
+        QTest::addColumn<QByteArray>("id");
+        QTest::addColumn<QByteArray>("fields");
+        const QByteArray path = text(u"folder");
+        const QHash<QByteArray, QByteArray> heads{
+            {"aflp", u32(0x77770000)},
+            {"rnf_", path},
+            {"rnd_", path},
+            {"cpyf", path},
+            {"cpyd", path},
+            {"getf", i64(0)},
+            {"getd", i64(0)},
+            {"sndf", i64(0)},
+        };
+        for (const QByteArray &id :
+             {"cd__"_ba, "mkd_"_ba, "rmd_"_ba, "lstd"_ba, "rmf_"_ba, "exst"_ba, "rnf_"_ba,
+              "rnd_"_ba, "cpyf"_ba, "cpyd"_ba, "aflp"_ba, "getf"_ba, "sndf"_ba, "getd"_ba,
+              "gfls"_ba, "gfio"_ba, "siof"_ba}) {
+            const QByteArray head = heads.value(id);
+            const auto row = [&](const char *what, const QByteArray &fields) {
+                QTest::addRow("%s, %s", id.constData(), what) << id << fields;
+            };
+            row("no field", {});
+            row("a text that is missing", head);
+            row("half a length", head + u32(0).first(2));
+            row("a text that is cut", head + path.chopped(1));
+            row("a text of an odd size", head + u32(3) + "abc");
+            row("a text of 2 GiB", head + u32(0x7FFFFFFE) + path);
+            row("a text of 4 GiB", head + u32(0xFFFFFFFC) + path);
+        }
+    }
+    void commandThatCannotBeReadTouchesNothing()
+    {
+        QFETCH(const QByteArray, id);
+        QFETCH(const QByteArray, fields);
+        makeTree();
+        const QStringList before = FileTree::below(m_server->home());
+        QVERIFY(login());
+        m_client->send(command(id, fields));
+        QCOMPARE(m_client->read(4), nack());
+        QVERIFY(m_client->endsHere());
+        QVERIFY(m_server->waitForEnd());
+        QCOMPARE(FileTree::below(m_server->home()), before);
         QVERIFY(m_server->log.isEmpty());
     }
 
@@ -786,6 +1138,8 @@ private Q_SLOTS:
     }
 
 private:
+    static constexpr int kChain = 38; // the system follows 40
+
     //! a.txt, folder/c.txt, folder/sub/d.txt and a link to nowhere.
     void makeTree()
     {
@@ -801,8 +1155,6 @@ private:
      */
     bool makeSlowTree(int count)
     {
-        constexpr int kChain = 38; // the system follows 40
-        const auto chained = [this](int i) { return m_server->path(u"chain%1"_s.arg(i)); };
         if (!FileTree::write(chained(0), "x") || !QDir(m_server->home()).mkpath(u"slow"_s))
             return false;
         for (int i = 1; i <= kChain; ++i) {
@@ -816,6 +1168,8 @@ private:
         }
         return true;
     }
+
+    QString chained(int i) const { return m_server->path(u"chain%1"_s.arg(i)); }
 
     static void documentRoot()
     {

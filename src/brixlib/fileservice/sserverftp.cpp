@@ -39,6 +39,9 @@
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
+#include <QtCore/QRegularExpression>
+
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
@@ -47,6 +50,37 @@ namespace Talverine {
 namespace {
 
 constexpr QDir::Filters kEveryEntry = QDir::AllEntries | QDir::Hidden | QDir::System;
+
+/*!
+ * Patterns for names, as QDirIterator reads them; without any, all names fit. QDirIterator itself
+ * would pass in silence over what does not fit, so a long search in vain would neither see a stop
+ * nor keep its client alive.
+ */
+class NamePatterns
+{
+public:
+    explicit NamePatterns(const QList<QString> &wildcards)
+        : m_fitsAll(wildcards.isEmpty())
+    {
+        for (const QString &wildcard : wildcards) {
+            const auto pattern = QRegularExpression::fromWildcard(wildcard, Qt::CaseInsensitive);
+            // One that cannot be read fits nothing. Qt would warn of it at each name.
+            if (pattern.isValid())
+                m_patterns.append(pattern);
+        }
+    }
+
+    bool fit(const QString &name) const
+    {
+        return m_fitsAll ||
+               std::any_of(m_patterns.begin(), m_patterns.end(),
+                           [&](const auto &pattern) { return pattern.match(name).hasMatch(); });
+    }
+
+private:
+    bool m_fitsAll;
+    QList<QRegularExpression> m_patterns;
+};
 
 } // namespace
 
@@ -301,17 +335,18 @@ bool SServerFtp::executeCommandGetFiles(SCommandGetFiles &command)
         return false;
     const bool recursive = hasFlag(command.flags(), FileFilterFlags::Recursive);
     const bool keep = keepsAlive(command);
+    const NamePatterns patterns(filterPatterns(command.filters()));
 
     QList<QString> files;
     QElapsedTimer sinceKeepAlive;
     sinceKeepAlive.start();
-    QDirIterator it(root, filterPatterns(command.filters()), kEveryEntry,
+    QDirIterator it(root, kEveryEntry,
                     recursive ? QDirIterator::Subdirectories : QDirIterator::NoIteratorFlags);
     while (it.hasNext()) {
         if (isInterruptionRequested())
             return false;
         const QString entry = it.next();
-        if (it.fileInfo().isFile())
+        if (patterns.fit(it.fileName()) && it.fileInfo().isFile())
             files.append(toNetwork(entry));
         if (keep && sinceKeepAlive.hasExpired(Wire::kKeepAliveIntervalMs)) {
             sinceKeepAlive.start();
