@@ -301,33 +301,36 @@ private Q_SLOTS:
         }
     }
 
-    // Three seconds of silence end a record; the next report makes a new one, and the correction
-    // that was built up before is forgotten.
+    // Three seconds of silence end a record; the next report makes a new one, and the corrections
+    // that were built up before are forgotten.
     void silentSocketTakesNoPartUntilItsNextReport()
     {
         STcpSocketSpeedController controller;
         controller.setIncomingSpeed(1000);
+        controller.setOutcomingSpeed(2000);
         Rounds rounds(&controller);
         std::array<STcpSocket, 2> sockets;
         for (STcpSocket &socket : sockets) {
             controller.add(&socket);
-            report(socket, 10, 0);
+            report(socket, 10, 30);
         }
         QElapsedTimer silence;
         silence.start();
         QCOMPARE(rounds.next().incomingSum, 20);
         QTRY_COMPARE_WITH_TIMEOUT(rounds.rounds.last().incomingGrant, 1000, 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(rounds.rounds.last().outgoingGrant, 2000, 10000);
         QTRY_COMPARE_WITH_TIMEOUT(rounds.rounds.last().incomingSum, 0, 10000);
         QVERIFY2(silence.elapsed() >= 2999, qPrintable(QString::number(silence.elapsed())));
         QVERIFY2(silence.elapsed() < 4500, qPrintable(QString::number(silence.elapsed())));
         QCOMPARE(rounds.next(), (Rounds::Round{0, 0, -1, -1}));
 
         for (STcpSocket &socket : sockets)
-            report(socket, 10, 0);
+            report(socket, 10, 30);
         const Rounds::Round round = rounds.next();
         QCOMPARE(round.incomingSum, 20);
-        // Were the correction kept, the whole limit would be granted.
+        // Were a correction kept, the whole limit would be granted.
         QCOMPARE(round.incomingGrant, Model().grant(1000, 20, 2));
+        QCOMPARE(round.outgoingGrant, Model().grant(2000, 60, 2));
     }
 
     void oneSilentSocketLeavesTheOthersTheirShare()
