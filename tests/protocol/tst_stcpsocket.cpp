@@ -315,12 +315,21 @@ private Q_SLOTS:
         QCOMPARE(socket.state(), QAbstractSocket::UnconnectedState);
     }
 
+    void bytesOfAPeerThatHasGoneStayReadable_data()
+    {
+        QTest::addColumn<qint64>("readAhead");
+        QTest::newRow("read ahead without a bound") << qint64(0);
+        QTest::newRow("more than is read ahead") << qint64(1000);
+    }
+
     // What came before the end is not lost with the connection.
     void bytesOfAPeerThatHasGoneStayReadable()
     {
+        QFETCH(qint64, readAhead);
         Socket socket;
         RawPeer peer;
         QVERIFY(peer.accept(&socket));
+        socket.setReadBufferSize(readAhead);
         socket.setOutcomingSpeed(kNothing);
         socket.setIncomingSpeed(kNothing);
         const QByteArray bytes = pattern(100000);
@@ -330,6 +339,43 @@ private Q_SLOTS:
         QCOMPARE(socket.write("held back"), 9);
         QCOMPARE(disconnected.count(), 1);
         QCOMPARE(socket.readAll(), bytes);
+        QCOMPARE(socket.readBufferSize(), readAhead);
+    }
+
+    void replyOutOfReadyReadIsLetGoWhenThePeerGoes_data()
+    {
+        peerThatGoesLetsAThrottledWriterGo_data();
+    }
+
+    // A session answers in the slot that a request wakes; no second notification is handled there.
+    void replyOutOfReadyReadIsLetGoWhenThePeerGoes()
+    {
+        QFETCH(Ending, ending);
+        Socket socket;
+        RawPeer peer;
+        QVERIFY(peer.accept(&socket));
+        socket.setReadBufferSize(1000);
+        socket.setOutcomingSpeed(kNothing);
+        QSignalSpy disconnected(&socket, &QAbstractSocket::disconnected);
+        std::thread other;
+        QList<qint64> results;
+        connect(&socket, &QIODevice::readyRead, this, [&] {
+            if (!results.isEmpty())
+                return;
+            results.append(0);
+            other = std::thread([&] {
+                QThread::msleep(20);
+                (peer.*ending)();
+            });
+            socket.read(3);
+            results.append(socket.write("reply"));
+        });
+        QVERIFY(peer.send(pattern(5000)));
+        QTRY_COMPARE(results.size(), 2);
+        other.join();
+        QCOMPARE(results.last(), 5);
+        QCOMPARE(socket.state(), QAbstractSocket::UnconnectedState);
+        QCOMPARE(disconnected.count(), 1);
     }
 
     void slotsThatWriteWhenThePeerHasGoneDoNoHarm()

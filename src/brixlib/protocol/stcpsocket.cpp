@@ -4,6 +4,7 @@
 #include "stcpsockethangup_p.h"
 #include "stcpsocketthrottle_p.h"
 
+#include <QtCore/QScopeGuard>
 #include <QtCore/QScopedValueRollback>
 #include <QtCore/QThread>
 
@@ -17,20 +18,11 @@ constexpr qint64 kReportMsec = 100;
 constexpr unsigned long kStepMsec = 1;
 constexpr qint64 kUnlimited = std::numeric_limits<qint64>::max();
 
-// Held back by a low limit, a thread that is told to stop would do so only in minutes or hours: it
-// gets on with what is left at full speed.
-bool isThreadStopping()
-{
-    return QThread::currentThread()->isInterruptionRequested();
-}
-
 // A thread that was asked to stop is not held back: what it is about may end, and a stop does not
 // last for as long as a low limit and a large block would make it.
 qint64 allowanceOf(const STcpSocketThrottle &throttle)
 {
-    if (QThread::currentThread()->isInterruptionRequested())
-        return std::numeric_limits<qint64>::max();
-    return throttle.allowance();
+    return QThread::currentThread()->isInterruptionRequested() ? kUnlimited : throttle.allowance();
 }
 
 } // namespace
@@ -168,7 +160,7 @@ void STcpSocket::removeFromBuffer(qint64 size)
 
 void STcpSocket::clearBuffer()
 {
-    m_writeBuffer.resize(0);
+    m_writeBuffer.clear(); // not resize(), which would keep the room of the largest block
     m_writeOffset = 0;
 }
 
@@ -186,8 +178,6 @@ qint64 STcpSocket::waitToSend()
         const qint64 allowance = allowanceOf(*m_outgoing);
         if (allowance > 0)
             return allowance;
-        if (isThreadStopping())
-            return kUnlimited;
         QThread::msleep(kStepMsec);
         handToSystem();
         if (state() == ConnectedState && socketHangUp(socketDescriptor()) != SocketHangUp::None)
@@ -205,8 +195,6 @@ qint64 STcpSocket::waitToReceive()
         const qint64 allowance = allowanceOf(*m_incoming);
         if (allowance > 0)
             return allowance;
-        if (isThreadStopping())
-            return kUnlimited;
         QThread::msleep(kStepMsec);
         if (state() != ConnectedState || m_hungUp ||
             socketHangUp(socketDescriptor()) == SocketHangUp::Lost)
@@ -222,6 +210,11 @@ void STcpSocket::takeNoteOfHangUp()
     if (m_hungUp)
         return;
     const QScopedValueRollback<bool> hungUp(m_hungUp, true);
+    // A bound on reading ahead would stop it short of the end. What is left is no more than the
+    // system holds.
+    const qint64 bound = readBufferSize();
+    setReadBufferSize(0);
+    const auto restore = qScopeGuard([this, bound] { setReadBufferSize(bound); });
     while (state() == ConnectedState && waitForReadyRead(0)) {
     }
     if (state() == ConnectedState)

@@ -20,8 +20,6 @@ class STcpSocketThrottle;
  * have arrived and were not read by then. Without a limit data goes straight to the QTcpSocket. A
  * thread that is asked to stop (QThread::requestInterruption()) is no longer held back.
  *
- * Once its thread is asked to stop, the socket holds nothing back any more.
- *
  * Several sockets share limits through an STcpSocketSpeedController.
  *
  * Lives in one thread; the limits may be read and set from any while the socket exists.
