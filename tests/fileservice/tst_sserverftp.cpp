@@ -153,6 +153,8 @@ private Q_SLOTS:
             << command("cpyf", text(u"a.txt") + text(u"b.txt")) << yes();
         QTest::newRow("copyFile, a folder, of an old client")
             << command("cpyf", text(u"folder") + text(u"b")) << no();
+        QTest::newRow("copyFile, into a missing folder, of an old client")
+            << command("cpyf", text(u"a.txt") + text(u"missing/b.txt")) << no();
         QTest::newRow("copyDir of an old client")
             << command("cpyd", text(u"folder") + text(u"copy")) << yes();
         QTest::newRow("copyDir, the target is there, of an old client")
@@ -316,6 +318,24 @@ private Q_SLOTS:
                                  (result ? '\1' : '\0') + ack();
         QCOMPARE(exchange(sent, reply.size()).toHex(' '), reply.toHex(' '));
         verifySessionGoesOn();
+    }
+
+    void longListingBeforeACopyKeepsANewerClientAlive()
+    {
+        QVERIFY(makeSlowTree(400));
+        // Entries that are no files send no words of their own.
+        QVERIFY(QFile::remove(chained(0)) && QDir().mkdir(chained(0)));
+        QVERIFY(login());
+        m_client->send(command("cpyd", text(u"slow") + text(u"copy"), 0x00010100));
+        QCOMPARE(m_client->read(4), ack());
+        const QByteArray word = QByteArray::fromHex("50A050A0");
+        QCOMPARE(m_client->read(4), word);
+        QByteArray rest = m_client->read(5);
+        while (rest.startsWith(word))
+            rest = rest.mid(4) + m_client->read(4);
+        QCOMPARE(rest.toHex(' '), ('\1' + ack()).toHex(' '));
+        QCOMPARE(QDir(m_server->path(u"copy"_s)).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+                 QStringList());
     }
 
     void missingFileIsCopiedAsAnEmptyOne()
@@ -534,7 +554,7 @@ private Q_SLOTS:
         QCOMPARE(m_client->read(4), ack());
     }
 
-    void longSearchSeesAStop_data()
+    void longWalkSeesAStop_data()
     {
         QTest::addColumn<QByteArray>("sent");
         const auto search = [](QStringView filters) {
@@ -544,8 +564,9 @@ private Q_SLOTS:
         QTest::newRow("without a match") << search(u"*.txt");
         QTest::newRow("of an old client")
             << command("getd", fileFields(0x00010200, 0, u"slow"_s, u"x"_s, false), 0x00010200);
+        QTest::newRow("copyDir") << command("cpyd", text(u"slow") + text(u"copy"));
     }
-    void longSearchSeesAStop()
+    void longWalkSeesAStop()
     {
         QFETCH(const QByteArray, sent);
         QVERIFY(makeSlowTree(3000));

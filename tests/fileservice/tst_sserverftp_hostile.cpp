@@ -279,6 +279,43 @@ private Q_SLOTS:
         QCOMPARE(FileTree::read(m_server->path(u"a.bin"_s)), "older");
     }
 
+    // A folder that takes nothing
+
+    // Nobody can make a file in /proc, not even the administrator.
+    void folderThatCannotBeWrittenGetsTheStatedResult_data()
+    {
+        QTest::addColumn<QByteArray>("sent");
+        QTest::addColumn<QByteArray>("reply");
+        const QByteArray no = QByteArray(1, '\0') + ack();
+        const QByteArray source = text(u"/proc/self/exe");
+        const QByteArray target = text(u"/proc/new");
+        QTest::newRow("sendFile") << command("sndf", text(u"x") + target + '\0', 0x00020000) +
+                                         u64(1) + "x"
+                                  << nack();
+        QTest::newRow("sendDevice") << command("siof", target) + u64(1) + "x" << nack();
+        QTest::newRow("sendDevice, into a new folder")
+            << command("siof", text(u"/proc/new/x")) + u64(1) + "x" << nack();
+        QTest::newRow("makeDir") << command("mkd_", target) << no;
+        QTest::newRow("copyFile") << command("cpyf", source + target) << no;
+        QTest::newRow("copyDir") << command("cpyd", text(u"/proc/tty/ldisc") + target) << no;
+        QTest::newRow("renameFile") << command("rnf_", text(u"/proc/version") + target) << no;
+        QTest::newRow("removeFile") << command("rmf_", text(u"/proc/version")) << no;
+    }
+    void folderThatCannotBeWrittenGetsTheStatedResult()
+    {
+        QFETCH(const QByteArray, sent);
+        QFETCH(const QByteArray, reply);
+        m_server->host().users.insert(new SUserData(u"carol"_s, u"pencil"_s, u"/"_s));
+        QVERIFY(m_client->openAndLogin(m_server->port(), u"carol"_s, u"pencil"_s));
+        m_client->send(sent);
+        QCOMPARE(m_client->read(4 + reply.size()).toHex(' '), (ack() + reply).toHex(' '));
+        QVERIFY(!QFileInfo::exists(u"/proc/new"_s));
+        if (reply == nack())
+            QVERIFY(m_client->waitForEnd());
+        else
+            QCOMPARE(m_client->read(1, 0), QByteArray());
+    }
+
     void fullDiskStopsAClientsFetch()
     {
         const QByteArray content = FileTree::content(3000000);

@@ -243,6 +243,7 @@ private:
     bool waitForLinkTestBlock();
     void reportLinkTest(qint64 bytes, qint64 elapsed, qint64 planned, const LinkTestPhase *first);
     bool isStopOverdue();
+    bool listBelow(const QString &folder, QIODevice *peer, QList<QString> *entries);
     bool copyEntries(const QList<QString> &entries, const QString &source, const QString &target,
                      bool keepAliveOnSocket);
     bool copyDevice(QIODevice *target, QIODevice *source, QIODevice *peer);

@@ -34,15 +34,6 @@ QString joined(const QString &folder, const QString &name)
     return u"%1/%2"_s.arg(folder, name);
 }
 
-QList<QString> entriesBelow(const QString &folder)
-{
-    QList<QString> entries;
-    QDirIterator it(folder, kEverything, QDirIterator::Subdirectories);
-    while (it.hasNext())
-        entries.append(it.next());
-    return entries;
-}
-
 bool isSameFile(const QString &a, const QString &b)
 {
     const QString canonical = QFileInfo(a).canonicalFilePath();
@@ -51,6 +42,9 @@ bool isSameFile(const QString &a, const QString &b)
 
 bool writeWhole(QIODevice *target, const char *data, qint64 size)
 {
+    // Qt would complain about a write to what did not open.
+    if (!target->isWritable())
+        return false;
     while (size > 0) {
         const qint64 count = target->write(data, size);
         if (count < 1)
@@ -253,12 +247,31 @@ bool SCommunicatorBase::copyDirLocal(const QString &from, const QString &to, boo
         return false;
     if (QDir(source) == QDir(target))
         return true;
+    if (QFileInfo::exists(target))
+        return false;
     // Listed before the target is made: a target below the source would be walked into for ever.
-    const QList<QString> entries = entriesBelow(source);
-    if (QFileInfo::exists(target) || !QDir().mkpath(target) ||
-        !copyEntries(entries, source, target, keepAliveOnSocket))
+    QList<QString> entries;
+    if (!listBelow(source, keepAliveOnSocket ? socket() : nullptr, &entries) ||
+        !QDir().mkpath(target) || !copyEntries(entries, source, target, keepAliveOnSocket))
         return false;
     Q_EMIT localDirCopied(from, to);
+    return true;
+}
+
+bool SCommunicatorBase::listBelow(const QString &folder, QIODevice *peer, QList<QString> *entries)
+{
+    QElapsedTimer sinceKeepAlive;
+    sinceKeepAlive.start();
+    QDirIterator it(folder, kEverything, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        if (isStopOverdue())
+            return false;
+        entries->append(it.next());
+        if (peer && sinceKeepAlive.hasExpired(kKeepAliveIntervalMs)) {
+            sendKeepAlive(peer);
+            sinceKeepAlive.start();
+        }
+    }
     return true;
 }
 
@@ -266,6 +279,8 @@ bool SCommunicatorBase::copyEntries(const QList<QString> &entries, const QString
                                     const QString &target, bool keepAliveOnSocket)
 {
     for (const QString &entry : entries) {
+        if (isStopOverdue())
+            return false;
         const QString path = joined(target, QDir(source).relativeFilePath(entry));
         if (!QDir().mkpath(QFileInfo(path).path()))
             return false;
