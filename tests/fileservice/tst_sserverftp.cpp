@@ -117,6 +117,14 @@ private Q_SLOTS:
         QCOMPARE(finished.size(), 1);
     }
 
+    void commandsOfTheBaseAreServedToo()
+    {
+        QVERIFY(login());
+        const QByteArray reply = ack() + frame(text(u"alice")) + ack();
+        QCOMPARE(exchange(command("wami"), reply.size()).toHex(' '), reply.toHex(' '));
+        verifySessionGoesOn();
+    }
+
     // Result bytes
 
     void simpleCommandAnswersWithOneByte_data()
@@ -1149,6 +1157,16 @@ private Q_SLOTS:
         QCOMPARE(m_client->read(4), ack());
         QCOMPARE(m_client->readFrame().first(4), u32(2));
         QCOMPARE(m_client->read(4), ack());
+
+        m_client->send(
+            command("getd", fileFields(0x00010200, 0, u"sub"_s, u"x"_s, false), 0x00010200));
+        QCOMPARE(m_client->read(4), ack());
+        QCOMPARE(m_client->readFrame().first(4), u32(1));
+        QCOMPARE(m_client->read(4), ack());
+
+        QCOMPARE(exchange(command("cpyd", text(u"sub") + text(u"copy")), 9), yes());
+        QCOMPARE(exchange(command("rmd_", text(u"copy")), 9), yes());
+        QVERIFY(!QFileInfo::exists(m_server->path(u"copy"_s)));
 
         // It stays, and the folder with it.
         QCOMPARE(exchange(command("rmd_", text(u"sub")), 9), no());

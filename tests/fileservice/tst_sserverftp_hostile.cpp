@@ -212,6 +212,32 @@ private Q_SLOTS:
         QCOMPARE(FileTree::read(m_server->path(u"a.bin"_s)), "xxxxxxxx");
     }
 
+    void stuckTransfersDoNotHoldOthersUp()
+    {
+        QVERIFY(makeLarge(m_server->path(u"large.bin"_s), 256 << 20));
+        RawClient silent;
+        QVERIFY(silent.openAndLogin(m_server->port(), u"alice"_s, u"secret"_s));
+        silent.send(command("siof", text(u"a.bin")) + u64(100) + "x");
+        RawClient deaf;
+        QVERIFY(deaf.openAndLogin(m_server->port(), u"alice"_s, u"secret"_s));
+        deaf.socket().setReadBufferSize(65536);
+        deaf.send(command("gfio", text(u"large.bin")));
+        QTRY_COMPARE(m_server->log.size(), 2);
+
+        QVERIFY(login());
+        QElapsedTimer working;
+        working.start();
+        for (int i = 0; i < 20; ++i) {
+            m_client->send(command("siof", text(u"b.bin")) + u64(3) + "123");
+            QCOMPARE(m_client->read(8), ack() + ack());
+        }
+        QVERIFY(working.elapsed() < 5000);
+        QCOMPARE(FileTree::read(m_server->path(u"b.bin"_s)), "123");
+        QCOMPARE(m_server->host().controller.count(), 3);
+        silent.vanish();
+        deaf.vanish();
+    }
+
     // A server that is told to stop
 
     void stopDoesNotWaitForASlowPeer_data()

@@ -33,7 +33,8 @@ class SCommandStorageInfo;
 
 /*!
  * One session of the remote file service, at the server's end. It carries out the file commands of
- * a client inside the jail, rootPath(); within it a logged-in client may do everything.
+ * a client inside the jail, rootPath(); within it a logged-in client may do everything. What the
+ * jail keeps out and what not is told at SCommunicatorBase.
  *
  *     connect(&controller, &SServerController::newConnection, this, [&](qint64 descriptor) {
  *         auto *session = new SServerFtp(descriptor);
@@ -63,10 +64,12 @@ Q_SIGNALS:
     void getFileStarted(const QString &local);
     //! At most ten times a second, and once at the end with both numbers equal.
     void getFileTransferredSize(qint64 done, qint64 total);
-    //! \a removed tells that the removal of the file was asked for.
+    //! All bytes have gone out. \a removed tells that the removal of the file was asked for, not
+    //! whether it worked.
     void getFileFinished(const QString &local, bool removed);
     //! A file begins to arrive; \a local is its final name.
     void sendFileStarted(const QString &local);
+    //! At most ten times a second, and once at the end with both numbers equal.
     void sendFileTransferredSize(qint64 done, qint64 total);
     //! The file stands under its final name.
     void sendFileFinished(const QString &local);
