@@ -58,6 +58,10 @@ class tst_SServerFtp : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    // An empty path means the folder that the process works in: what a command that is led there by
+    // mistake does must hurt nobody.
+    void initTestCase() { QVERIFY(QDir::setCurrent(m_work.path())); }
+
     void init()
     {
         QTest::failOnWarning(QRegularExpression(u"."_s));
@@ -811,8 +815,6 @@ private Q_SLOTS:
         makeTree();
         QCOMPARE(mkfifo(QFile::encodeName(m_server->path(u"pipe"_s)).constData(), 0600), 0);
         const QStringList before = FileTree::below(m_server->home());
-        if (name.contains(QChar()))
-            QTest::ignoreMessage(QtWarningMsg, "Broken filename passed to function");
         QVERIFY(login());
         m_client->send(command("getf", fileFields(0x00010200, 0, name, u"x"_s, true), 0x00010200));
         QCOMPARE(m_client->read(8), ack() + nack());
@@ -997,16 +999,19 @@ private Q_SLOTS:
         const quint32 first = 0x00010000;
         for (const bool enabled : {false, true}) {
             const char *const mode = enabled ? ", document root" : "";
-            for (const QString &outside : {u"../bob/b.txt"_s, u"/etc"_s, u"../bob"_s,
-                                           u"folder/../../bob"_s, u"/../bob/b.txt"_s}) {
-                // With a document root an absolute path lies inside unless it climbs out.
+            for (const QString &outside :
+                 {u"../bob/b.txt"_s, u"/etc"_s, u"../bob"_s, u"folder/../../bob"_s,
+                  u"/../bob/b.txt"_s, u"..\0"_s, u"folder\0/sub"_s, u"a.txt\0"_s}) {
+                // The system reads a name up to a zero. With a document root an absolute path lies
+                // inside unless it climbs out.
                 if (enabled && outside == u"/etc")
                     continue;
                 const QByteArray out = text(outside);
                 const QByteArray in = text(u"a.txt");
                 const auto row = [&](const char *id, const char *what, const QByteArray &fields,
                                      quint32 version, const QByteArray &reply) {
-                    QTest::addRow("%s %s%s%s", id, qPrintable(outside), what, mode)
+                    const QString shown = QString(outside).replace(QChar::Null, u'0');
+                    QTest::addRow("%s %s%s%s", id, qPrintable(shown), what, mode)
                         << QByteArray(id) << fields << version << reply << enabled;
                 };
                 for (const char *id : {"cd__", "mkd_", "rmd_", "rmf_", "exst"})
@@ -1278,6 +1283,7 @@ private:
         return {base, offset == bytes.size() ? files : QStringList{QStringLiteral("spare bytes")}};
     }
 
+    QTemporaryDir m_work;
     std::unique_ptr<FileServer> m_server;
     std::unique_ptr<RawClient> m_client;
 };

@@ -141,11 +141,18 @@ private Q_SLOTS:
         QVERIFY(m_dir->isValid());
         m_root = QDir(m_dir->path()).canonicalPath() + u"/root"_s;
         QVERIFY(QDir().mkpath(m_root + u"/a/b"_s));
+        // An empty path means the folder that the process works in: what an operation that takes
+        // one by mistake does there must hurt nobody.
+        m_before = QDir::currentPath();
+        QVERIFY(QDir().mkpath(workFolder() + u"/kept"_s));
+        QVERIFY(QDir::setCurrent(workFolder()));
         m_worker = std::make_unique<Communicator>();
         QVERIFY(m_worker->setRootPath(m_root));
     }
     void cleanup()
     {
+        QVERIFY(QDir(workFolder() + u"/kept"_s).exists());
+        QVERIFY(QDir::setCurrent(m_before));
         m_worker.reset();
         m_dir.reset();
     }
@@ -180,6 +187,30 @@ private Q_SLOTS:
     void neighbourWithTheSameBeginningPasses()
     {
         QCOMPARE(m_worker->absoluteChildPath(m_root + u"2/x"_s, m_root), m_root + u"2/x"_s);
+    }
+
+    void pathWithAZeroIsOutsideEveryJail_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::newRow("behind the folder above") << QString(u"..\0"_s);
+        QTest::newRow("behind a folder") << QString(u"a\0"_s);
+        QTest::newRow("within a name") << QString(u"a/f\0ile"_s);
+        QTest::newRow("alone") << QString(u"\0"_s);
+        QTest::newRow("absolute") << QString(u"/etc\0"_s);
+    }
+    // The system reads a name up to the zero: ".." would be listed, and below it for ever.
+    void pathWithAZeroIsOutsideEveryJail()
+    {
+        QFETCH(QString, path);
+        QTest::failOnWarning(QRegularExpression(u"."_s));
+        QVERIFY(writeFile(m_root + u"/a/f"_s, "x"));
+        QCOMPARE(m_worker->absoluteChildPath(path, m_root), QString());
+        QCOMPARE(m_worker->absoluteChildPath(path, QString()), QString());
+        QCOMPARE(m_worker->absoluteMovePath(m_root + u"/a"_s, path, u"t"_s, QString()), QString());
+        QVERIFY(m_worker->listDirLocal(path).isEmpty());
+        QVERIFY(!m_worker->copyDirLocal(path, u"copy"_s, false));
+        QVERIFY(!m_worker->copyFileLocal(path, u"copy"_s, false));
+        QVERIFY(!QFileInfo::exists(m_root + u"/copy"_s));
     }
 
     void childPaths_data()
@@ -833,6 +864,8 @@ private Q_SLOTS:
     }
 
 private:
+    QString workFolder() const { return QFileInfo(m_root).path() + u"/work"_s; }
+
     // Sorted, since the file system's order is its own; ".." has to come first by itself.
     static QStringList names(const QList<SFileEntry> &entries)
     {
@@ -845,6 +878,7 @@ private:
 
     std::unique_ptr<QTemporaryDir> m_dir;
     QString m_root;
+    QString m_before;
     std::unique_ptr<Communicator> m_worker;
 };
 

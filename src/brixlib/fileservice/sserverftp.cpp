@@ -299,7 +299,9 @@ bool SServerFtp::executeCommandSendFile(SCommandSendFile &command)
 
 bool SServerFtp::executeCommandGetDev(SCommandGetDev &command)
 {
-    SCommandGetFile getFile(command.fileName(), QString(), false);
+    SCommandGetFile getFile;
+    // Without the size, for which it would look at the name outside the jail.
+    getFile.setFileName(command.fileName(), false);
     return executeCommandGetFile(getFile);
 }
 

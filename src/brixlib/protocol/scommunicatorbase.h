@@ -168,7 +168,7 @@ protected:
     bool setCurrentPath(const QString &path, bool create);
     /*!
      * \a path made absolute against the current directory, or empty when it does not begin with
-     * \a root (compared without case; an empty root lets all pass).
+     * \a root (compared without case; an empty root lets all pass) or has a zero in it.
      */
     QString absoluteChildPath(const QString &path, const QString &root) const;
     //! Where \a path, below \a sourceBase, lands when that is moved to \a targetBase.

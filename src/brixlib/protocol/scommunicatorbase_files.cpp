@@ -86,6 +86,10 @@ void SCommunicatorBase::setDefaultHomeDirLocal(const QString &path)
 
 QString SCommunicatorBase::absoluteChildPath(const QString &path, const QString &root) const
 {
+    // No file has such a name, but the system reads a name up to the zero: with ".." before it,
+    // that is the folder above the jail.
+    if (path.contains(QChar::Null))
+        return QString();
     const QString whole = QDir::isRelativePath(path) ? QDir(m_currentPath).filePath(path) : path;
     const QString absolute = absolutePath(whole);
     if (root.isEmpty())
@@ -98,7 +102,7 @@ QString SCommunicatorBase::absoluteMovePath(const QString &path, const QString &
                                             const QString &targetBase, const QString &root) const
 {
     const QString base = absoluteChildPath(sourceBase, QString());
-    QString relative = absoluteChildPath(path, base);
+    QString relative = base.isEmpty() ? QString() : absoluteChildPath(path, base);
     if (relative.startsWith(base))
         relative.remove(0, base.size());
     if (relative.isEmpty())
