@@ -7,6 +7,7 @@
 #include <brixlib/protocol/wire.h>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Talverine;
 using namespace Qt::StringLiterals;
@@ -409,9 +410,21 @@ private Q_SLOTS:
     {
         QVERIFY(writeFile(m_root + u"/file"_s, "content"));
         QVERIFY(QFile::link(m_root + u"/file"_s, m_root + u"/link"_s));
+        const QByteArray file = QFile::encodeName(m_root + u"/file"_s);
+        QCOMPARE(link(file.constData(), (file + "2").constData()), 0);
         QVERIFY(m_worker->copyFileLocal(u"file"_s, u"a/../file"_s, false));
         QVERIFY(m_worker->copyFileLocal(u"file"_s, u"link"_s, false));
+        QVERIFY(m_worker->copyFileLocal(u"file"_s, u"file2"_s, false));
         QCOMPARE(readFile(m_root + u"/file"_s), "content");
+    }
+
+    void targetThatDoesNotOpenFailsTheCopyWithoutAWord()
+    {
+        QTest::failOnWarning(QRegularExpression(u"."_s));
+        QVERIFY(writeFile(m_root + u"/file"_s, "content"));
+        QVERIFY(!m_worker->copyFileLocal(u"file"_s, u"missing/copy"_s, false));
+        QVERIFY(!m_worker->copyFileLocal(u"file"_s, u"a"_s, false));
+        QVERIFY(!QFileInfo::exists(m_root + u"/missing"_s));
     }
 
     // Who opens a pipe without somebody at its other end would wait for ever.
@@ -480,6 +493,21 @@ private Q_SLOTS:
         QCOMPARE(readFile(m_root + u"/c/copy/.hidden"_s), "2");
         QVERIFY(!QFileInfo::exists(m_root + u"/c/copy/empty"_s));
         QCOMPARE(copied.at(0), (QList<QVariant>{u"a"_s, u"c/copy"_s}));
+    }
+
+    void interruptionEndsTheCopyOfADirectory()
+    {
+        constexpr int kFiles = 500;
+        for (int i = 0; i < kFiles; ++i)
+            QVERIFY(writeFile(m_root + u"/a/%1"_s.arg(i), {}));
+        m_worker->setTimeout(1);
+        bool copied = true;
+        std::unique_ptr<QThread> thread(
+            QThread::create([&] { copied = m_worker->copyDirLocal(u"a"_s, u"copy"_s, false); }));
+        thread->start();
+        thread->requestInterruption();
+        QVERIFY(thread->wait(kWaitMs));
+        QVERIFY(!copied);
     }
 
     void copyIntoAFolderBelowTheSourceEnds()

@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <QtCore/QFile>
-#include <QtCore/QString>
-
-#include <filesystem>
+#include "systempath_p.h"
 
 namespace Talverine {
 
@@ -14,11 +11,8 @@ namespace Talverine {
  */
 inline bool isNamedPipe(const QString &path)
 {
-    // Encoded by Qt: the standard library throws at text that is no valid UTF-16, which a peer may
-    // well send.
-    const QByteArray name = QFile::encodeName(path);
     std::error_code error;
-    return std::filesystem::is_fifo(reinterpret_cast<const char8_t *>(name.constData()), error);
+    return std::filesystem::is_fifo(systemPath(path), error);
 }
 
 } // namespace Talverine

@@ -84,8 +84,8 @@ public:
     Q_INVOKABLE bool renameLocal(const QString &from, const QString &to);
     /*!
      * Copies a file over \a to. A missing source gives an empty target and true; a file copied onto
-     * itself stays as it is. False for a named pipe on either side, which could block for ever.
-     * With \a keepAliveOnSocket the waiting peer is sent keep-alive words.
+     * itself or a link to it stays as it is. False for a named pipe on either side, which could
+     * block for ever. With \a keepAliveOnSocket the waiting peer is sent keep-alive words.
      */
     Q_INVOKABLE bool copyFileLocal(const QString &from, const QString &to,
                                    bool keepAliveOnSocket = false);

@@ -3,6 +3,7 @@
 #include <brixlib/protocol/scommunicatorbase.h>
 
 #include "namedpipe_p.h"
+#include "systempath_p.h"
 
 #include <brixlib/protocol/stcpsocket.h>
 #include <brixlib/protocol/wire.h>
@@ -34,10 +35,11 @@ QString joined(const QString &folder, const QString &name)
     return u"%1/%2"_s.arg(folder, name);
 }
 
+// Also under another name, by a link of either kind.
 bool isSameFile(const QString &a, const QString &b)
 {
-    const QString canonical = QFileInfo(a).canonicalFilePath();
-    return !canonical.isEmpty() && canonical == QFileInfo(b).canonicalFilePath();
+    std::error_code error;
+    return std::filesystem::equivalent(systemPath(a), systemPath(b), error);
 }
 
 bool writeWhole(QIODevice *target, const char *data, qint64 size)
@@ -53,6 +55,13 @@ bool writeWhole(QIODevice *target, const char *data, qint64 size)
         size -= count;
     }
     return true;
+}
+
+// The folder whose storage holds \a path.
+QString folderOf(const QString &path)
+{
+    const QFileInfo info(path);
+    return info.isDir() ? path : info.path();
 }
 
 // The last bytes of a file wait in its buffer; a full disk would show only when it is closed.
@@ -397,20 +406,15 @@ void SCommunicatorBase::sendKeepAlive(QIODevice *peer)
 
 bool SCommunicatorBase::isSyncRequired(const QString &path) const
 {
-    if (!m_autoSync)
-        return false;
-    const QFileInfo info(path);
-    return SStorageInfo(info.isDir() ? path : info.path()).isRemovable();
+    return m_autoSync && SStorageInfo(folderOf(path)).isRemovable();
 }
 
 void SCommunicatorBase::syncIf(const QString &path)
 {
     const QString whole =
         QDir::isRelativePath(path) ? QDir::cleanPath(joined(m_currentPath, path)) : path;
-    if (!isSyncRequired(whole))
-        return;
-    const QFileInfo info(whole);
-    SStorageInfo(info.isDir() ? whole : info.path()).sync();
+    if (isSyncRequired(whole))
+        SStorageInfo(folderOf(whole)).sync();
 }
 
 void SCommunicatorBase::syncIf(const QString &first, const QString &second)
