@@ -172,7 +172,7 @@ private Q_SLOTS:
         SBandwidthDevice device(&buffer);
         QVERIFY(device.open(QIODevice::ReadOnly));
         QCOMPARE(device.pos(), 3);
-        QCOMPARE(device.read(10), "def"_qba);
+        QCOMPARE(device.read(10), "def"_ba);
     }
 
     void closeClosesTheUnderlyingDeviceOnce()
@@ -215,11 +215,11 @@ private Q_SLOTS:
         QBuffer buffer(&bytes);
         SBandwidthDevice device(&buffer);
         QVERIFY(device.open(QIODevice::ReadOnly));
-        QCOMPARE(device.read(3), "abc"_qba);
+        QCOMPARE(device.read(3), "abc"_ba);
         device.close();
         QVERIFY(device.open(QIODevice::ReadOnly));
         QCOMPARE(device.pos(), 0);
-        QCOMPARE(device.read(3), "abc"_qba);
+        QCOMPARE(device.read(3), "abc"_ba);
     }
 
     void closesWithTheUnderlyingDevice()
@@ -289,9 +289,9 @@ private Q_SLOTS:
         QVERIFY(device.seek(4));
         QCOMPARE(device.pos(), 4);
         QCOMPARE(buffer.pos(), 4);
-        QCOMPARE(device.read(1), "e"_qba);
+        QCOMPARE(device.read(1), "e"_ba);
         QCOMPARE(device.write("F"), 1);
-        QCOMPARE(bytes, "abcdeF"_qba);
+        QCOMPARE(bytes, "abcdeF"_ba);
         QTest::ignoreMessage(QtWarningMsg, "QIODevice::seek: Invalid pos: -1");
         QVERIFY(!device.seek(-1));
     }
@@ -423,7 +423,7 @@ private Q_SLOTS:
         SBandwidthDevice device(&buffer);
         device.setReadBandwidth(1000);
         QVERIFY(device.open(QIODevice::ReadOnly));
-        QCOMPARE(device.readAll(), "abc"_qba);
+        QCOMPARE(device.readAll(), "abc"_ba);
         QVERIFY(device.atEnd());
         QCOMPARE(device.read(1), QByteArray());
     }
@@ -465,7 +465,7 @@ private Q_SLOTS:
         peer->write("hello");
         QTRY_COMPARE(device.bytesAvailable(), 5);
         QVERIFY(ready.count() > 0);
-        QCOMPARE(device.readAll(), "hello"_qba);
+        QCOMPARE(device.readAll(), "hello"_ba);
         device.write("bye");
         QTRY_COMPARE(peer->bytesAvailable(), 3);
     }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <shared/memorypeak.h>
+#include <shared/utctime.h>
 
 #include <brixlib/fileservice/filereplies.h>
 
@@ -36,7 +37,7 @@ class tst_FileReplies : public QObject
 private Q_SLOTS:
     void entryIsVersionNameSizeFlagsDate()
     {
-        const QDateTime date(QDate(2024, 1, 2), QTime(3, 4, 5, 678), Qt::UTC);
+        const QDateTime date = utcTime(QDate(2024, 1, 2), QTime(3, 4, 5, 678));
         const QList<SFileEntry> entries{
             SFileEntry(u"a"_s, 258, date, FileEntryFlags(0x66440006)),
             SFileEntry(u".."_s, 0, QDateTime(), FileEntryFlags::Directory)};
@@ -134,7 +135,7 @@ private Q_SLOTS:
 
     void cutListIsEmptyAndTheStreamStaysBad()
     {
-        const SFileEntry entry(u"name"_s, 7, QDateTime(QDate(2024, 1, 2), QTime(3, 4), Qt::UTC),
+        const SFileEntry entry(u"name"_s, 7, utcTime(QDate(2024, 1, 2), QTime(3, 4)),
                                FileEntryFlags::Readable);
         const QByteArray whole = written({entry, entry}, QDataStream::Qt_5_6);
         for (qsizetype size = 0; size < whole.size(); ++size) {

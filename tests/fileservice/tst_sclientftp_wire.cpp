@@ -6,6 +6,7 @@
 
 #include <shared/processfacts.h>
 #include <shared/rawserver.h>
+#include <shared/utctime.h>
 
 #include <QtCore/QBuffer>
 #include <QtCore/QRegularExpression>
@@ -260,7 +261,7 @@ private Q_SLOTS:
 
     void entriesOfEveryVersionAreRead()
     {
-        const QDateTime modified(QDate(2024, 2, 29), QTime(12, 30), Qt::UTC);
+        const QDateTime modified = utcTime(QDate(2024, 2, 29), QTime(12, 30));
         // Julian day, milliseconds of the day, UTC.
         const QByteArray date = i64(2460370) + u32(45000000) + '\1';
         const QByteArray reply = u32(2) + u32(0x00010100) + path(u"new"_s) + i64(5) +

@@ -462,7 +462,7 @@ private Q_SLOTS:
         socket.write("second");
         QVERIFY(socket.waitForBytesWritten(10000));
         socket.disconnectFromHost();
-        QCOMPARE(peer.receive(100), "second"_qba);
+        QCOMPARE(peer.receive(100), "second"_ba);
     }
 
     void socketMayDieWithBytesHeldBack()
@@ -495,7 +495,7 @@ private Q_SLOTS:
         QVERIFY(peer.accept(&socket));
         QVERIFY(peer.send("hello"));
         QTRY_COMPARE(socket.bytesAvailable(), 5);
-        QCOMPARE(socket.read(2), "he"_qba);
+        QCOMPARE(socket.read(2), "he"_ba);
         QCOMPARE(socket.bytesAvailable(), 3);
     }
 
@@ -548,7 +548,7 @@ private Q_SLOTS:
         });
         QVERIFY(socket.waitForReadyRead(10000));
         other.join();
-        QCOMPARE(socket.readAll(), "hello"_qba);
+        QCOMPARE(socket.readAll(), "hello"_ba);
     }
 
     void peerThatHasOnlyFinishedSendingIsStillHeldToTheLimit()
@@ -580,7 +580,7 @@ private Q_SLOTS:
         });
         QVERIFY(socket.waitForReadyRead(10000));
         other.join();
-        QCOMPARE(socket.readAll(), "hello"_qba);
+        QCOMPARE(socket.readAll(), "hello"_ba);
     }
 
     void speedIsReportedWithoutALimit()
