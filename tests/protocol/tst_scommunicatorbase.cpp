@@ -6,8 +6,11 @@
 #include <brixlib/protocol/stcpsocketspeedcontroller.h>
 #include <brixlib/protocol/wire.h>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <csignal>
 
 using namespace Talverine;
 using namespace Qt::StringLiterals;
@@ -36,6 +39,7 @@ public:
     using SCommunicatorBase::readWord;
     using SCommunicatorBase::readWord64;
     using SCommunicatorBase::registerCommand;
+    using SCommunicatorBase::setContextId;
     using SCommunicatorBase::setCurrentPath;
     using SCommunicatorBase::setRootPath;
     using SCommunicatorBase::setSocket;
@@ -96,6 +100,29 @@ QByteArray readFile(const QString &path)
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(cannot be read)");
 }
+
+// Lets no file of this process grow beyond so many bytes, as on a disk that is full.
+class FileSizeLimit
+{
+public:
+    explicit FileSizeLimit(rlim_t bytes)
+        : m_handler(std::signal(SIGXFSZ, SIG_IGN))
+    {
+        getrlimit(RLIMIT_FSIZE, &m_before);
+        const rlimit limit{bytes, m_before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit()
+    {
+        setrlimit(RLIMIT_FSIZE, &m_before);
+        std::signal(SIGXFSZ, m_handler);
+    }
+    Q_DISABLE_COPY(FileSizeLimit)
+
+private:
+    rlimit m_before = {};
+    void (*m_handler)(int);
+};
 
 // A device that gives an error at a chosen read or write.
 class FailingDevice : public QIODevice
@@ -166,8 +193,32 @@ private Q_SLOTS:
         QVERIFY(!fresh.autoSync());
         QCOMPARE(fresh.rootPath(), QString());
         QCOMPARE(fresh.defaulHomeDirLocal(), QDir::homePath());
+        QCOMPARE(fresh.currentPath(), QDir(QDir::homePath()).absolutePath());
         QCOMPARE(fresh.authenticationStatus(), AuthenticationStatus::NotAuthenticated);
         QVERIFY(Communicator().contextId() > fresh.contextId());
+    }
+
+    void operationsByNameStandInTheirOrder()
+    {
+        const QMetaObject &meta = SCommunicatorBase::staticMetaObject;
+        QList<QByteArray> names;
+        for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
+            const QMetaMethod method = meta.method(i);
+            // One with a default argument stands there twice.
+            if (method.methodType() == QMetaMethod::Method &&
+                (names.isEmpty() || names.last() != method.name()))
+                names.append(method.name());
+        }
+        const QList<QByteArray> expected = {
+            "currentPath",    "rootPath",           "changeDirLocal",
+            "homeDirLocal",   "makeDirLocal",       "removeDirLocal",
+            "listDirLocal",   "removeFileLocal",    "renameFileLocal",
+            "renameDirLocal", "removeLocal",        "renameLocal",
+            "copyFileLocal",  "copyDirLocal",       "storageInfoLocal",
+            "timeout",        "setSpeedController", "defaulHomeDirLocal",
+            "existsLocal",    "autoSync",           "changePermissionsLocal",
+        };
+        QCOMPARE(names, expected);
     }
 
     // ---- The path jail ----
@@ -316,6 +367,65 @@ private Q_SLOTS:
 
     // ---- Local operations ----
 
+    void refusesWhatLiesOutside_data()
+    {
+        using Operation = std::function<bool(Communicator &, const QString &outside)>;
+        QTest::addColumn<Operation>("operation");
+        const auto row = [](const char *name, const Operation &operation) {
+            QTest::newRow(name) << operation;
+        };
+        row("change", [](auto &w, auto &out) { return w.changeDirLocal(out); });
+        row("make", [](auto &w, auto &out) { return w.makeDirLocal(out + u"/new"_s); });
+        row("remove a file",
+            [](auto &w, auto &out) { return w.removeFileLocal(out + u"/file"_s); });
+        row("remove a folder", [](auto &w, auto &out) { return w.removeDirLocal(out, true); });
+        row("remove", [](auto &w, auto &out) { return w.removeLocal(out, true); });
+        row("rename a file from there",
+            [](auto &w, auto &out) { return w.renameFileLocal(out + u"/file"_s, u"new"_s); });
+        row("rename a file to there",
+            [](auto &w, auto &out) { return w.renameFileLocal(u"file"_s, out + u"/new"_s); });
+        row("rename a folder from there",
+            [](auto &w, auto &out) { return w.renameDirLocal(out, u"new"_s); });
+        row("rename a folder to there",
+            [](auto &w, auto &out) { return w.renameDirLocal(u"a"_s, out + u"/new"_s); });
+        row("rename from there", [](auto &w, auto &out) { return w.renameLocal(out, u"new"_s); });
+        row("rename to there",
+            [](auto &w, auto &out) { return w.renameLocal(u"a"_s, out + u"/new"_s); });
+        row("copy a file from there",
+            [](auto &w, auto &out) { return w.copyFileLocal(out + u"/file"_s, u"new"_s); });
+        row("copy a file to there",
+            [](auto &w, auto &out) { return w.copyFileLocal(u"file"_s, out + u"/new"_s); });
+        row("copy a folder from there",
+            [](auto &w, auto &out) { return w.copyDirLocal(out, u"new"_s); });
+        row("copy a folder to there",
+            [](auto &w, auto &out) { return w.copyDirLocal(u"a"_s, out + u"/new"_s); });
+        row("exists", [](auto &w, auto &out) { return w.existsLocal(out); });
+        row("list", [](auto &w, auto &out) { return !w.listDirLocal(out).isEmpty(); });
+        row("permissions", [](auto &w, auto &out) {
+            return w.changePermissionsLocal(out + u"/file"_s, FileEntryFlags::Permissions);
+        });
+    }
+    void refusesWhatLiesOutside()
+    {
+        using Operation = std::function<bool(Communicator &, const QString &outside)>;
+        QFETCH(const Operation, operation);
+        QTest::failOnWarning(QRegularExpression(u"."_s));
+        const QString outside = QFileInfo(m_root).path() + u"/outside"_s;
+        QVERIFY(QDir().mkpath(outside));
+        QVERIFY(writeFile(outside + u"/file"_s, "outside"));
+        const auto permissions = QFile::permissions(outside + u"/file"_s);
+        QVERIFY(writeFile(m_root + u"/file"_s, "inside"));
+        for (const QString &path : {outside, u"../outside"_s, u"a/../../outside"_s}) {
+            QVERIFY(!operation(*m_worker, path));
+            QCOMPARE(m_worker->currentPath(), m_root);
+            QCOMPARE(readFile(outside + u"/file"_s), "outside");
+            QCOMPARE(QFile::permissions(outside + u"/file"_s), permissions);
+            const QDir::Filters all = QDir::NoDotAndDotDot | QDir::AllEntries;
+            QCOMPARE(QDir(outside).entryList(all), QStringList{u"file"_s});
+            QCOMPARE(QDir(m_root).entryList(all), (QStringList{u"a"_s, u"file"_s}));
+        }
+    }
+
     void makingAnExistingDirectoryIsSilent()
     {
         QSignalSpy created(m_worker.get(), &SCommunicatorBase::localDirCreated);
@@ -344,6 +454,15 @@ private Q_SLOTS:
         QCOMPARE(dirs.at(0).at(0).toString(), m_root + u"/a"_s);
         QCOMPARE(dirs.at(0).at(1).toBool(), true);
         QVERIFY(!QFileInfo::exists(m_root + u"/a"_s));
+
+        QVERIFY(QDir().mkpath(m_root + u"/empty"_s));
+        QVERIFY(m_worker->removeDirLocal(u"empty"_s, false));
+        QVERIFY(!QFileInfo::exists(m_root + u"/empty"_s));
+        QCOMPARE(dirs.at(1), (QList<QVariant>{m_root + u"/empty"_s, false}));
+        // What is missing counts as removed only with all that is below it.
+        QVERIFY(!m_worker->removeDirLocal(u"empty"_s, false));
+        QVERIFY(m_worker->removeDirLocal(u"empty"_s, true));
+        QCOMPARE(dirs.size(), 3);
     }
 
     void removingALinkKeepsWhatItNames()
@@ -495,6 +614,32 @@ private Q_SLOTS:
         QCOMPARE(copied.at(0), (QList<QVariant>{u"a"_s, u"c/copy"_s}));
     }
 
+    void failedCopyOfADirectoryKeepsWhatHasArrived()
+    {
+        constexpr qint64 kLimit = 1 << 20;
+        QSignalSpy copied(m_worker.get(), &SCommunicatorBase::localDirCopied);
+        QVERIFY(writeFile(m_root + u"/a/b/file"_s, QByteArray(2 * kLimit, 'x')));
+        {
+            const FileSizeLimit limit(kLimit);
+            QVERIFY(!m_worker->copyDirLocal(u"a"_s, u"copy"_s, false));
+        }
+        QCOMPARE(copied.size(), 0);
+        QVERIFY(QFileInfo(m_root + u"/copy/b/file"_s).size() > 0);
+    }
+
+    void directoryThatCannotBeMadeFailsTheCopy()
+    {
+        QVERIFY(writeFile(m_root + u"/file"_s, "x"));
+        QVERIFY(!m_worker->copyDirLocal(u"a"_s, u"file/copy"_s, false));
+    }
+
+    void missingDirectoryIsCopiedAsAnEmptyOne()
+    {
+        QVERIFY(m_worker->copyDirLocal(u"missing"_s, u"copy"_s, false));
+        QVERIFY(QDir(m_root + u"/copy"_s).isEmpty());
+        QVERIFY(QDir(m_root + u"/copy"_s).exists());
+    }
+
     void interruptionEndsTheCopyOfADirectory()
     {
         constexpr int kFiles = 500;
@@ -552,6 +697,14 @@ private Q_SLOTS:
                  QStringList{u"file.txt"_s});
         QCOMPARE(listed.size(), 3);
         QCOMPARE(listed.at(1).at(0).toString(), m_root + u"/a"_s);
+    }
+
+    void whatIsNoFileIsListedToo()
+    {
+        QVERIFY(QFile::link(u"nowhere"_s, m_root + u"/a/dangling"_s));
+        QCOMPARE(mkfifo(QFile::encodeName(m_root + u"/a/pipe"_s).constData(), 0600), 0);
+        QCOMPARE(names(m_worker->listDirLocal(u"a"_s)),
+                 (QStringList{u".."_s, u"b"_s, u"dangling"_s, u"pipe"_s}));
     }
 
     void listOfAMissingDirectoryHoldsOnlyItsParent()
@@ -642,6 +795,17 @@ private Q_SLOTS:
         QVERIFY(SCommandHelper::registeredCommands(context).isEmpty());
     }
 
+    void contextMayBeAnother()
+    {
+        Communicator worker;
+        const unsigned int context = Communicator().contextId();
+        worker.setContextId(context);
+        QCOMPARE(worker.contextId(), context);
+        worker.registerCommand(new SCommandWhoAmI);
+        QCOMPARE(SCommandHelper::registeredCommands(context),
+                 QList<SCommandId>{SCommandWhoAmI().id()});
+    }
+
     // ---- Reading and writing ----
 
     void readsWhatArrivesInPieces()
@@ -722,6 +886,23 @@ private Q_SLOTS:
         QCOMPARE(m_worker->readAll(&pair.near, bytes), 0);
     }
 
+    void negativeTimeoutWaitsOn()
+    {
+        Pair pair;
+        QVERIFY(pair.connected);
+        m_worker->setTimeout(-1);
+        std::unique_ptr<QThread> writer(QThread::create([&] {
+            QThread::msleep(2 * kShortMs);
+            pair.send("late");
+        }));
+        pair.far->moveToThread(writer.get());
+        writer->start();
+        QByteArray bytes(4, '\0');
+        QCOMPARE(m_worker->readAll(&pair.near, bytes), 4);
+        QCOMPARE(bytes, "late");
+        QVERIFY(writer->wait(kWaitMs));
+    }
+
     void lostPeerEndsTheRead()
     {
         Pair pair;
@@ -781,6 +962,17 @@ private Q_SLOTS:
         QVERIFY(m_worker->writeFrame(&pair.near, "abc"));
         QCOMPARE(pair.received(24),
                  QByteArray::fromHex("68656c6c6f a5a5a5a5 0102030405060708 00000003 616263"));
+    }
+
+    void timeoutOfZeroDoesNotWaitForTheWrite()
+    {
+        Pair pair;
+        QVERIFY(pair.connected);
+        m_worker->setTimeout(0);
+        const QByteArray bytes(64 << 20, 'x'); // more than the system takes
+        QCOMPARE(m_worker->writeAll(&pair.near, bytes), bytes.size());
+        QVERIFY(pair.near.bytesToWrite() > 0);
+        pair.near.abort();
     }
 
     void peerThatTakesNothingTimesOut()
@@ -860,6 +1052,34 @@ private Q_SLOTS:
         QCOMPARE(pair.received(4), QByteArray::fromHex("50a050a0"));
     }
 
+    void longCopyRepeatsTheWord()
+    {
+        Pair pair;
+        QVERIFY(pair.connected);
+        m_worker->setTimeout(kWaitMs);
+        m_worker->setSocket(&pair.near);
+        // Nothing but holes, copied to nowhere: as long as it needs to be, and no disk is filled.
+        QFile source(m_root + u"/file"_s);
+        QVERIFY(source.open(QIODevice::WriteOnly));
+        QVERIFY(QFile::link(u"/dev/null"_s, m_root + u"/nowhere"_s));
+        qint64 lasted = 0;
+        qint64 fewest = 1; // one for each copy, and a second for the last
+        qint64 most = 0;
+        for (qint64 size = 128 << 20; lasted < 3 * Wire::kKeepAliveIntervalMs; size *= 2) {
+            QVERIFY(source.resize(size));
+            QElapsedTimer elapsed;
+            elapsed.start();
+            QVERIFY(m_worker->copyFileLocal(u"file"_s, u"nowhere"_s, true));
+            lasted = elapsed.elapsed();
+            fewest += 1;
+            most += 1 + lasted / Wire::kKeepAliveIntervalMs;
+        }
+        const QByteArray bytes = pair.received(4 * fewest);
+        QVERIFY(bytes.size() >= 4 * fewest);
+        QVERIFY(bytes.size() <= 4 * most);
+        QCOMPARE(bytes, QByteArray::fromHex("50a050a0").repeated(bytes.size() / 4));
+    }
+
     void lostPeerDoesNotStopACopy()
     {
         Pair pair;
@@ -879,8 +1099,11 @@ private Q_SLOTS:
         QSignalSpy added(&second, &STcpSocketSpeedController::socketAdded);
         QSignalSpy removed(&first, &STcpSocketSpeedController::socketRemoved);
         auto socket = std::make_unique<STcpSocket>(nullptr);
+        QSignalSpy joined(&first, &STcpSocketSpeedController::socketAdded);
         m_worker->setSpeedController(&first);
+        QCOMPARE(joined.size(), 0); // there is no socket yet
         m_worker->setSocket(socket.get());
+        QCOMPARE(joined.size(), 1);
         QVERIFY(!m_worker->isNull());
         m_worker->setSpeedController(&second);
         QCOMPARE(removed.size(), 1);
