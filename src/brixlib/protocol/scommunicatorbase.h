@@ -48,7 +48,8 @@ public:
     //! True while there is no socket: before the connection exists and after it is gone.
     virtual bool isNull() const;
 
-    // Reached by name from other threads; the order is fixed.
+    // Reached by name from other threads; the order is fixed. A path outside the jail is answered
+    // as a missing file is: false, or an empty list, and no signal but that of existsLocal().
 
     //! The current directory, absolute.
     Q_INVOKABLE QString currentPath() const;
@@ -105,6 +106,7 @@ public:
     Q_INVOKABLE void setSpeedController(STcpSocketSpeedController *controller);
     //! The default home directory. (The spelling is part of the interface.)
     Q_INVOKABLE QString defaulHomeDirLocal() const;
+    //! Whether \a path is a file or a directory; a link counts as what it leads to.
     Q_INVOKABLE bool existsLocal(const QString &path);
     //! Whether changes on removable media are flushed at once.
     Q_INVOKABLE bool autoSync() const;
@@ -123,21 +125,28 @@ Q_SIGNALS:
     void busy();
     //! One exchange has ended; a null id stands for a step that found no command.
     void commandResult(SCommandId id, bool success);
+
+    // Local operations that succeeded. What is called a folder is an absolute path; all other
+    // arguments are as the caller passed them.
+
     void localDirChanged(const QString &folder);
+    //! Not for a directory that exists already.
     void localDirCreated(const QString &folder);
     void localDirRemoved(const QString &folder, bool recursive);
     void localDirRenamed(const QString &fromDir, const QString &toDir);
     void localDirListed(const QString &folder);
+    //! Also for a symbolic link that removeDirLocal() was given.
     void localFileRemoved(const QString &fileName);
     void localFileRenamed(const QString &fromFileName, const QString &toFileName);
     void localFileCopied(const QString &fromFileName, const QString &toFileName);
     void localDirCopied(const QString &fromDir, const QString &toDir);
-    //! setRootPath() got a directory that does not exist.
-    void invalidRootDir(const QString &folder);
+    //! setRootPath() got a directory that does not exist; as it was passed.
+    void invalidRootDir(const QString &path);
     //! existsLocal() was asked, whatever the answer.
     void localExistsCheck(const QString &pathName);
     void localPermissionChanged(const QString &pathName);
-    //! A transfer moved on.
+
+    //! A transfer moved on; progress() follows in percent.
     void transferredBytes(qint64 bytes, qint64 total);
 
 protected Q_SLOTS:
