@@ -5,13 +5,15 @@
 include(CMakePackageConfigHelpers)
 
 set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/brixlib")
+# Not at the top of the build folder: find_package() looks there when its bin is in PATH.
+set(package_build_dir "${PROJECT_BINARY_DIR}/package")
 configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/brixlibConfig.cmake.in"
-    "${PROJECT_BINARY_DIR}/brixlibConfig.cmake"
+    "${package_build_dir}/brixlibConfig.cmake"
     INSTALL_DESTINATION "${package_dir}")
-write_basic_package_version_file("${PROJECT_BINARY_DIR}/brixlibConfigVersion.cmake"
+write_basic_package_version_file("${package_build_dir}/brixlibConfigVersion.cmake"
     COMPATIBILITY SameMajorVersion)
 install(FILES
-    "${PROJECT_BINARY_DIR}/brixlibConfig.cmake"
-    "${PROJECT_BINARY_DIR}/brixlibConfigVersion.cmake"
+    "${package_build_dir}/brixlibConfig.cmake"
+    "${package_build_dir}/brixlibConfigVersion.cmake"
     DESTINATION "${package_dir}")
 install(EXPORT brixlibTargets NAMESPACE brixlib:: DESTINATION "${package_dir}")
