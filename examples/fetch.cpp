@@ -4,6 +4,7 @@
 #include <brixlib/protocol.h>
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QFileInfo>
 #include <QtCore/QTextStream>
 
 using namespace Talverine;
@@ -37,6 +38,7 @@ int main(int argc, char **argv)
     if (!controller.connectClient(client, true))
         return 3;
     client->authenticate(arguments[3], arguments[4]);
-    client->getFile(arguments[5], arguments[6], false);
+    // A client has a current folder of its own, which is not that of the program.
+    client->getFile(arguments[5], QFileInfo(arguments[6]).absoluteFilePath(), false);
     return app.exec();
 }
