@@ -90,6 +90,21 @@ private Q_SLOTS:
             << QStringList{u"user"_s, u"list"_s} << "FILE is required"_ba;
         QTest::newRow("missing option")
             << QStringList{u"user"_s, u"add"_s, u"f"_s, u"ann"_s} << "--home is required"_ba;
+        QTest::newRow("empty path")
+            << QStringList{u"put"_s, u"-r"_s, QString(), u"brix://ann@press:7000/a"_s}
+            << "LOCAL: the path is empty"_ba;
+        QTest::newRow("empty home")
+            << QStringList{u"user"_s, u"add"_s, u"f"_s, u"ann"_s, u"--home"_s, QString()}
+            << "--home: the path is empty"_ba;
+        QTest::newRow("negative limit")
+            << QStringList{u"serve"_s, u"--users"_s, u"f"_s, u"--limit-in"_s, u"-1"_s}
+            << "--limit-in: -1 is no whole number from 0 on\n"_ba;
+        QTest::newRow("limit with a unit")
+            << QStringList{u"serve"_s, u"--users"_s, u"f"_s, u"--limit-out"_s, u"10M"_s}
+            << "--limit-out: 10M is no whole number from 0 on\n"_ba;
+        QTest::newRow("port too large")
+            << QStringList{u"serve"_s, u"--users"_s, u"f"_s, u"--port"_s, u"65536"_s}
+            << "--port: Value 65536 not in range"_ba;
         QTest::newRow("too many arguments")
             << QStringList{u"user"_s, u"list"_s, u"f"_s, u"g"_s} << "g"_ba;
     }

@@ -168,6 +168,19 @@ private Q_SLOTS:
         QVERIFY(files().isEmpty());
     }
 
+    void emptyPasswordIsRefused()
+    {
+        m_tool.input = "\n";
+        const auto typed = add(u"ann"_s, {u"--password-stdin"_s});
+        QCOMPARE(typed.exitCode, 2);
+        QVERIFY2(typed.err.contains("an empty password is not taken"), typed.err.constData());
+        m_tool.password = u""_s;
+        const auto set = add(u"ann"_s);
+        QCOMPARE(set.exitCode, 2);
+        QVERIFY2(set.err.contains("an empty password is not taken"), set.err.constData());
+        QVERIFY(files().isEmpty());
+    }
+
     void emptyNameIsRefused()
     {
         const auto result = add(QString());

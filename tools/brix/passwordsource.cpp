@@ -52,6 +52,20 @@ std::optional<SSecureString> fromPrompt(const QString &prompt, QString *error)
     return std::nullopt;
 }
 
+std::optional<SSecureString> fromPromptTwice(const QString &user, QString *error)
+{
+    const auto password = fromPrompt(u"New password of %1: "_s.arg(user), error);
+    if (!password)
+        return std::nullopt;
+    const auto again = fromPrompt(u"The same again: "_s, error);
+    if (!again)
+        return std::nullopt;
+    if (*password == *again)
+        return password;
+    *error = u"the two passwords differ"_s;
+    return std::nullopt;
+}
+
 } // namespace
 
 std::optional<SSecureString> PasswordSource::existing(const QString &user, QString *error) const
@@ -65,20 +79,12 @@ std::optional<SSecureString> PasswordSource::existing(const QString &user, QStri
 std::optional<SSecureString> PasswordSource::chosen(const QString &user, QString *error) const
 {
     auto password = withoutPrompt(fromStdin, error);
-    if (password || !error->isEmpty())
+    if (!password && error->isEmpty())
+        password = fromPromptTwice(user, error);
+    if (!password || !password->isEmpty())
         return password;
-    password = fromPrompt(u"New password of %1: "_s.arg(user), error);
-    if (!password)
-        return std::nullopt;
-    const auto again = fromPrompt(u"The same again: "_s, error);
-    if (!again)
-        return std::nullopt;
-    if (password->isEmpty() || !(*password == *again)) {
-        *error = password->isEmpty() ? u"an empty password is not taken"_s
-                                     : u"the two passwords differ"_s;
-        return std::nullopt;
-    }
-    return password;
+    *error = u"an empty password is not taken"_s;
+    return std::nullopt;
 }
 
 } // namespace Brix

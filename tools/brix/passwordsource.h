@@ -22,7 +22,7 @@ struct PasswordSource
     //! The password to log in with; on failure tells in \a error why there is none.
     std::optional<Talverine::Security::SSecureString> existing(const QString &user,
                                                                QString *error) const;
-    //! As existing(), but a prompt asks twice and the two answers must be the same and not empty.
+    //! As existing(), but an empty one is not taken, and a prompt asks twice for the same answer.
     std::optional<Talverine::Security::SSecureString> chosen(const QString &user,
                                                              QString *error) const;
 };

@@ -37,6 +37,17 @@ struct ServeOptions
     bool verbose = false;
 };
 
+// As CLI::NonNegativeNumber, whose message writes out the largest double.
+CLI::Validator wholeNumber()
+{
+    const auto problem = [](const std::string &text) {
+        bool isNumber = false;
+        const qint64 number = QByteArray::fromStdString(text).toLongLong(&isNumber);
+        return isNumber && number >= 0 ? std::string() : text + " is no whole number from 0 on";
+    };
+    return CLI::Validator(problem, "NONNEGATIVE");
+}
+
 void declareServe(CLI::App *command, ServeOptions *options)
 {
     addPath(command, "--users", &options->users, "The user file (see brix user); read once")
@@ -44,6 +55,7 @@ void declareServe(CLI::App *command, ServeOptions *options)
     addText(command, "--address", &options->address,
             "Address to listen on; 0.0.0.0 or :: for all. Default: 127.0.0.1");
     command->add_option("--port", options->port, "Port to listen on; 0 takes a free one")
+        ->check(CLI::Range(0, 65535))
         ->capture_default_str();
     addText(command, "--name", &options->name, "The server's name. Default: that of this machine");
     command->add_flag("--document-root", options->documentRoot,
@@ -51,17 +63,17 @@ void declareServe(CLI::App *command, ServeOptions *options)
     command
         ->add_option("--max-connections", options->maximumConnections,
                      "Connections at a time; 0 for no limit")
-        ->check(CLI::NonNegativeNumber)
+        ->check(wholeNumber())
         ->capture_default_str();
     command
         ->add_option("--limit-in", options->limitIn,
                      "Bytes a second that all clients together may send; 0 for no limit")
-        ->check(CLI::NonNegativeNumber)
+        ->check(wholeNumber())
         ->capture_default_str();
     command
         ->add_option("--limit-out", options->limitOut,
                      "Bytes a second that all clients together may receive; 0 for no limit")
-        ->check(CLI::NonNegativeNumber)
+        ->check(wholeNumber())
         ->capture_default_str();
     command->add_flag("--verbose", options->verbose,
                       "A line on stderr for each login, command and end of a session");

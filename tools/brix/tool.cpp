@@ -30,7 +30,9 @@ CLI::Option *addPath(CLI::App *command, const std::string &name, QString *target
                     QDir().absoluteFilePath(QFile::decodeName(QByteArray::fromStdString(text)));
             },
             description)
-        ->type_name("PATH");
+        ->type_name("PATH")
+        // It would stand for the caller's folder, which nobody means who wrote "$FOLDER".
+        ->check([](const std::string &text) { return text.empty() ? "the path is empty" : ""; });
 }
 
 } // namespace Brix

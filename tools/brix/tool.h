@@ -24,7 +24,8 @@ struct Tool
 //! Adds an argument or option whose text lands in \a target.
 CLI::Option *addText(CLI::App *command, const std::string &name, QString *target,
                      const std::string &description);
-//! Adds an argument for a file or folder of this machine, resolved by the caller's folder.
+//! Adds an argument for a file or folder of this machine, resolved by the caller's folder; an empty
+//! one is wrong usage.
 CLI::Option *addPath(CLI::App *command, const std::string &name, QString *target,
                      const std::string &description);
 /*!
