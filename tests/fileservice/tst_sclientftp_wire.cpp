@@ -476,11 +476,15 @@ private Q_SLOTS:
             if (!closes)
                 peer.readToEnd();
         }));
-        m_client->timeout = kShortTimeoutMs;
+        m_client->timeout = 1000;
         QVERIFY(m_client->open(server.port()));
+        QElapsedTimer waiting;
+        waiting.start();
         QVERIFY(!m_client->run(op(&SClientFtp::copyFile, u"a"_s, u"b"_s)));
         QCOMPARE(m_client->log, QStringList{u"copyFileResult false"_s});
         QVERIFY(m_client->waitForEnd());
+        // Once for the rest of the word, once for the result.
+        QVERIFY(waiting.elapsed() < 2 * m_client->timeout + 800);
     }
 
     void endlessKeepAliveWordsDoNotHoldAStopUp_data()

@@ -468,7 +468,7 @@ void SClientFtp::keepAliveLoop(QIODevice *device)
             head = device->peek(kWord.size());
         if (head != kWord && !isBeginning(head))
             return;
-        if (readAll(device, head) != head.size())
+        if (readAll(device, head) != kWord.size())
             return;
     }
 }
