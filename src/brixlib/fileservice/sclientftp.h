@@ -94,9 +94,9 @@ public Q_SLOTS:
 
     /*!
      * Fetches a file to \a local, whose folder is made if need be; an empty \a local means the name
-     * of the remote file in the current local directory. When the server cannot read the file,
-     * \a local is replaced by an empty file, and then the command fails: fetch to a name of its own
-     * what must not be lost.
+     * of the remote file in the current local directory. When the size of the file does not come,
+     * since the server cannot read the file or the connection breaks off, \a local is replaced by
+     * an empty file, and then the command fails: fetch to a name of its own what must not be lost.
      */
     void getFile(const QString &remote, const QString &local, bool removeSource = false);
     void getFile(const QString &remote, bool removeSource = false);
@@ -113,13 +113,16 @@ public Q_SLOTS:
      */
     void getDir(const QString &remote, const QString &local, bool removeSource = false);
     //! Fetches a file into \a device, which is opened and closed in the worker thread and must live
-    //! until the command has run.
+    //! until the command has run. A transfer that fails leaves it open.
     void getDevice(const QString &remote, QIODevice *device);
 
     // To the server
 
-    //! Sends a file; nothing happens when \a local lies outside the jail. An empty \a remote means
-    //! the file's name in the server's current directory.
+    /*!
+     * Sends a file; nothing happens when \a local lies outside the jail. An empty \a remote means
+     * the file's name in the server's current directory. What is no regular file when its turn
+     * comes, and a file whose size changes on the way, end the session.
+     */
     void sendFile(const QString &local, const QString &remote, bool removeSource = false);
     void sendFile(const QString &local, bool removeSource = false);
     //! Queues a sendFile() for each file in \a local that matches \a filters, as in getFiles().
@@ -128,11 +131,12 @@ public Q_SLOTS:
     /*!
      * Sends a tree of files to \a remote, by default a folder of the same name. Empty directories
      * do not arrive. With \a removeSource the local directory is removed when the queue has run
-     * empty, whether or not its files arrived.
+     * empty, whether or not its files arrived; a relative \a local is then taken from the local
+     * directory that is the current one by that time.
      */
     void sendDir(const QString &local, const QString &remote, bool removeSource = false);
     //! Sends all that \a device holds; it is opened and closed in the worker thread and must live
-    //! until the command has run.
+    //! until the command has run. A transfer that fails leaves it open.
     void sendDevice(QIODevice *device, const QString &remote);
 
 public:
