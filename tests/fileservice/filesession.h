@@ -67,10 +67,11 @@ private:
     QStringList m_lines;
 };
 
-//! A session whose jail a test can set.
+//! A session whose jail a test can set, and that takes commands made elsewhere.
 class JailedClient : public Talverine::SClientFtp
 {
 public:
+    using SClientFtp::enqueueCommand;
     using SClientFtp::SClientFtp;
     using SClientFtp::setRootPath;
 };

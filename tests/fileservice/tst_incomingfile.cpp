@@ -33,6 +33,21 @@ private Q_SLOTS:
         QCOMPARE(FileTree::read(target), "new");
     }
 
+    void fileHasThePermissionsOfAnyNewFile_data() { storages(); }
+    void fileHasThePermissionsOfAnyNewFile()
+    {
+        QFETCH(const bool, needsSync);
+        const QTemporaryDir dir;
+        const QString target = dir.filePath(u"a.txt"_s);
+        QVERIFY(FileTree::write(target, "older"));
+        QVERIFY(QFile::setPermissions(target, QFileDevice::ReadOwner));
+        IncomingFile file(target);
+        QVERIFY(file.open(needsSync));
+        QVERIFY(file.finish());
+        QVERIFY(FileTree::write(dir.filePath(u"fresh.txt"_s), "fresh"));
+        QCOMPARE(QFile::permissions(target), QFile::permissions(dir.filePath(u"fresh.txt"_s)));
+    }
+
     void unfinishedFileLeavesNothing_data() { storages(); }
     void unfinishedFileLeavesNothing()
     {

@@ -446,8 +446,8 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("name");
         for (const QString &name :
-             {u"50%2 off %1.txt"_s, u"a%20b"_s, u"ünï ☃ 𝄞"_s, u" lead"_s, u"trail "_s, u"-rf"_s,
-              u"a;b"_s, u"back\\slash"_s, u"new\nline"_s, QString(255, u'x')})
+             {u".hidden"_s, u"50%2 off %1.txt"_s, u"a%20b"_s, u"ünï ☃ 𝄞"_s, u" lead"_s, u"trail "_s,
+              u"-rf"_s, u"a;b"_s, u"back\\slash"_s, u"new\nline"_s, QString(255, u'x')})
             QTest::newRow(qPrintable(name.left(20).simplified())) << name;
     }
     void namesOfEveryKindTravel()
@@ -459,6 +459,23 @@ private Q_SLOTS:
         QCOMPARE(FileTree::below(m_server->home()), (QStringList{u"up/"_s, u"up/"_s + name}));
         QVERIFY(m_client->run([](SClientFtp &client) { client.getDir(u"up"_s, u"back"_s); }, 2));
         QCOMPARE(FileTree::read(m_client->path(u"back/"_s + name)), "content");
+    }
+
+    void dateAndPermissionsDoNotTravel()
+    {
+        const QDateTime old(QDate(2001, 2, 3), QTime(4, 5, 6), Qt::UTC);
+        QFile source(m_server->path(u"a.txt"_s));
+        QVERIFY(source.open(QIODevice::WriteOnly));
+        QVERIFY(source.setFileTime(old, QFileDevice::FileModificationTime));
+        QVERIFY(source.setPermissions(QFileDevice::ReadOwner | QFileDevice::ExeOwner));
+        source.close();
+        QVERIFY(FileTree::write(m_client->path(u"fresh.txt"_s), "fresh"));
+        QVERIFY(m_client->open(m_server->port()));
+        QVERIFY(m_client->run([](SClientFtp &client) { client.getFile(u"a.txt"_s); }));
+        const QFileInfo fresh(m_client->path(u"fresh.txt"_s));
+        const QFileInfo fetched(m_client->path(u"a.txt"_s));
+        QCOMPARE(fetched.permissions(), fresh.permissions());
+        QVERIFY(fetched.lastModified() >= fresh.lastModified());
     }
 
     void getFilesFetchesWhatMatches_data()
@@ -547,12 +564,14 @@ private Q_SLOTS:
     {
         QVERIFY(FileTree::write(m_server->path(u"in/a.txt"_s), "a"));
         QVERIFY(m_client->open(m_server->port()));
-        QVERIFY(m_client->run(
-            [](SClientFtp &client) {
+        // In the worker's thread, where no command runs before both are queued.
+        const auto queueInWorker = [this](SClientFtp &) {
+            callInWorker(m_client->client(), [](SClientFtp &client) {
                 client.getDir(u"in"_s, u"got"_s, true);
                 client.pwd();
-            },
-            4));
+            });
+        };
+        QVERIFY(m_client->run(queueInWorker, 4));
         QCOMPARE(m_client->results,
                  (QStringList{u"gfls true"_s, u"pwd_ true"_s, u"getf true"_s, u"rmd_ true"_s}));
     }
@@ -612,6 +631,63 @@ private Q_SLOTS:
         QVERIFY(!m_client->run([](SClientFtp &client) { client.sendDevice(nullptr, u"b"_s); }));
         QVERIFY(m_client->log.isEmpty());
         QVERIFY(m_client->waitForEnd());
+    }
+
+    // Order and thread of the signals
+
+    void lastReportOfATransferComesBeforeItsEnd_data()
+    {
+        QTest::addColumn<QByteArray>("what");
+        for (const char *what : {"getFile", "sendFile", "getDevice", "sendDevice"})
+            QTest::newRow(what) << QByteArray(what);
+    }
+    void lastReportOfATransferComesBeforeItsEnd()
+    {
+        QFETCH(const QByteArray, what);
+        QVERIFY(FileTree::write(m_server->path(u"a"_s), "a"));
+        QVERIFY(FileTree::write(m_client->path(u"b"_s), "b"));
+        QStringList order;
+        QSet<QThread *> threads;
+        // Noted where they are emitted.
+        const auto note = [&](const QString &event) {
+            order.append(event);
+            threads.insert(QThread::currentThread());
+        };
+        m_client->configure = [&](JailedClient &client) {
+            const auto started = [note](auto) { note(u"started"_s); };
+            const auto moved = [note](qint64 done, qint64 size) {
+                note(u"%1 of %2"_s.arg(QString::number(done), QString::number(size)));
+            };
+            const auto finished = [note](auto) { note(u"finished"_s); };
+            connect(&client, &SClientFtp::getFileStarted, &client, started);
+            connect(&client, &SClientFtp::getFileTransferredSize, &client, moved);
+            connect(&client, &SClientFtp::getFileFinished, &client, finished);
+            connect(&client, &SClientFtp::sendFileStarted, &client, started);
+            connect(&client, &SClientFtp::sendFileTransferredSize, &client, moved);
+            connect(&client, &SClientFtp::sendFileFinished, &client, finished);
+            connect(&client, &SClientFtp::getDeviceStarted, &client, started);
+            connect(&client, &SClientFtp::getDeviceTransferredSize, &client, moved);
+            connect(&client, &SClientFtp::getDeviceFinished, &client, finished);
+            connect(&client, &SClientFtp::sendDeviceStarted, &client, started);
+            connect(&client, &SClientFtp::sendDeviceTransferredSize, &client, moved);
+            connect(&client, &SClientFtp::sendDeviceFinished, &client, finished);
+        };
+        QVERIFY(m_client->open(m_server->port()));
+        QBuffer device;
+        device.setData("c");
+        QVERIFY(m_client->run([&](SClientFtp &client) {
+            if (what == "getFile")
+                client.getFile(u"a"_s);
+            else if (what == "sendFile")
+                client.sendFile(u"b"_s);
+            else if (what == "getDevice")
+                client.getDevice(u"a"_s, &device);
+            else
+                client.sendDevice(&device, u"c"_s);
+        }));
+        QCOMPARE(order, (QStringList{u"started"_s, u"1 of 1"_s, u"finished"_s}));
+        QCOMPARE(threads, QSet<QThread *>{m_client->client()->thread()});
+        QVERIFY(!threads.contains(QThread::currentThread()));
     }
 
     // Files to the server
@@ -714,6 +790,18 @@ private Q_SLOTS:
                  (QStringList{u"flat/"_s, u"flat/a.txt"_s, u"flat/b.csv"_s, u"tree/"_s,
                               u"tree/a.txt"_s, u"tree/s/"_s, u"tree/s/d.txt"_s}));
         QCOMPARE(FileTree::read(m_server->path(u"tree/s/d.txt"_s)), "out/s/d.txt");
+    }
+
+    void rootOfTheClientIsNoneOfTheServersPaths()
+    {
+        QVERIFY(FileTree::write(m_client->path(u"out/s/a.txt"_s), "a"));
+        m_client->configure = [this](JailedClient &client) {
+            QVERIFY(client.setRootPath(m_client->folder()));
+        };
+        QVERIFY(m_client->open(m_server->port()));
+        QVERIFY(m_client->run([](SClientFtp &client) { client.sendDir(u"out"_s, u"up"_s); }));
+        QCOMPARE(FileTree::below(m_server->home()),
+                 (QStringList{u"up/"_s, u"up/s/"_s, u"up/s/a.txt"_s}));
     }
 
     void sendDirWithoutARemoteNameTakesTheLocalOne()

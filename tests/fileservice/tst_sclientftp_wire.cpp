@@ -4,6 +4,9 @@
 #include "filesession.h"
 #include "filetree.h"
 
+#include <brixlib/fileservice/scommandgetdir.h>
+#include <brixlib/fileservice/scommandsendfile.h>
+
 #include <shared/processfacts.h>
 #include <shared/rawserver.h>
 #include <shared/utctime.h>
@@ -285,19 +288,15 @@ private Q_SLOTS:
     {
         QFETCH(const Operation, operation);
         QFETCH(const QByteArray, reply);
-        const QByteArray whole = ack() + reply + ack();
-        for (qsizetype size = 0; size < whole.size(); ++size) {
-            RawServer server(scripted(today(), [&](auto &peer) {
-                peer.readCommand();
-                peer.send(whole.first(size));
-            }));
-            m_client = std::make_unique<FileClient>();
-            QVERIFY(m_client->open(server.port()));
-            QVERIFY2(!m_client->run(operation), qPrintable(QString::number(size)));
-            QCOMPARE(m_client->results.size(), 1);
-            QVERIFY(m_client->waitForEnd());
-            QVERIFY(server.finishes());
-        }
+        QFETCH(const QStringList, expected);
+        verifyCuts(today(), operation, reply, expected);
+    }
+
+    void replyOfAnOldServerCutAtAnyByteEndsTheSession()
+    {
+        verifyCuts(todayBut("gfls", 0),
+                   [](SClientFtp &client) { client.getDir(u"a"_s, QString()); }, frame(names({})),
+                   {u"getDirResult true"_s});
     }
 
     void refusedCommandEndsTheSession_data() { wellFormedReplies(); }
@@ -359,6 +358,15 @@ private Q_SLOTS:
         QTest::newRow("one file too few")
             << getFiles << frame(path(u"/a"_s) + u32(2) + path(u"/a/b"_s));
         QTest::newRow("no list of files") << getFiles << frame(path(u"/a"_s));
+        // A server of any age may be asked for it.
+        const Operation oldGetDir = [](SClientFtp &client) {
+            static_cast<JailedClient &>(client).enqueueCommand(
+                new SCommandGetDir(u"a"_s, u"a"_s, true));
+        };
+        QTest::newRow("old form, endless list of files")
+            << oldGetDir << frame(endless + path(u"/a/b"_s));
+        QTest::newRow("old form, one file too few") << oldGetDir << frame(u32(2) + path(u"/a/b"_s));
+        QTest::newRow("old form, no length") << oldGetDir << u32(0);
         QTest::newRow("name of a storage of 4 GiB")
             << op(&Self::storageInfo) << u64(1) + u64(2) + u64(3) + endless + "ext4";
         QTest::newRow("half a sensitivity")
@@ -521,37 +529,69 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("id");
         QTest::addColumn<Operation>("operation");
-        QTest::newRow("copyFile") << "cpyf"_ba << op(&SClientFtp::copyFile, u"a"_s, u"b"_s);
-        QTest::newRow("copyDir") << "cpyd"_ba << op(&SClientFtp::copyDir, u"a"_s, u"b"_s);
+        QTest::addColumn<quint32>("version");
+        for (const quint32 version : {0x00010000U, 0x000100FFU}) {
+            QTest::addRow("copyFile, version %x", version)
+                << "cpyf"_ba << op(&SClientFtp::copyFile, u"a"_s, u"b"_s) << version;
+            QTest::addRow("copyDir, version %x", version)
+                << "cpyd"_ba << op(&SClientFtp::copyDir, u"a"_s, u"b"_s) << version;
+        }
     }
     void oldServerSendsNoKeepAliveWords()
     {
         QFETCH(const QByteArray, id);
         QFETCH(const Operation, operation);
+        QFETCH(const quint32, version);
         QByteArray command;
-        RawServer server(scripted(todayBut(id, 0x00010000), [&](auto &peer) {
+        RawServer server(scripted(todayBut(id, version), [&](auto &peer) {
             command = peer.readCommand();
-            // Were the word looked for, the client would wait for the rest of it.
-            peer.send(ack() + "\x50"_ba + ack());
+            // A result and the begin of a last word that is wrong. Taken for a keep-alive word, it
+            // would leave a good answer behind.
+            peer.send(ack() + keepAlive() + '\0' + ack());
             peer.readToEnd();
         }));
         QVERIFY(m_client->open(server.port()));
-        QVERIFY(m_client->run(operation));
-        QVERIFY(m_client->log.value(0).endsWith(u"Result true"_s));
+        QVERIFY(!m_client->run(operation));
+        QCOMPARE(m_client->log.size(), 1);
+        QVERIFY(m_client->log.first().endsWith(u"Result true"_s));
         m_client.reset();
         QVERIFY(server.finishes());
-        QCOMPARE(command.toHex(' '), body(id, path(u"a"_s) + path(u"b"_s)).toHex(' '));
+        QCOMPARE(command.toHex(' '), body(id, path(u"a"_s) + path(u"b"_s), version).toHex(' '));
     }
 
+    void oldServerSendsNoKeepAliveWordsBeforeAListOfFiles()
+    {
+        RawServer server(scripted(todayBut("gfls", 0x000100FF), [](auto &peer) {
+            // A length that is never reached, and not a word before a good answer.
+            peer.answer(keepAlive() + frame(path(u"/a"_s) + names({})));
+        }));
+        QVERIFY(m_client->open(server.port()));
+        QVERIFY(!m_client->run(
+            [](SClientFtp &client) { client.getFiles(u"a"_s, QString(), u"b"_s, true); }));
+        QVERIFY(m_client->log.isEmpty());
+    }
+
+    void oldServerTellsLessOfItsStorage_data()
+    {
+        QTest::addColumn<quint32>("version");
+        QTest::addColumn<QByteArray>("reply");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("1.0.0") << 0x00010000U << u64(1) + u64(2) << u"storageInfoResult 1 2 0 "_s;
+        QTest::newRow("1.0.1") << 0x00010001U << u64(1) + u64(2) + u64(3) + array("ext4")
+                               << u"storageInfoResult 1 2 3 ext4"_s;
+    }
     void oldServerTellsLessOfItsStorage()
     {
-        RawServer server(scripted(todayBut("stoi", 0x00010000), [](auto &peer) {
-            peer.answer(u64(1) + u64(2));
+        QFETCH(const quint32, version);
+        QFETCH(const QByteArray, reply);
+        QFETCH(const QString, expected);
+        RawServer server(scripted(todayBut("stoi", version), [&](auto &peer) {
+            peer.answer(reply);
             peer.readToEnd();
         }));
         QVERIFY(m_client->open(server.port()));
         QVERIFY(m_client->run(op(&SClientFtp::storageInfo)));
-        QCOMPARE(m_client->log, QStringList{u"storageInfoResult 1 2 0 "_s});
+        QCOMPARE(m_client->log, QStringList{expected});
     }
 
     void oldServerIsToldTheSizeByTheCommand_data()
@@ -559,6 +599,7 @@ private Q_SLOTS:
         QTest::addColumn<quint32>("version");
         QTest::addColumn<bool>("hasTarget");
         QTest::addColumn<bool>("hasRemove");
+        QTest::newRow("just below 2.0.0") << 0x0001FFFFU << true << true;
         QTest::newRow("1.2.0") << 0x00010200U << true << true;
         QTest::newRow("1.1.0") << 0x00010100U << false << true;
         QTest::newRow("1.0.0") << 0x00010000U << false << false;
@@ -715,34 +756,74 @@ private Q_SLOTS:
         QCOMPARE(m_client->log, (QStringList{u"unavailableCommand gfio"_s, u"pwdResult /here"_s}));
     }
 
+    void foldersOfSendDirAreRemovedEvenIfNothingArrived()
+    {
+        QVERIFY(FileTree::write(m_client->path(u"one/a.txt"_s), "a"));
+        QVERIFY(FileTree::write(m_client->path(u"two/b.txt"_s), "b"));
+        RawServer server(scripted(todayBut("sndf", 0), [](auto &peer) {
+            peer.answer(frame(path(u"/here"_s)));
+            peer.readToEnd();
+        }));
+        QVERIFY(m_client->open(server.port()));
+        QTRY_COMPARE(m_client->emptied, 1);
+        const auto inWorker = [](SClientFtp &client) {
+            const auto calls = [&client] {
+                client.sendDir(u"one"_s, QString(), true);
+                client.sendDir(u"two"_s, QString(), true);
+                client.pwd();
+            };
+            QMetaObject::invokeMethod(&client, calls, Qt::BlockingQueuedConnection);
+        };
+        QVERIFY(m_client->run(inWorker));
+        QTRY_COMPARE(
+            m_client->log,
+            (QStringList{u"unavailableCommand sndf"_s, u"unavailableCommand sndf"_s,
+                         u"pwdResult /here"_s, u"localDirRemoved "_s + m_client->path(u"one"_s),
+                         u"localDirRemoved "_s + m_client->path(u"two"_s)}));
+        QVERIFY(FileTree::below(m_client->folder()).isEmpty());
+    }
+
     // Names in lists of files
 
     void listedFilesLandBelowTheTarget_data()
     {
+        QTest::addColumn<bool>("hasRoot");
         QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("local");
         QTest::addColumn<QString>("target");
-        QTest::newRow("below the base") << u"/srv/in/a/b.txt"_s << u"got/a/b.txt"_s;
-        QTest::newRow("going up") << u"/srv/in/../../etc/b.txt"_s << u"b.txt"_s;
-        QTest::newRow("somewhere else") << u"/etc/b.txt"_s << u"b.txt"_s;
-        QTest::newRow("beside the base") << u"/srv/info/b.txt"_s << u"got/fo/b.txt"_s;
-        QTest::newRow("relative and going up") << u"../../b.txt"_s << u"b.txt"_s;
+        for (const bool hasRoot : {true, false}) {
+            const auto row = [hasRoot](const char *what) -> QTestData & {
+                return QTest::addRow("%s, %s a root", what, hasRoot ? "with" : "without")
+                       << hasRoot;
+            };
+            row("below the base") << u"/srv/in/a/b.txt"_s << u"got"_s << u"got/a/b.txt"_s;
+            row("no target") << u"/srv/in/a/b.txt"_s << QString() << u"a/b.txt"_s;
+            row("going up") << u"/srv/in/../../etc/b.txt"_s << u"got"_s << u"b.txt"_s;
+            row("somewhere else") << u"/etc/b.txt"_s << u"got"_s << u"b.txt"_s;
+            row("beside the base") << u"/srv/info/b.txt"_s << u"got"_s << u"got/fo/b.txt"_s;
+            row("relative and going up") << u"../../b.txt"_s << u"got"_s << u"b.txt"_s;
+            row("the base itself") << u"/srv/in"_s << u"got"_s << u"in"_s;
+        }
+        QTest::newRow("target outside the root")
+            << true << u"/srv/in/a/b.txt"_s << u"/elsewhere"_s << u"a/b.txt"_s;
     }
     void listedFilesLandBelowTheTarget()
     {
+        QFETCH(const bool, hasRoot);
         QFETCH(const QString, name);
+        QFETCH(const QString, local);
         QFETCH(const QString, target);
         RawServer server(scripted(today(), [&](auto &peer) {
             peer.answer(frame(path(u"/srv/in"_s) + names({name})));
             peer.answer(u64(1) + 'A');
             peer.readToEnd();
         }));
-        m_client->configure = [this](JailedClient &client) {
-            QVERIFY(client.setRootPath(m_client->folder()));
+        m_client->configure = [this, hasRoot](JailedClient &client) {
+            QVERIFY(!hasRoot || client.setRootPath(m_client->folder()));
         };
         QVERIFY(m_client->open(server.port()));
         QVERIFY(m_client->run(
-            [](SClientFtp &client) { client.getFiles(u"/srv/in"_s, QString(), u"got"_s, true); },
-            2));
+            [&](SClientFtp &client) { client.getFiles(u"/srv/in"_s, QString(), local, true); }, 2));
         QCOMPARE(m_client->log.last(), u"getFileFinished "_s + m_client->path(target));
         QCOMPARE(FileTree::read(m_client->path(target)), "A");
     }
@@ -783,6 +864,47 @@ private Q_SLOTS:
         QVERIFY(m_client->waitForEnd());
     }
 
+    void sizeThatDoesNotComeCountsAsNone_data()
+    {
+        QTest::addColumn<bool>("device");
+        QTest::addColumn<bool>("closes");
+        QTest::newRow("file, the server closes") << false << true;
+        QTest::newRow("file, the server falls silent") << false << false;
+        QTest::newRow("device, the server closes") << true << true;
+        QTest::newRow("device, the server falls silent") << true << false;
+    }
+    void sizeThatDoesNotComeCountsAsNone()
+    {
+        QFETCH(const bool, device);
+        QFETCH(const bool, closes);
+        for (qsizetype size = 0; size < 8; size += closes ? 1 : 7) {
+            RawServer server(scripted(today(), [&](auto &peer) {
+                peer.readCommand();
+                peer.send(ack() + u64(100).first(size));
+                if (!closes)
+                    peer.readToEnd();
+            }));
+            m_client = std::make_unique<FileClient>();
+            m_client->timeout = kShortTimeoutMs;
+            const QString target = m_client->path(u"a.txt"_s);
+            QVERIFY(FileTree::write(target, "older"));
+            QVERIFY(m_client->open(server.port()));
+            QBuffer buffer;
+            QVERIFY(!m_client->run([&](SClientFtp &client) {
+                device ? client.getDevice(u"a.txt"_s, &buffer) : client.getFile(u"a.txt"_s);
+            }));
+            // Only for a file it is no failure as yet: it is empty then.
+            QCOMPARE(m_client->log, device ? QStringList{u"getDeviceStarted"_s}
+                                           : QStringList({u"getFileStarted "_s + target,
+                                                          u"getFileFinished "_s + target}));
+            QCOMPARE(FileTree::read(target), device ? "older" : "");
+            QCOMPARE(buffer.isOpen(), device);
+            QCOMPARE(m_client->results.size(), 1);
+            QVERIFY(m_client->waitForEnd());
+            QCOMPARE(FileTree::below(m_client->folder()), QStringList{u"a.txt"_s});
+        }
+    }
+
     void negativeSizeMeansNoBytes()
     {
         RawServer server(scripted(today(), [](auto &peer) {
@@ -793,6 +915,29 @@ private Q_SLOTS:
         QVERIFY(m_client->run([](SClientFtp &client) { client.getFile(u"a.txt"_s); }));
         QCOMPARE(m_client->progress, (QList<std::pair<qint64, qint64>>{{-5, -5}}));
         QCOMPARE(FileTree::read(m_client->path(u"a.txt"_s)), "");
+    }
+
+    void placeWhereNoFileCanBeMadeEndsTheSession_data()
+    {
+        QTest::addColumn<QString>("target");
+        QTest::newRow("a folder that cannot be made") << u"file/new/a.txt"_s;
+        QTest::newRow("a folder that takes no files") << u"/proc/a.txt"_s;
+    }
+    void placeWhereNoFileCanBeMadeEndsTheSession()
+    {
+        QFETCH(const QString, target);
+        QVERIFY(FileTree::write(m_client->path(u"file"_s), "kept"));
+        RawServer server(scripted(today(), [](auto &peer) {
+            peer.answer(u64(1) + 'A');
+            peer.readToEnd();
+        }));
+        QVERIFY(m_client->open(server.port()));
+        QVERIFY(!m_client->run([&](SClientFtp &client) { client.getFile(u"a.txt"_s, target); }));
+        QVERIFY(m_client->log.isEmpty());
+        QCOMPARE(m_client->results, QStringList{u"getf false"_s});
+        QVERIFY(m_client->waitForEnd());
+        QCOMPARE(FileTree::below(m_client->folder()), QStringList{u"file"_s});
+        QCOMPARE(FileTree::read(m_client->path(u"file"_s)), "kept");
     }
 
     void moreBytesThanAnnouncedAreNoCompletion()
@@ -931,6 +1076,33 @@ private Q_SLOTS:
 
     // Transfers to the server
 
+    void sourceOutsideTheRootInTheHandlerEndsTheSession()
+    {
+        const QTemporaryDir outside;
+        const QString source = outside.filePath(u"a.txt"_s);
+        QVERIFY(FileTree::write(source, "secret"));
+        QByteArray sent;
+        RawServer server(scripted(today(), [&](auto &peer) {
+            peer.readCommand();
+            peer.send(ack());
+            sent = peer.read(1);
+        }));
+        m_client->configure = [this](JailedClient &client) {
+            QVERIFY(client.setRootPath(m_client->folder()));
+        };
+        QVERIFY(m_client->open(server.port()));
+        QVERIFY(!m_client->run([&](SClientFtp &client) {
+            static_cast<JailedClient &>(client).enqueueCommand(
+                new SCommandSendFile(source, u"b"_s, true));
+        }));
+        QVERIFY(m_client->log.isEmpty());
+        QCOMPARE(m_client->results, QStringList{u"sndf false"_s});
+        QVERIFY(m_client->waitForEnd());
+        QVERIFY(server.finishes());
+        QCOMPARE(sent, "");
+        QCOMPARE(FileTree::read(source), "secret");
+    }
+
     void serverThatStopsReadingCostsTheTimeout_data()
     {
         QTest::addColumn<bool>("device");
@@ -989,6 +1161,36 @@ private Q_SLOTS:
     }
 
 private:
+    /*!
+     * Cuts the answer at each byte. A result that does not come is reported as a refusal, any other
+     * reply that is not whole in no way.
+     */
+    void verifyCuts(const RawHandshake &handshake, const Operation &operation,
+                    const QByteArray &reply, const QStringList &expected)
+    {
+        const QByteArray whole = ack() + reply + ack();
+        const qsizetype end = ack().size() + reply.size();
+        QStringList unanswered;
+        if (reply.size() == 1)
+            unanswered = QStringList(expected).replaceInStrings(u"true"_s, u"false"_s);
+        for (qsizetype size = 0; size < whole.size(); ++size) {
+            RawServer server(scripted(handshake, [&](auto &peer) {
+                peer.readCommand();
+                peer.send(whole.first(size));
+            }));
+            m_client = std::make_unique<FileClient>();
+            QVERIFY(m_client->open(server.port()));
+            QVERIFY2(!m_client->run(operation), qPrintable(QString::number(size)));
+            if (size < ack().size())
+                QCOMPARE(m_client->log, QStringList());
+            else
+                QCOMPARE(m_client->log, size < end ? unanswered : expected);
+            QCOMPARE(m_client->results.size(), 1);
+            QVERIFY(m_client->waitForEnd());
+            QVERIFY(server.finishes());
+        }
+    }
+
     struct Reply
     {
         QByteArray bytes;
