@@ -588,6 +588,38 @@ private Q_SLOTS:
         QCOMPARE(readFile(isGet ? local(u"target"_s) : home(u"target"_s)), "older"_ba);
     }
 
+    // The signal mostly comes between two files, when no exchange is there to fail.
+    void interruptionOfATreeIsTold_data()
+    {
+        QTest::addColumn<bool>("isGet");
+        QTest::newRow("get") << true;
+        QTest::newRow("put") << false;
+    }
+
+    void interruptionOfATreeIsTold()
+    {
+        QFETCH(bool, isGet);
+        QVERIFY(m_server->start());
+        for (int i = 0; i < 5000; ++i)
+            QVERIFY(writeFile((isGet ? home(u"tree/"_s) : local(u"tree/"_s)) + QString::number(i),
+                              "small"));
+        const QString receivingFolder = isGet ? local(u"copy"_s) : home(u"copy"_s);
+        QProcess client;
+        m_server->client().prepare(
+            &client,
+            isGet ? QStringList{u"get"_s, u"-r"_s, m_server->url(u"tree"_s), receivingFolder}
+                  : QStringList{u"put"_s, u"-r"_s, local(u"tree"_s), m_server->url(u"copy"_s)});
+        client.start();
+        QTRY_VERIFY_WITH_TIMEOUT(!namesIn(receivingFolder).isEmpty(), 20'000);
+        kill(pid_t(client.processId()), SIGINT);
+        QVERIFY(client.waitForFinished(20'000));
+        QCOMPARE(client.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(client.exitCode(), 130);
+        const QByteArray error = client.readAllStandardError();
+        QVERIFY2(error.contains("not tried, since interrupted: "), error.constData());
+        QVERIFY2(!error.contains("the connection"), error.constData());
+    }
+
     void serverThatDiesInATransferIsTold()
     {
         QVERIFY(m_server->start({u"--limit-out"_s, u"262144"_s}));

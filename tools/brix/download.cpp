@@ -157,7 +157,7 @@ void Download::finish(const File &file, const QString &staged, Outcome outcome,
                       const Answer &answer)
 {
     if (outcome == Outcome::NotTried)
-        return m_report.addNotTried(file.name);
+        return m_report.addNotTried(file.name, m_session.failure(outcome).code);
     if (outcome != Outcome::Done)
         return explainFailure(file, answer);
     if (!moveIntoPlace(file, staged))

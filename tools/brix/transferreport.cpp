@@ -65,9 +65,10 @@ void TransferReport::addSkipped(const QString &name, const QString &why)
     m_skipped.append({name, why});
 }
 
-void TransferReport::addNotTried(const QString &name)
+void TransferReport::addNotTried(const QString &name, ExitCode why)
 {
     m_notTried.append(name);
+    m_whyNotTried = why;
 }
 
 ExitCode TransferReport::write(const Output &output) const
@@ -76,17 +77,22 @@ ExitCode TransferReport::write(const Output &output) const
     for (const auto &failure : m_failures)
         output.error(u"%1: %2"_s.arg(failure.name, failure.why));
     if (!m_notTried.isEmpty()) {
-        output.error(u"not tried, since the connection had ended: %1"_s.arg(
-            m_notTried.first(std::min(m_notTried.size(), namesShown)).join(u", "_s) +
-            (m_notTried.size() > namesShown ? u" and %1 more"_s.arg(m_notTried.size() - namesShown)
-                                            : QString())));
+        const QString reason = m_whyNotTried == ExitCode::Interrupted
+                                   ? u"since interrupted"_s
+                                   : u"since the connection had ended"_s;
+        output.error(u"not tried, %1: %2"_s.arg(
+            reason, m_notTried.first(std::min(m_notTried.size(), namesShown)).join(u", "_s) +
+                        (m_notTried.size() > namesShown
+                             ? u" and %1 more"_s.arg(m_notTried.size() - namesShown)
+                             : QString())));
     }
     if (output.json)
         writeObject(output, seconds);
     else if (!output.quiet)
         writeText(output, seconds);
-    if (m_code == ExitCode::Done && !m_notTried.isEmpty())
-        return ExitCode::Connection;
+    // What failed before the connection ended tells more than that it did.
+    if (m_code == ExitCode::Done || m_whyNotTried == ExitCode::Interrupted)
+        return m_whyNotTried;
     return m_code;
 }
 

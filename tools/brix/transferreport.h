@@ -21,8 +21,8 @@ public:
     void addFailure(const QString &name, ExitCode code, const QString &why);
     //! Left out on purpose, which is no failure.
     void addSkipped(const QString &name, const QString &why);
-    //! Never begun, since the session had ended.
-    void addNotTried(const QString &name);
+    //! Never begun, since the session had ended; \a why is Interrupted or Connection.
+    void addNotTried(const QString &name, ExitCode why);
 
     //! Bytes of the files that are done.
     qint64 bytes() const { return m_bytes; }
@@ -45,6 +45,7 @@ private:
     qint64 m_files = 0;
     qint64 m_bytes = 0;
     ExitCode m_code = ExitCode::Done;
+    ExitCode m_whyNotTried = ExitCode::Done;
     QList<Entry> m_failures;
     QList<Entry> m_skipped;
     QList<QString> m_notTried;

@@ -203,7 +203,7 @@ void Upload::replaceOlder(const File &file, const QString &staged, qint64 bytes)
 void Upload::reportUnlessDone(const File &file, Outcome outcome, const Answer &answer)
 {
     if (outcome == Outcome::NotTried)
-        m_report.addNotTried(file.name);
+        m_report.addNotTried(file.name, m_session.failure(outcome).code);
     else if (outcome != Outcome::Done)
         explainFailure(file, answer);
 }
