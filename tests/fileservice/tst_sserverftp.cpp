@@ -581,7 +581,7 @@ private Q_SLOTS:
     void longWalkSeesAStop()
     {
         QFETCH(const QByteArray, sent);
-        QVERIFY(makeSlowTree(3000));
+        QVERIFY(makeSlowTree(2000));
         m_server->host().timeoutMs = 500;
         QVERIFY(login());
         QCOMPARE(exchange(sent, 4), ack());
