@@ -29,7 +29,6 @@ QString existingFolder(const QString &path)
 
 SStorageInfo::SStorageInfo(const QString &path)
     : m_folder(existingFolder(path))
-    , m_storage(m_folder.isEmpty() ? QStorageInfo() : QStorageInfo(m_folder))
 {
 }
 
