@@ -218,7 +218,6 @@ private:
     void enqueueAvailable(SCommand *command);
     void flushDelayedCommands();
     SCommand *takeDelayed();
-    void setDelayedMode(bool enabled);
     QHash<SCommandId, int> serverCommands() const;
 
     bool readText(QString *text);
