@@ -163,7 +163,8 @@ struct MoveOptions
 };
 
 constexpr auto targetHelp =
-    "Where it goes on the same server: a path or a URL; with a slash at its end a folder";
+    "Where it goes on the same server: a URL, or a path from the home folder or, with a slash "
+    "in front, absolute; with a slash at its end a folder";
 
 void declareMove(CLI::App *command, MoveOptions *options)
 {
