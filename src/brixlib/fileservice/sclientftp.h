@@ -39,8 +39,9 @@ class SCommandStorageInfo;
 
 /*!
  * The client of the remote file service. It sees two trees of files: its own, inside rootPath(),
- * and the server's, in network paths. Each operation queues a command and returns at once; results
- * come as signals from the worker thread.
+ * and the server's, in network paths. A relative local path is taken from currentPath(), which is
+ * the user's home at first and not the program's folder. Each operation queues a command and
+ * returns at once; results come as signals from the worker thread.
  *
  *     auto *client = new SClientFtp(address, port);
  *     connect(client, &SClientFtp::getFileFinished, …);
@@ -75,6 +76,7 @@ public Q_SLOTS:
     void changeDir(const QString &remote);
     void homeDir();
     void pwd();
+    //! Entries come in no order, with ".." below the top of the jail; a missing directory has none.
     void listDir(const QString &remote);
     void makeDir(const QString &remote);
     //! Removes a directory with all that is in it.
