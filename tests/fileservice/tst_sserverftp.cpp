@@ -721,7 +721,8 @@ private Q_SLOTS:
         QFETCH(const bool, sends);
         QFETCH(const QByteArray, sent);
         constexpr int kPieces = 8;
-        constexpr qint64 kSize = 131072 * kPieces;
+        // A limit lets through what is written within its first millisecond, so there is more.
+        constexpr qint64 kSize = 524288 * kPieces;
         QList<std::pair<qint64, qint64>> reports;
         QStringList order;
         QObject context;
