@@ -76,7 +76,8 @@ public Q_SLOTS:
     void changeDir(const QString &remote);
     void homeDir();
     void pwd();
-    //! Entries come in no order, with ".." below the top of the jail; a missing directory has none.
+    //! Entries come in no order, with ".." below the top of the jail; a missing directory has no
+    //! other.
     void listDir(const QString &remote);
     void makeDir(const QString &remote);
     //! Removes a directory with all that is in it.
