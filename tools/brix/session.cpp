@@ -6,7 +6,7 @@
 #include <brixlib/fileservice/sclientftp.h>
 #include <brixlib/protocol/wire.h>
 
-#include <QtCore/QCoreApplication>
+#include <QtCore/QEventLoop>
 #include <QtCore/QTimer>
 
 #include <algorithm>
@@ -111,7 +111,10 @@ void Session::listenToEnds()
 {
     listen(&SClientFtp::commandResult, [this](SCommandId id, bool success) {
         // Commands of the handshake and steps without a command end here too.
-        m_isListed = m_isListed || id == CommandIds::kCommandList;
+        if (id == CommandIds::kCommandList) {
+            m_isListed = true;
+            Q_EMIT changed();
+        }
         if (!m_pending.empty() && m_pending.front().id == id)
             endFront(success ? Outcome::Done : Outcome::Failed);
     });
@@ -134,6 +137,7 @@ void Session::endFront(Outcome outcome)
     m_pending.pop_front();
     const Answer answer = std::exchange(m_answer, {});
     ended.done(outcome, answer);
+    Q_EMIT changed();
 }
 
 void Session::onUnavailable(SCommandId id)
@@ -145,6 +149,7 @@ void Session::onUnavailable(SCommandId id)
     const Done done = dropped->done;
     m_pending.erase(dropped);
     done(Outcome::Unavailable, {});
+    Q_EMIT changed();
 }
 
 void Session::onEnded()
@@ -152,6 +157,7 @@ void Session::onEnded()
     m_ended = true;
     while (!m_pending.empty())
         endFront(Outcome::NotTried);
+    Q_EMIT changed();
 }
 
 void Session::open(const Security::SSecureString &password)
@@ -204,10 +210,14 @@ void Session::post(SCommandId id, const Start &start, const Done &done)
     start(m_requester);
 }
 
+// Only events change the session, and they come while the loop runs: no change is missed. Handling
+// events one batch at a time would not do: some dispatchers wait on after the batch.
 void Session::waitWhile(const std::function<bool()> &unfinished)
 {
+    QEventLoop loop;
+    connect(this, &Session::changed, &loop, &QEventLoop::quit);
     while (!m_ended && unfinished())
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        loop.exec();
 }
 
 bool Session::exists(const QString &path)

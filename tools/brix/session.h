@@ -119,6 +119,8 @@ public:
 Q_SIGNALS:
     //! A transfer or link test that is under way has moved so many bytes.
     void transferred(qint64 done, qint64 total);
+    //! A command has ended, the server's commands are known, or the session is over.
+    void changed();
 
 private:
     struct Pending
