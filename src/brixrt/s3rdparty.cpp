@@ -42,8 +42,11 @@ void S3rdParty::registerModule(const QString &name, const QString &notice, const
 
 QList<S3rdParty::Module> S3rdParty::modules()
 {
+    // The caller gets a list of its own: whether a list is shared is asked without an order, so
+    // that registerModule() could otherwise write where another thread has just been reading.
     const QMutexLocker lock(&registry().mutex);
-    return registry().modules;
+    const QList<Module> &modules = registry().modules;
+    return QList<Module>(modules.begin(), modules.end());
 }
 
 } // namespace Talverine

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixsec/ssecurecredential.h>
 
+#include <shared/signallog.h>
+
 using namespace Talverine::Security;
 using namespace Qt::StringLiterals;
 
@@ -109,7 +111,7 @@ private Q_SLOTS:
         auto *receiver = new Talverine::Receiver;
         receiver->moveToThread(&thread);
         connect(&thread, &QThread::finished, receiver, &QObject::deleteLater);
-        QSignalSpy taken(receiver, &Talverine::Receiver::taken);
+        SignalLog taken(receiver, &Talverine::Receiver::taken);
         thread.start();
         {
             const SSecureCredential credential(u"bob"_s, SSecureString(u"secret"_s));
@@ -117,7 +119,7 @@ private Q_SLOTS:
                 receiver, "take", Qt::QueuedConnection,
                 QArgument<SSecureCredential>("Security::SSecureCredential", credential)));
         }
-        QTRY_COMPARE(taken.count(), 1);
+        QVERIFY(taken.waitForCount(1));
         QStringList users;
         QMetaObject::invokeMethod(
             receiver, [&] { users = receiver->users(); }, Qt::BlockingQueuedConnection);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixsec/ssecurestring.h>
 
+#include <shared/signallog.h>
+
 #include <array>
 #include <cstdio>
 #include <thread>
@@ -278,14 +280,14 @@ private Q_SLOTS:
         auto *receiver = new Talverine::Receiver;
         receiver->moveToThread(&thread);
         connect(&thread, &QThread::finished, receiver, &QObject::deleteLater);
-        QSignalSpy taken(receiver, &Talverine::Receiver::taken);
+        SignalLog taken(receiver, &Talverine::Receiver::taken);
         thread.start();
         {
             const SSecureString text(u"secret"_s);
             QVERIFY(QMetaObject::invokeMethod(receiver, "take", connection,
                                               QArgument<SSecureString>(type.constData(), text)));
         }
-        QTRY_COMPARE(taken.count(), 1);
+        QVERIFY(taken.waitForCount(1));
         QStringList texts;
         QMetaObject::invokeMethod(
             receiver, [&] { texts = receiver->texts(); }, Qt::BlockingQueuedConnection);

@@ -18,6 +18,8 @@
 
 #include <array>
 #include <cstddef>
+#include <sched.h>
+#include <sys/types.h>
 
 class QMutex;
 class QReadWriteLock;
@@ -25,6 +27,8 @@ class QReadWriteLock;
 // Of the sanitizer's run-time library.
 extern "C" void AnnotateIgnoreReadsBegin(const char *file, int line);
 extern "C" void AnnotateIgnoreReadsEnd(const char *file, int line);
+extern "C" void __interceptor_free(void *memory);
+extern "C" void *__interceptor_memcpy(void *to, const void *from, std::size_t size);
 
 namespace {
 
@@ -128,8 +132,9 @@ bool handleEvent(void **data)
 } // namespace
 
 // Declares the function `name` under the linker's name of Qt's own.
+// Aligned, since a pointer to a member function keeps a mark in the lowest bit of its address.
 #define STAND_IN(result, name, symbol, ...)                                                        \
-    [[gnu::visibility("default")]] result name(__VA_ARGS__) __asm__(symbol);                       \
+    [[gnu::visibility("default"), gnu::aligned(16)]] result name(__VA_ARGS__) __asm__(symbol);     \
     result name(__VA_ARGS__)
 
 // The function that would have been called without the one of this name here.
@@ -280,6 +285,47 @@ STAND_IN(bool, threadIsRunning, "_ZNK7QThread9isRunningEv", const QThread *threa
     if (!running)
         __tsan_acquire(const_cast<QThread *>(thread));
     return running;
+}
+
+// -- shared data: what was done with it comes before its end
+// ---------------------------------------
+
+// The count of references stands at its beginning. Whoever drops the last one comes after all who
+// dropped theirs, also when that is Qt.
+[[gnu::no_sanitize("thread")]] STAND_IN(void, freeMemory, "free", void *memory)
+{
+    if (memory && qtCore.contains(__builtin_return_address(0)))
+        __tsan_acquire(memory);
+    __interceptor_free(memory);
+}
+
+// Of all that Qt reads the sanitizer sees only what it copies by this function, and not that Qt
+// drops its reference afterwards, which is why the memory may go.
+[[gnu::no_sanitize("thread")]] STAND_IN(void *, copyMemory, "memcpy", void *to, const void *from,
+                                        std::size_t size)
+{
+    if (!qtCore.contains(__builtin_return_address(0)))
+        return __interceptor_memcpy(to, from, size);
+    AnnotateIgnoreReadsBegin(__FILE__, __LINE__);
+    void *const copy = __interceptor_memcpy(to, from, size);
+    AnnotateIgnoreReadsEnd(__FILE__, __LINE__);
+    return copy;
+}
+
+// -- processes
+// ----------------------------------------------------------------------------------------------
+
+// QProcess starts a program from a child that shares the memory until it executes that program. The
+// sanitizer takes it for a copy of this process: it stops looking at the calling thread and lets no
+// other one begin. The system's own function leaves it as it is.
+STAND_IN(int, cloneProcess, "clone", int (*function)(void *), void *stack, int flags,
+         void *argument, pid_t *parent, void *storage, pid_t *child)
+{
+    static void *const system = dlopen("libc.so.6", RTLD_LAZY | RTLD_NOLOAD);
+    static const auto systems = reinterpret_cast<decltype(&cloneProcess)>(dlsym(system, "clone"));
+    QTS_OWN(cloneProcess, "clone");
+    return ((flags & CLONE_VM) ? systems : own)(function, stack, flags, argument, parent, storage,
+                                                child);
 }
 
 // -- queues: what was done before a call was queued comes before the call
