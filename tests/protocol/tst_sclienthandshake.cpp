@@ -380,8 +380,15 @@ void tst_SClientHandshake::orderOfHeldCommandsIsKept()
 void tst_SClientHandshake::commandQueuedDuringTheReleaseStaysBehind()
 {
     const QByteArray name = RawBytes::frame(RawBytes::text(u"x"));
+    const RawHandshake handshake;
+    QSemaphore held;
     RawServer server([&](RawConnection &peer) {
-        RawHandshake()(peer);
+        peer.send(handshake.greeting);
+        peer.answer(RawBytes::u32(handshake.status));
+        // The list releases what is held, so that it waits for the last of it.
+        (void)held.tryAcquire(1, RawConnection::kWaitMs);
+        peer.answer(RawBytes::frame(RawHandshake::listBody(handshake.commands)));
+        peer.answer(RawBytes::u32(handshake.streamVersion));
         peer.answer(name);
         peer.answer(name);
         peer.readToEnd();
@@ -395,6 +402,7 @@ void tst_SClientHandshake::commandQueuedDuringTheReleaseStaysBehind()
     client->authenticate(u"alice"_s, kPassword);
     client->enqueueCommand(new ProbeCommand); // the server lacks it
     client->serverName();
+    held.release();
     QVERIFY(session.waitForExchanges(5));
     QCOMPARE(session.exchanges().sliced(3), QList<QByteArray>({"srvn+", "wami+"}));
 }
