@@ -5,6 +5,8 @@
 #include <QtNetwork/QHostAddress>
 #include <QtNetwork/QTcpServer>
 
+#include <cerrno>
+
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -56,8 +58,7 @@ public:
     //! The next \a size bytes; fewer when the connection ends or nothing comes for ten seconds.
     QByteArray receive(qsizetype size)
     {
-        const timeval patience{10, 0};
-        setsockopt(m_descriptor, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        limitWaits();
         QByteArray bytes(size, Qt::Uninitialized);
         qsizetype received = 0;
         while (received < size) {
@@ -77,6 +78,29 @@ public:
         m_scratch.resize(size);
         const ssize_t count = recv(m_descriptor, m_scratch.data(), static_cast<size_t>(size), 0);
         return qMax(count, ssize_t(0));
+    }
+
+    //! How the other side ended the connection, if it did.
+    enum class End { None, Finished, Reset };
+
+    //! Reads away what still comes; None when the end does not come within ten seconds.
+    End readToEnd()
+    {
+        limitWaits();
+        char bytes[4096];
+        ssize_t count = 0;
+        while ((count = recv(m_descriptor, bytes, sizeof bytes, 0)) > 0)
+            continue;
+        if (count == 0)
+            return End::Finished;
+        return errno == ECONNRESET ? End::Reset : End::None;
+    }
+
+    //! Whether something to read, or the end, is there already.
+    bool hasNews()
+    {
+        char byte = 0;
+        return recv(m_descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT) >= 0 || errno != EAGAIN;
     }
 
     //! Tells the other side that no more will come; what it sends still arrives.
@@ -109,6 +133,12 @@ private:
         }
         int taken = -1;
     };
+
+    void limitWaits()
+    {
+        const timeval patience{10, 0};
+        setsockopt(m_descriptor, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    }
 
     int m_descriptor = -1;
     QByteArray m_scratch;
