@@ -128,6 +128,7 @@ bool FileTransfer::drain()
 {
     QElapsedTimer idle;
     idle.start();
+    m_socket->flush();
     while (m_socket->bytesToWrite() > 0) {
         if (!mayGoOn(idle))
             return false;

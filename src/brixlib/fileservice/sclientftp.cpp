@@ -30,6 +30,7 @@
 #include <brixlib/fileservice/scommandstorageinfo.h>
 #include <brixlib/foundation/sdatastream.h>
 #include <brixlib/protocol/replies.h>
+#include <brixlib/protocol/socketcork_p.h>
 #include <brixlib/protocol/stcpsocket.h>
 #include <brixlib/protocol/wire.h>
 
@@ -305,6 +306,7 @@ bool SClientFtp::executeCommandSendFile(SCommandSendFile &command)
     // An older server was told the size by the command, when that was made.
     const bool tellsSize = connectionCommandVersion(&command) >= Wire::kSinceRawSize;
     const qint64 size = tellsSize ? file.size() : command.fileSize();
+    const SocketCork cork(socket()->socketDescriptor());
     if (tellsSize && !writeWord64(socket(), static_cast<quint64>(size)))
         return false;
     if (!transfer(&SClientFtp::sendFileTransferredSize).send(&file, size))

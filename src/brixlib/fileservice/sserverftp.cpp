@@ -148,6 +148,7 @@ bool SServerFtp::keepsAlive(SCommand &command) const
 bool SServerFtp::writeResult(bool result)
 {
     const char byte = result ? 1 : 0;
+    holdReply();
     return writeAll(socket(), &byte, 1) == 1;
 }
 
@@ -253,6 +254,7 @@ bool SServerFtp::executeCommandGetFile(SCommandGetFile &command)
     Q_EMIT getFileStarted(path);
 
     const qint64 size = file.size();
+    holdReply();
     // A failure shows again at the next write.
     writeWord64(socket(), static_cast<quint64>(size));
     if (!transfer(&SServerFtp::getFileTransferredSize).send(&file, size))

@@ -23,6 +23,17 @@ bool isStillConnected(QIODevice *device)
     return socket && socket->state() == QAbstractSocket::ConnectedState;
 }
 
+// The system mostly takes all at once, and asking it before whether it would costs a call more.
+// False when the connection was lost with what was still to be written.
+bool handToSystem(QIODevice *device)
+{
+    auto *const socket = qobject_cast<QAbstractSocket *>(device);
+    if (!socket)
+        return true;
+    socket->flush();
+    return socket->state() != QAbstractSocket::UnconnectedState;
+}
+
 } // namespace
 
 // A peer that sends or takes a byte now and then would otherwise hold a stop up for ever.
@@ -92,6 +103,8 @@ qint64 SCommunicatorBase::writeAll(QIODevice *device, const char *data, qint64 s
             break;
         done += count;
     }
+    if (m_timeout != 0 && !handToSystem(device))
+        return -1;
     while (m_timeout != 0 && device->bytesToWrite() != 0) {
         if (!waitFor(device, &QIODevice::waitForBytesWritten))
             return -1;

@@ -3,6 +3,7 @@
 
 #include "closeconnection_p.h"
 #include "protocolsocket_p.h"
+#include "socketcork_p.h"
 
 #include <brixlib/foundation/sdatastream.h>
 #include <brixlib/protocol/commands/scommandauthentication.h>
@@ -288,7 +289,15 @@ bool SServerBase::processCommand(SCommandId *id)
         succeeded = innerExecuteCommand(command.get());
     }
     writeWord(socket(), succeeded ? Wire::kAckWord : Wire::kNackWord);
+    if (std::exchange(m_replyIsHeld, false))
+        setSocketCorked(socket()->socketDescriptor(), false);
     return succeeded;
+}
+
+void SServerBase::holdReply()
+{
+    m_replyIsHeld = true;
+    setSocketCorked(socket()->socketDescriptor(), true);
 }
 
 std::unique_ptr<SCommand> SServerBase::readCommand()

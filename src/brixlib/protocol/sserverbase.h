@@ -120,6 +120,13 @@ protected:
      */
     virtual bool executeCommand(SCommand *command);
 
+    /*!
+     * What the handler writes from here on may leave together with the completion word, in one
+     * packet: for a handler about to write its last words, since each packet wakes the client.
+     * Nothing is held for more than 200 ms.
+     */
+    void holdReply();
+
     void setSocketDescriptor(qint64 socketDescriptor);
     //! The accepted socket's descriptor; 0 for none.
     qint64 socketDescriptor() const;
@@ -154,6 +161,7 @@ private:
     class DeviceSession;
 
     qint64 m_socketDescriptor = 0;
+    bool m_replyIsHeld = false;
     bool m_hasSocket = false;
     QPointer<Interfaces::ISAuthenticationDb> m_db;
     QString m_currentUser;
