@@ -141,27 +141,41 @@ void Download::fetchAll()
     m_session.waitWhile([this] { return m_session.pending() > 0; });
 }
 
+// The library removes an older file before the new one takes its place, and changes some names.
+// Where neither can happen, a file is spared the way by another name.
+QString Download::targetOf(const File &file) const
+{
+    const QFileInfo local(file.local);
+    const bool isFree = !local.exists() && !local.isSymLink();
+    return isFree && !RemotePath::isChangedOnArrival(file.local) ? file.local
+                                                                 : temporaryName(m_stagingFolder);
+}
+
 void Download::fetch(const File &file)
 {
-    const QString staged = temporaryName(m_stagingFolder);
+    const QString target = targetOf(file);
     m_session.post(
         CommandIds::kGetFile,
-        [&](Session::Requester &server) { server.getFile(file.remote, staged, false); },
-        [this, file, staged](Outcome outcome, const Answer &answer) {
-            finish(file, staged, outcome, answer);
-            QFile::remove(staged);
+        [&](Session::Requester &server) { server.getFile(file.remote, target, false); },
+        [this, file, target](Outcome outcome, const Answer &answer) {
+            finish(file, target, outcome, answer);
         });
 }
 
-void Download::finish(const File &file, const QString &staged, Outcome outcome,
+void Download::finish(const File &file, const QString &target, Outcome outcome,
                       const Answer &answer)
 {
     if (outcome == Outcome::NotTried)
         return m_report.addNotTried(file.name, m_session.failure(outcome).code);
-    if (outcome != Outcome::Done)
+    if (outcome != Outcome::Done) {
+        // It may have arrived whole when the server takes it back with its last word.
+        QFile::remove(target);
         return explainFailure(file, answer);
-    if (!moveIntoPlace(file, staged))
+    }
+    if (target != file.local && !moveIntoPlace(file, target)) {
+        QFile::remove(target);
         return;
+    }
     m_report.addFile(answer.moved);
     if (m_removeSource)
         removeRemoteFile(file);

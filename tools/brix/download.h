@@ -38,8 +38,9 @@ private:
     void collectEntry(const Talverine::SFileEntry &entry, const QString &remote,
                       const QString &local, const QString &name, int depth);
     void fetchAll();
+    QString targetOf(const File &file) const;
     void fetch(const File &file);
-    void finish(const File &file, const QString &staged, Outcome outcome, const Answer &answer);
+    void finish(const File &file, const QString &target, Outcome outcome, const Answer &answer);
     bool moveIntoPlace(const File &file, const QString &staged);
     bool makeFolder(const QString &folder, const QString &name);
     void explainFailure(const File &file, const Answer &answer);

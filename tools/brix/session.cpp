@@ -31,13 +31,12 @@ Session::Session(const RemoteUrl &url, std::chrono::milliseconds timeout,
     , m_timeout(timeout)
     , m_interruption(interruption)
     , m_client(new SClientFtp(url.host, url.port, true))
+    , m_ended(std::make_shared<EndedCommands>())
     , m_requester(m_client)
 {
     m_client->setTimeout(int(timeout.count()));
     connect(&interruption, &Interruption::requested, this, &Session::interrupt);
-    listenToAnswers();
-    listenToTransfers();
-    listenToEnds();
+    listen(new AnswerCollector(m_client, m_ended));
 }
 
 Session::~Session()
@@ -46,80 +45,18 @@ Session::~Session()
     m_controller.interruptWorkers();
 }
 
-template<typename Signal, typename Slot>
-void Session::listen(Signal signal, Slot slot)
+void Session::listen(AnswerCollector *collector)
 {
-    connect(m_client, signal, this, slot, Qt::QueuedConnection);
-}
-
-void Session::listenToAnswers()
-{
-    const auto takeResult = [this](bool result) { m_answer.result = result; };
-    for (const auto signal :
-         {&SClientFtp::changeDirResult, &SClientFtp::makeDirResult, &SClientFtp::removeDirResult,
-          &SClientFtp::removeFileResult, &SClientFtp::renameDirResult,
-          &SClientFtp::renameFileResult, &SClientFtp::copyDirResult, &SClientFtp::copyFileResult,
-          qOverload<bool>(&SClientFtp::exists), &SClientFtp::setSetFilePermissionsResult})
-        listen(signal, takeResult);
-
-    const auto takeText = [this](const QString &text) { m_answer.text = text; };
-    listen(&SClientFtp::pwdResult, takeText);
-    listen(&SClientFtp::serverNameResult, takeText);
-    listen(&SClientFtp::whoAmIResult, takeText);
-
-    listen(&SClientFtp::authenticationResult, [this](AuthenticationStatus status) {
-        m_answer.result = status == AuthenticationStatus::Authenticated;
-    });
-    listen(qOverload<const QHash<SCommandId, qint32> &>(&SClientFtp::commandListResult),
-           [this](const QHash<SCommandId, qint32> &commands) { m_commands = commands; });
-    listen(&SClientFtp::listDirResult,
-           [this](const QList<SFileEntry> &entries) { m_answer.entries = entries; });
-    listen(&SClientFtp::storageInfoResult,
-           [this](qint64 available, qint64 total, qint64 free, const QByteArray &type) {
-               m_answer.storage = {available, total, free, type};
-           });
-    listen(&SClientFtp::pluggableListResult,
-           [this](const QList<QString> &names) { m_answer.names = names; });
-    listen(&SClientFtp::pluggableResult,
-           [this](const QString &, bool result, const QByteArray &, const QByteArray &output) {
-               m_answer.result = result;
-               m_answer.bytes = output;
-           });
-}
-
-void Session::listenToTransfers()
-{
-    const auto started = [this](const QString &) { m_answer.isStarted = true; };
-    listen(&SClientFtp::transferredBytes, [this](qint64 done, qint64 total) {
-        // A peer may claim a negative size.
-        m_answer.moved = std::max<qint64>(done, 0);
-        m_answer.size = std::max<qint64>(total, 0);
-        Q_EMIT transferred(done, total);
-    });
-    listen(&SClientFtp::getFileStarted, started);
-    listen(&SClientFtp::getFileFinished, [this](const QString &) { m_answer.isMoved = true; });
-    listen(&SClientFtp::sendFileStarted, started);
-    listen(&SClientFtp::sendFileFinished,
-           [this](const QString &, bool) { m_answer.isMoved = true; });
-    listen(&SClientFtp::linkTestFinished, [this](double upload, double download) {
-        m_answer.uploadRate = upload;
-        m_answer.downloadRate = download;
-    });
-}
-
-void Session::listenToEnds()
-{
-    listen(&SClientFtp::commandResult, [this](SCommandId id, bool success) {
-        // Commands of the handshake and steps without a command end here too.
-        if (id == CommandIds::kCommandList) {
-            m_isListed = true;
-            Q_EMIT changed();
-        }
-        if (!m_pending.empty() && m_pending.front().id == id)
-            endFront(success ? Outcome::Done : Outcome::Failed);
-    });
-    listen(&SClientFtp::unavailableCommand, [this](SCommandId id) { onUnavailable(id); });
-    listen(&SClientFtp::finished, [this](SimpleWorkerError) { onEnded(); });
+    connect(collector, &AnswerCollector::ready, this, &Session::takeEnded, Qt::QueuedConnection);
+    connect(collector, &AnswerCollector::transferred, this, &Session::transferred,
+            Qt::QueuedConnection);
+    connect(
+        m_client, qOverload<const QHash<SCommandId, qint32> &>(&SClientFtp::commandListResult),
+        this, [this](const QHash<SCommandId, qint32> &commands) { m_commands = commands; },
+        Qt::QueuedConnection);
+    connect(m_client, &SClientFtp::unavailableCommand, this, &Session::onUnavailable,
+            Qt::QueuedConnection);
+    connect(m_client, &SClientFtp::finished, this, &Session::onEnded, Qt::QueuedConnection);
 }
 
 void Session::interrupt()
@@ -131,13 +68,23 @@ void Session::interrupt()
     QTimer::singleShot(interruptionGrace, this, &Session::onEnded);
 }
 
-void Session::endFront(Outcome outcome)
+void Session::takeEnded()
+{
+    for (const auto &ended : m_ended->take()) {
+        // The handshake has commands of its own, and a list that nobody asked for here.
+        if (ended.id == CommandIds::kCommandList)
+            m_isListed = true;
+        if (!m_pending.empty() && m_pending.front().id == ended.id)
+            endFront(ended.succeeded ? Outcome::Done : Outcome::Failed, ended.answer);
+    }
+    Q_EMIT changed();
+}
+
+void Session::endFront(Outcome outcome, const Answer &answer)
 {
     const Pending ended = std::move(m_pending.front());
     m_pending.pop_front();
-    const Answer answer = std::exchange(m_answer, {});
     ended.done(outcome, answer);
-    Q_EMIT changed();
 }
 
 void Session::onUnavailable(SCommandId id)
@@ -154,9 +101,10 @@ void Session::onUnavailable(SCommandId id)
 
 void Session::onEnded()
 {
-    m_ended = true;
+    takeEnded();
+    m_isOver = true;
     while (!m_pending.empty())
-        endFront(Outcome::NotTried);
+        endFront(Outcome::NotTried, {});
     Q_EMIT changed();
 }
 
@@ -166,7 +114,7 @@ void Session::open(const Security::SSecureString &password)
     const bool connected = m_controller.connectClient(m_client, false);
     m_connecting = false;
     if (!connected) {
-        m_ended = true;
+        m_isOver = true;
         if (SClientBase::resolve(m_url.host, true).isNull())
             throw Failure{ExitCode::Connection, u"the host %1 is unknown"_s.arg(m_url.host)};
         throw Failure{
@@ -182,7 +130,7 @@ void Session::open(const Security::SSecureString &password)
                       u"%1 refuses the login of %2: wrong password, or no such "
                       "user with a home folder"_s.arg(m_url.authority(), m_url.user)};
     waitWhile([this] { return !m_isListed; });
-    if (m_ended)
+    if (m_isOver)
         throw failure(Outcome::Failed);
 }
 
@@ -202,7 +150,7 @@ Answer Session::ask(SCommandId id, const Start &start)
 
 void Session::post(SCommandId id, const Start &start, const Done &done)
 {
-    if (m_ended) {
+    if (m_isOver) {
         done(Outcome::NotTried, {});
         return;
     }
@@ -216,7 +164,7 @@ void Session::waitWhile(const std::function<bool()> &unfinished)
 {
     QEventLoop loop;
     connect(this, &Session::changed, &loop, &QEventLoop::quit);
-    while (!m_ended && unfinished())
+    while (!m_isOver && unfinished())
         loop.exec();
 }
 

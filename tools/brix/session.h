@@ -1,20 +1,18 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "answercollector.h"
 #include "failure.h"
 #include "remoteurl.h"
 
 #include <brixlib/fileservice/sclientftprequester.h>
-#include <brixlib/foundation/sfileentry.h>
 #include <brixlib/protocol/sclientcontroller.h>
 #include <brixlib/protocol/scommandid.h>
 #include <brixsec/ssecurestring.h>
 
-#include <QtCore/QByteArray>
 #include <QtCore/QHash>
 #include <QtCore/QList>
 #include <QtCore/QObject>
-#include <QtCore/QStringList>
 
 #include <chrono>
 #include <deque>
@@ -27,34 +25,6 @@ class SClientFtp;
 namespace Brix {
 
 class Interruption;
-
-//! Bytes of the storage that holds the server's current folder.
-struct Storage
-{
-    qint64 available = 0;
-    qint64 total = 0;
-    qint64 free = 0;
-    QByteArray type;
-};
-
-//! What came back from one command; each fills what it has.
-struct Answer
-{
-    bool result = false;
-    QString text;
-    QStringList names;
-    QByteArray bytes;
-    QList<Talverine::SFileEntry> entries;
-    Storage storage;
-    //! Of a link test, in bytes per second.
-    double uploadRate = 0;
-    double downloadRate = 0;
-    //! Of a file's transfer: it has begun, and all its bytes have moved.
-    bool isStarted = false;
-    bool isMoved = false;
-    qint64 moved = 0; //!< bytes so far
-    qint64 size = 0;  //!< bytes that there are, as the sender says
-};
 
 //! How a command ended.
 enum class Outcome {
@@ -92,7 +62,7 @@ public:
 
     //! Connects and logs in; throws Failure.
     void open(const Talverine::Security::SSecureString &password);
-    bool isOpen() const { return !m_ended; }
+    bool isOpen() const { return !m_isOver; }
     //! The server's commands with their versions.
     const QHash<Talverine::SCommandId, qint32> &commands() const { return m_commands; }
 
@@ -130,12 +100,9 @@ private:
     };
 
     void interrupt();
-    void listenToAnswers();
-    void listenToTransfers();
-    void listenToEnds();
-    template<typename Signal, typename Slot>
-    void listen(Signal signal, Slot slot);
-    void endFront(Outcome outcome);
+    void listen(AnswerCollector *collector);
+    void takeEnded();
+    void endFront(Outcome outcome, const Answer &answer);
     void onUnavailable(Talverine::SCommandId id);
     void onEnded();
 
@@ -144,13 +111,13 @@ private:
     const Interruption &m_interruption;
     Talverine::SClientController m_controller;
     Talverine::SClientFtp *m_client; // deletes itself in its thread; touched before that starts
+    const std::shared_ptr<EndedCommands> m_ended;
     Requester m_requester;
     std::deque<Pending> m_pending;
-    Answer m_answer;
     QHash<Talverine::SCommandId, qint32> m_commands;
     bool m_isListed = false; // the server has told its commands, be they none
     bool m_connecting = false;
-    bool m_ended = false;
+    bool m_isOver = false;
 };
 
 } // namespace Brix

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <brixlib/foundation/sfileentry.h>
+
+#include <QtCore/QByteArray>
+#include <QtCore/QList>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
+namespace Brix {
+
+//! Bytes of the storage that holds the server's current folder.
+struct Storage
+{
+    qint64 available = 0;
+    qint64 total = 0;
+    qint64 free = 0;
+    QByteArray type;
+};
+
+//! What came back from one command; each fills what it has.
+struct Answer
+{
+    bool result = false;
+    QString text;
+    QStringList names;
+    QByteArray bytes;
+    QList<Talverine::SFileEntry> entries;
+    Storage storage;
+    //! Of a link test, in bytes per second.
+    double uploadRate = 0;
+    double downloadRate = 0;
+    //! Of a file's transfer: it has begun, and all its bytes have moved.
+    bool isStarted = false;
+    bool isMoved = false;
+    qint64 moved = 0; //!< bytes so far
+    qint64 size = 0;  //!< bytes that there are, as the sender says
+};
+
+} // namespace Brix
