@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/devices/sbandwidthdevice.h>
 
+#include <brixlib/devices/underlyingdevice_p.h>
+
 #include <QtCore/QFileDevice>
 #include <QtCore/QThread>
 
@@ -34,13 +36,8 @@ SBandwidthDevice::SBandwidthDevice(QIODevice *device, bool leaveOpen, QObject *p
     , m_leaveOpen(leaveOpen)
     , m_device(device)
 {
-    if (!device)
-        return;
-    connect(device, &QIODevice::aboutToClose, this,
-            &SBandwidthDevice::underlyingDeviceAboutToClose);
-    connect(device, &QObject::destroyed, this, &SBandwidthDevice::underlyingDeviceDestroyed,
-            Qt::DirectConnection);
-    connect(device, &QIODevice::readyRead, this, &QIODevice::readyRead);
+    followDevice(device, this, &SBandwidthDevice::underlyingDeviceAboutToClose,
+                 &SBandwidthDevice::underlyingDeviceDestroyed);
 }
 
 SBandwidthDevice::~SBandwidthDevice()
@@ -99,7 +96,7 @@ bool SBandwidthDevice::seek(qint64 pos)
 
 bool SBandwidthDevice::isSequential() const
 {
-    return m_device ? m_device->isSequential() : QIODevice::isSequential();
+    return m_device && m_device->isSequential();
 }
 
 qint64 SBandwidthDevice::size() const
