@@ -58,9 +58,8 @@ void SBufferedDevice::setBufferSize(int bytes)
 
 bool SBufferedDevice::open(OpenMode mode)
 {
-    if (!m_device)
-        return false;
-    if (m_device->isOpen() ? !isSameMode(m_device->openMode(), mode) : !m_device->open(mode))
+    // What a device that is open already has been given goes out first.
+    if (!m_device || !flush() || !openUnderlyingDevice(m_device, mode))
         return false;
     // The device's own mode says what `mode` implies, such as writing when it appends.
     QIODevice::open(m_device->openMode() | Unbuffered);

@@ -21,10 +21,13 @@ void followDevice(QIODevice *device, Wrapper *wrapper, void (Wrapper::*aboutToCl
     QObject::connect(device, &QIODevice::readyRead, wrapper, &QIODevice::readyRead);
 }
 
-//! Whether two modes open a device for the same; buffering is each device's own affair.
-inline bool isSameMode(QIODevice::OpenMode a, QIODevice::OpenMode b)
+//! Opens \a device with \a mode, or tells whether it is open for the same already. How it buffers
+//! is its own affair.
+[[nodiscard]] inline bool openUnderlyingDevice(QIODevice *device, QIODevice::OpenMode mode)
 {
-    return (a | QIODevice::Unbuffered) == (b | QIODevice::Unbuffered);
+    if (!device->isOpen())
+        return device->open(mode);
+    return (device->openMode() | QIODevice::Unbuffered) == (mode | QIODevice::Unbuffered);
 }
 
 } // namespace Talverine
