@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixrt/iprogress.h>
 
+#include <brixrt/unshared_p.h>
+
 #include <utility>
 
 namespace Talverine::Interfaces {
@@ -53,7 +55,7 @@ void IProgress::removeChild(IProgress *child)
 QList<IProgress *> IProgress::childProgresses() const
 {
     const QMutexLocker lock(&m_mutex);
-    return m_children;
+    return unshared(m_children);
 }
 
 bool IProgress::storeReset()

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixrt/s3rdparty.h>
 
+#include <brixrt/unshared_p.h>
+
 #include <QtCore/QMutex>
 
 #include <algorithm>
@@ -42,11 +44,8 @@ void S3rdParty::registerModule(const QString &name, const QString &notice, const
 
 QList<S3rdParty::Module> S3rdParty::modules()
 {
-    // The caller gets a list of its own: whether a list is shared is asked without an order, so
-    // that registerModule() could otherwise write where another thread has just been reading.
     const QMutexLocker lock(&registry().mutex);
-    const QList<Module> &modules = registry().modules;
-    return QList<Module>(modules.begin(), modules.end());
+    return unshared(registry().modules);
 }
 
 } // namespace Talverine

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <brixrt/iprogress.h>
 
+#include <atomic>
 #include <limits>
 #include <thread>
 #include <vector>
@@ -216,6 +217,28 @@ private Q_SLOTS:
             thread.join();
         QVERIFY(progress.isAbortRequested());
         QVERIFY(child.isAbortRequested());
+    }
+
+    void childrenThatOneThreadHasLookedAtMayGoInAnother()
+    {
+        Progress progress;
+        Progress first;
+        Progress goes;
+        Progress last;
+        for (Progress *child : {&first, &goes, &last})
+            progress.addChild(child);
+        std::atomic_bool looked = false;
+        std::thread look([&] {
+            if (progress.childProgresses().count(&last) != 1)
+                qFatal("a child is missing");
+            // Orders nothing: the lock alone is to keep the threads apart.
+            looked.store(true, std::memory_order_relaxed);
+        });
+        while (!looked.load(std::memory_order_relaxed))
+            std::this_thread::yield();
+        progress.removeChild(&goes);
+        look.join();
+        QCOMPARE(progress.childProgresses(), (QList<Interfaces::IProgress *>{&first, &last}));
     }
 };
 

@@ -728,7 +728,7 @@ private Q_SLOTS:
                 if (!db.contains(u"fixed"_s) || !db.users().contains(u"fixed"_s))
                     ++wrong;
                 SAuthenticationDb copy(db);
-                if (!copy.contains(u"fixed"_s))
+                if (!copy.users().contains(u"fixed"_s))
                     ++wrong;
             }
         };

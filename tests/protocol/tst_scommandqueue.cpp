@@ -209,6 +209,33 @@ private Q_SLOTS:
         QCOMPARE(queue.size(), 2);
     }
 
+    void copyIsEmptiedWhileTheQueueIsFilled()
+    {
+        constexpr int count = 2000;
+        Numbered command;
+        SCommandQueue queue;
+        queue.enqueue(&command);
+        int missing = 0;
+        const std::unique_ptr<QThread> reader(QThread::create([&] {
+            for (int i = 0; i < count; ++i) {
+                SCommandQueue copy(queue);
+                if (copy.dequeue() != &command)
+                    ++missing;
+                while (copy.tryDequeue()) {
+                }
+            }
+        }));
+        reader->start();
+        for (int i = 0; i < count; ++i) {
+            queue.enqueue(&command);
+            queue.removeOne(&command);
+        }
+        QVERIFY(reader->wait(60000));
+        QCOMPARE(missing, 0);
+        QCOMPARE(queue.dequeue(), &command);
+        QVERIFY(queue.isEmpty());
+    }
+
     void assigningToItselfChangesNothing()
     {
         SCommandQueue queue;

@@ -3,6 +3,8 @@
 
 #include <brixlib/protocol/suserdata.h>
 
+#include <brixrt/unshared_p.h>
+
 #include <QtCore/QDebug>
 #include <QtCore/QFile>
 #include <QtCore/QFileDevice>
@@ -204,7 +206,11 @@ std::shared_ptr<const ISUser> SAuthenticationDb::sharedUser(const QString &usern
 
 QList<QString> SAuthenticationDb::users() const
 {
-    QList<QString> names = table().keys();
+    QList<QString> names;
+    {
+        const QMutexLocker lock(m_mutex.get());
+        names = m_table.keys();
+    }
     std::sort(names.begin(), names.end());
     return names;
 }
@@ -241,7 +247,7 @@ QByteArray SAuthenticationDb::document() const
 SAuthenticationDb::Table SAuthenticationDb::table() const
 {
     const QMutexLocker lock(m_mutex.get());
-    return m_table;
+    return unshared(m_table);
 }
 
 } // namespace Talverine

@@ -3,6 +3,8 @@
 
 #include <brixlib/protocol/scommand.h>
 
+#include <brixrt/unshared_p.h>
+
 namespace Talverine {
 
 SCommandQueue::SCommandQueue(QObject *parent)
@@ -27,7 +29,7 @@ SCommandQueue &SCommandQueue::operator=(const SCommandQueue &other)
         return *this;
     const QMutexLocker targetLocker(&m_mutex);
     const QMutexLocker sourceLocker(&other.m_mutex);
-    m_commands = other.m_commands;
+    m_commands = unshared(other.m_commands);
     return *this;
 }
 
