@@ -35,6 +35,16 @@ function(brix_add_class_test stem)
     endif()
 endfunction()
 
+# brix_add_test_without_glib(<stem>): runs tst_<stem> once more, with the event loop of Qt that does
+# without GLib, which waits and is woken differently.
+function(brix_add_test_without_glib stem)
+    cmake_path(RELATIVE_PATH CMAKE_CURRENT_SOURCE_DIR BASE_DIRECTORY "${PROJECT_SOURCE_DIR}/tests"
+        OUTPUT_VARIABLE folder)
+    set(name ${folder}/tst_${stem}_without_glib)
+    add_test(NAME ${name} COMMAND tst_${stem})
+    set_tests_properties(${name} PROPERTIES ENVIRONMENT QT_NO_GLIB=1 TIMEOUT 120)
+endfunction()
+
 # brix_add_benchmark(<stem> [SOURCES …]): the Google Benchmark program bench_<stem>.
 function(brix_add_benchmark stem)
     cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})

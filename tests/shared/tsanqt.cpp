@@ -18,6 +18,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <sched.h>
 #include <sys/types.h>
 
@@ -288,6 +289,38 @@ STAND_IN(bool, threadIsRunning, "_ZNK7QThread9isRunningEv", const QThread *threa
     if (!running)
         __tsan_acquire(const_cast<QThread *>(thread));
     return running;
+}
+
+// -- event loops: what wakes one is made before it wakes
+// ---------------------------------------
+
+namespace {
+
+// Qt hands out the event dispatcher of a thread, which owns the descriptor, by an atomic pointer.
+std::array<Token, 1024> wakers;
+
+[[gnu::no_sanitize("thread")]] Token *wakerOf(int descriptor)
+{
+    return &wakers[static_cast<std::size_t>(descriptor) % wakers.size()];
+}
+
+} // namespace
+
+STAND_IN(int, eventDescriptor, "eventfd", unsigned count, int flags)
+{
+    QTS_OWN(eventDescriptor, "eventfd");
+    const int descriptor = own(count, flags);
+    if (descriptor >= 0 && qtCore.contains(__builtin_return_address(0)))
+        __tsan_release(wakerOf(descriptor));
+    return descriptor;
+}
+
+STAND_IN(int, wakeByDescriptor, "eventfd_write", int descriptor, std::uint64_t value)
+{
+    QTS_OWN(wakeByDescriptor, "eventfd_write");
+    if (qtCore.contains(__builtin_return_address(0)))
+        __tsan_acquire(wakerOf(descriptor));
+    return own(descriptor, value);
 }
 
 // -- shared data: what was done with it comes before its end

@@ -301,6 +301,25 @@ private Q_SLOTS:
         }
     }
 
+    // The thread may be ending by the first one while the others are on their way.
+    void interruptionsInARowEndTheWorkerOnce()
+    {
+        for (int round = 0; round < 100; ++round) {
+            Course course;
+            {
+                SSimpleBackgroundRunner runner(new Worker(&course, Worker::Idles));
+                QSignalSpy interrupt(&runner, &SSimpleBackgroundRunner::interrupt);
+                runner.start();
+                QVERIFY(course.initialised.tryAcquire(1, 10000));
+                for (int i = 0; i < 10; ++i)
+                    runner.requestInterruption();
+                QCOMPARE(interrupt.count(), 10);
+            }
+            QCOMPARE(course.destroyed.loadAcquire(), 1);
+            QCOMPARE(errorOf(course), SimpleWorkerError::InterruptRequested);
+        }
+    }
+
     void workerOfAThreadThatNeverStartedDiesWithTheRunner()
     {
         Course course;

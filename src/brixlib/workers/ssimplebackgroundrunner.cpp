@@ -11,6 +11,8 @@ SSimpleBackgroundRunner::SSimpleBackgroundRunner(SSimpleWorker *worker, QObject 
 {
     connect(m_thread, &QThread::started, this, &SSimpleBackgroundRunner::started);
     connect(m_thread, &QThread::finished, this, &SSimpleBackgroundRunner::finished);
+    connect(m_thread, &QThread::finished, this, &SSimpleBackgroundRunner::noteEnd,
+            Qt::DirectConnection);
     setWorker(worker);
 }
 
@@ -70,12 +72,29 @@ bool SSimpleBackgroundRunner::setWorker(SSimpleWorker *worker)
     worker->moveToThread(m_thread);
     m_worker = worker;
 
-    connect(this, &SSimpleBackgroundRunner::interrupt, worker, &SSimpleWorker::terminateLater);
+    connect(this, &SSimpleBackgroundRunner::interrupt, this,
+            &SSimpleBackgroundRunner::terminateWorker);
     // Direct, since the worker's thread may be the one that waits for nothing but this.
     connect(worker, &SSimpleWorker::finished, m_thread, &QThread::quit, Qt::DirectConnection);
     connect(m_thread, &QThread::started, worker, &SSimpleWorker::init);
     connect(m_thread, &QThread::finished, worker, &QObject::deleteLater);
     return true;
+}
+
+// Qt wakes the thread after it has queued the call, and without a lock: a thread that ends in
+// between would take away what wakes it. This lock keeps it from ending.
+void SSimpleBackgroundRunner::terminateWorker()
+{
+    const QMutexLocker lock(&m_endMutex);
+    if (!m_ended && m_worker)
+        QMetaObject::invokeMethod(m_worker, &SSimpleWorker::terminateLater, Qt::QueuedConnection);
+}
+
+// In the thread, while it can still be woken; the worker dies after this.
+void SSimpleBackgroundRunner::noteEnd()
+{
+    const QMutexLocker lock(&m_endMutex);
+    m_ended = true;
 }
 
 } // namespace Talverine
