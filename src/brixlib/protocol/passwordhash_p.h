@@ -5,6 +5,7 @@
 
 #include <QtCore/QByteArray>
 #include <QtCore/QCryptographicHash>
+#include <QtCore/QUuid>
 
 namespace Talverine {
 
@@ -22,6 +23,13 @@ inline QByteArray passwordHash(const Security::SSecureString &password)
     const QByteArray hash = passwordHash(plain);
     Security::wipe(plain);
     return hash;
+}
+
+//! What proves the knowledge of a password, given its \a hash, in the session \a uuid: lower-case
+//! hexadecimal SHA-512 of the hash followed by the text of the uuid.
+inline QByteArray saltedHash(const QByteArray &hash, const QUuid &uuid)
+{
+    return passwordHash(hash + uuid.toByteArray());
 }
 
 } // namespace Talverine

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QtNetwork/QAbstractSocket>
+#include <QtNetwork/QHostAddress>
 
 namespace Talverine {
 
@@ -22,6 +23,17 @@ inline void setProtocolOptions(QAbstractSocket &socket)
     // An exchange is several small writes in one direction. Held back until the peer acknowledges
     // the one before, they cost 40 ms and more each.
     socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
+}
+
+//! Connects a client's \a socket within \a timeout milliseconds, and sets it up.
+[[nodiscard]] inline bool connectToServer(QAbstractSocket &socket, const QHostAddress &address,
+                                          quint16 port, int timeout)
+{
+    socket.connectToHost(address, port, QIODevice::ReadWrite);
+    if (!socket.waitForConnected(timeout))
+        return false;
+    setProtocolOptions(socket);
+    return true;
 }
 
 } // namespace Talverine

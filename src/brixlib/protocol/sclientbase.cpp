@@ -246,27 +246,17 @@ bool SClientBase::workerInit()
         return false;
 
     auto *socket = new STcpSocket(this);
-    socket->connectToHost(m_address, m_port, QIODevice::ReadWrite);
-    if (!socket->waitForConnected(timeout()))
+    if (!connectToServer(*socket, m_address, m_port, timeout()))
         return false;
-    setProtocolOptions(*socket);
     connect(socket, &QAbstractSocket::disconnected, this, &SClientBase::terminateLater);
     connect(this, &SClientBase::finished, this, &SClientBase::disconnect, Qt::QueuedConnection);
 
-    if (!readGreeting(socket))
+    setUuid(readGreeting(socket));
+    if (uuid().isNull())
         return false;
     setSocket(socket);
     listenToQueue();
     return true;
-}
-
-bool SClientBase::readGreeting(STcpSocket *socket)
-{
-    QByteArray bytes(Wire::kGreetingBytes, Qt::Uninitialized);
-    if (readAll(socket, bytes) != bytes.size())
-        return false;
-    setUuid(QUuid::fromRfc4122(bytes));
-    return !uuid().isNull();
 }
 
 void SClientBase::listenToQueue()

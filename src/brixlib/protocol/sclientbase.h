@@ -209,7 +209,6 @@ private:
     void connectQueue();
     void connectSyncing();
 
-    bool readGreeting(STcpSocket *socket);
     void listenToQueue();
     bool exchange(SCommand *command);
 

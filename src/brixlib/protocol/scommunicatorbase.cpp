@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/protocol/scommunicatorbase.h>
 
+#include "blockingio_p.h"
+#include "passwordhash_p.h"
+
 #include <brixlib/foundation/scontexthelper.h>
 #include <brixlib/protocol/scommand.h>
 #include <brixlib/protocol/scommandhelper.h>
 #include <brixlib/protocol/stcpsocket.h>
 #include <brixlib/protocol/stcpsocketspeedcontroller.h>
 
-#include <QtCore/QCryptographicHash>
 #include <QtCore/QDir>
 
 #include <limits>
@@ -29,6 +31,7 @@ int percent(qint64 size, qint64 total)
 
 SCommunicatorBase::SCommunicatorBase(QObject *parent)
     : SSimpleWorker(parent)
+    , m_io(std::make_unique<BlockingIo>())
     , m_contextId(SContextHelper::newContextId())
     , m_currentPath(QDir(QDir::homePath()).absolutePath())
     , m_defaultHome(QDir::homePath())
@@ -44,16 +47,6 @@ SCommunicatorBase::~SCommunicatorBase()
 bool SCommunicatorBase::isNull() const
 {
     return m_socket.isNull();
-}
-
-int SCommunicatorBase::timeout() const
-{
-    return m_timeout;
-}
-
-void SCommunicatorBase::setTimeout(int milliseconds)
-{
-    m_timeout = milliseconds;
 }
 
 bool SCommunicatorBase::autoSync() const
@@ -130,8 +123,7 @@ void SCommunicatorBase::setSocket(STcpSocket *socket)
 
 QByteArray SCommunicatorBase::generateHashedPassword(const QByteArray &hash) const
 {
-    return QCryptographicHash::hash(hash + m_uuid.toByteArray(), QCryptographicHash::Sha512)
-        .toHex();
+    return saltedHash(hash, m_uuid);
 }
 
 void SCommunicatorBase::registerCommand(SCommand *prototype)

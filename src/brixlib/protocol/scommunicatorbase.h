@@ -8,17 +8,19 @@
 #include <brixlib/protocol/scommandid.h>
 #include <brixlib/workers/ssimpleworker.h>
 
-#include <QtCore/QElapsedTimer>
 #include <QtCore/QList>
 #include <QtCore/QPointer>
 #include <QtCore/QStorageInfo>
 #include <QtCore/QString>
 #include <QtCore/QUuid>
 
+#include <memory>
+
 class QIODevice;
 
 namespace Talverine {
 
+class BlockingIo;
 class SCommand;
 class STcpSocket;
 class STcpSocketSpeedController;
@@ -222,6 +224,8 @@ protected:
     bool readReplyFrame(QIODevice *device, QByteArray *body);
     //! Writes a length word and \a body in one go.
     bool writeFrame(QIODevice *device, const QByteArray &body);
+    //! Reads what a server sends first, the session's uuid; null when none comes.
+    QUuid readGreeting(QIODevice *device);
 
     //! One direction of a link test.
     struct LinkTestPhase
@@ -259,7 +263,7 @@ private:
     bool pump(QIODevice *target, QIODevice *source, QIODevice *peer);
     void sendKeepAlive(QIODevice *peer);
 
-    int m_timeout = 0;
+    std::unique_ptr<BlockingIo> m_io;
     QPointer<STcpSocket> m_socket;
     QPointer<STcpSocketSpeedController> m_speedController;
     unsigned int m_contextId;
@@ -269,7 +273,6 @@ private:
     QString m_rootPath;
     QString m_defaultHome;
     bool m_autoSync = false;
-    QElapsedTimer m_sinceInterruption;
 };
 
 } // namespace Talverine

@@ -4,6 +4,7 @@
 #include <brixlib/protocol/stcpsocket.h>
 
 #include <QtCore/QDeadlineTimer>
+#include <QtCore/QElapsedTimer>
 
 namespace Talverine {
 
@@ -78,11 +79,11 @@ bool SCommunicatorBase::receiveLinkTest(int seconds, const LinkTestPhase *first,
 // The time-out counts from block to block.
 bool SCommunicatorBase::waitForLinkTestBlock()
 {
-    const QDeadlineTimer deadline(m_timeout); // negative lasts for ever
+    const QDeadlineTimer deadline(timeout()); // negative lasts for ever
     while (socket() && socket()->state() == QAbstractSocket::ConnectedState &&
            !isInterruptionRequested()) {
         const qint64 slice =
-            m_timeout < 0 ? kIdleWaitMs : std::min<qint64>(deadline.remainingTime(), kIdleWaitMs);
+            timeout() < 0 ? kIdleWaitMs : std::min<qint64>(deadline.remainingTime(), kIdleWaitMs);
         if (socket()->bytesAvailable() != 0 || socket()->waitForReadyRead(static_cast<int>(slice)))
             return true;
         if (deadline.hasExpired())

@@ -4,6 +4,7 @@
 
 #include "namedpipe_p.h"
 
+#include <brixlib/protocol/clientdevicecommands.h>
 #include <brixlib/protocol/commands/scommandclientdevice.h>
 #include <brixlib/protocol/stcpsocket.h>
 
@@ -18,17 +19,6 @@ constexpr qint64 kBufferBytes = 1048576;
 // The count of bytes goes out in front of them, in the same write.
 constexpr qint64 kCountBytes = sizeof(qint64);
 constexpr int kIdleWaitMs = 100;
-
-// The numbers travel on the wire.
-enum class DeviceRequest : quint32 {
-    Open = 1,
-    Close = 2,
-    Seek = 3,
-    Size = 4,
-    Read = 5,
-    Write = 6,
-    AtEnd = 7,
-};
 
 } // namespace
 
@@ -51,12 +41,12 @@ public:
             const quint32 request = m_server.readWord(socket());
             if (request == 0)
                 return false;
-            if (request == static_cast<quint32>(DeviceRequest::Close)) {
+            if (request == static_cast<quint32>(ClientDeviceCommands::Close)) {
                 m_file.close();
                 Q_EMIT m_server.clientDeviceFinished(m_file.fileName());
                 return true;
             }
-            if (!answer(static_cast<DeviceRequest>(request)))
+            if (!answer(static_cast<ClientDeviceCommands>(request)))
                 return false;
         }
         return false;
@@ -75,20 +65,20 @@ private:
         return false;
     }
 
-    bool answer(DeviceRequest request)
+    bool answer(ClientDeviceCommands request)
     {
         switch (request) {
-        case DeviceRequest::Open:
+        case ClientDeviceCommands::Open:
             return open();
-        case DeviceRequest::Seek:
+        case ClientDeviceCommands::Seek:
             return seek();
-        case DeviceRequest::Size:
+        case ClientDeviceCommands::Size:
             return m_server.writeWord64(socket(), static_cast<quint64>(m_file.size()));
-        case DeviceRequest::Read:
+        case ClientDeviceCommands::Read:
             return read();
-        case DeviceRequest::Write:
+        case ClientDeviceCommands::Write:
             return write();
-        case DeviceRequest::AtEnd:
+        case ClientDeviceCommands::AtEnd:
             return reply(m_file.atEnd());
         default:
             return true;

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QByteArray>
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QUuid>
+
+class QIODevice;
+
+namespace Talverine {
+
+/*!
+ * Reading and writing on the socket of a connection in blocking calls: whole blocks, words and
+ * frames. A call fails when the peer stands still for longer than the time-out. Once the calling
+ * thread is asked to stop, all waits together last no longer than that.
+ *
+ * Thread: lives in the thread of the socket and blocks it.
+ */
+class BlockingIo
+{
+public:
+    //! Milliseconds that a wait may last; 0, the default, does not wait, negative has no limit.
+    int timeout() const { return m_timeout; }
+    void setTimeout(int milliseconds) { m_timeout = milliseconds; }
+
+    /*!
+     * Reads \a size bytes, waiting for each piece. Gives the number read, which is short when the
+     * device has come to its end, or -1 on an error or a wait that failed.
+     */
+    qint64 readAll(QIODevice *device, char *buffer, qint64 size);
+    //! Writes \a size bytes without waiting. Gives the number written, or -1.
+    qint64 write(QIODevice *device, const char *data, qint64 size);
+    //! Writes \a size bytes and waits until they have left. Gives the number written, or -1.
+    qint64 writeAll(QIODevice *device, const char *data, qint64 size);
+    //! Waits by waitForReadyRead() or waitForBytesWritten(), in slices, so that a request to stop
+    //! is seen.
+    bool waitFor(QIODevice *device, bool (QIODevice::*wait)(int));
+
+    //! Reads one big-endian word; 0 on any failure.
+    quint32 readWord(QIODevice *device);
+    bool readWord64(QIODevice *device, quint64 *value);
+    //! Writes one big-endian word and waits until it has left.
+    bool writeWord(QIODevice *device, quint32 word);
+    bool writeWord64(QIODevice *device, quint64 word);
+
+    //! Reads exactly \a length bytes into \a body, which grows only as bytes arrive.
+    bool readBody(QIODevice *device, quint32 length, QByteArray *body);
+    //! Reads a length word and the body behind it; false also for the length 0.
+    bool readReplyFrame(QIODevice *device, QByteArray *body);
+    //! Writes a length word and \a body in one go.
+    bool writeFrame(QIODevice *device, const QByteArray &body);
+
+    //! Reads what a server sends first, the session's uuid; null when none comes.
+    QUuid readGreeting(QIODevice *device);
+
+    //! Whether the calling thread was asked to stop longer ago than the time-out.
+    bool isStopOverdue();
+
+private:
+    int m_timeout = 0;
+    QElapsedTimer m_sinceInterruption;
+};
+
+} // namespace Talverine
