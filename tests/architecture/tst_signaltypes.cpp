@@ -22,6 +22,7 @@ const QList<const QMetaObject *> &leaves()
         &SAuthenticationDb::staticMetaObject,
         &SBandwidthDevice::staticMetaObject,
         &SClientController::staticMetaObject,
+        &SClientDevice::staticMetaObject,
         &SClientFtp::staticMetaObject,
         &SClientFtpRequester::staticMetaObject,
         &SCommandQueue::staticMetaObject,
