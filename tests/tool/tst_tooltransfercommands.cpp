@@ -16,6 +16,7 @@
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <functional>
@@ -62,6 +63,15 @@ void makeTree(const QString &folder)
     QVERIFY(writeFile(folder + u"/empty"_s, {}));
     QVERIFY(writeFile(folder + u"/sub/large"_s, large));
     QVERIFY(QDir().mkpath(folder + u"/empty folder/another"_s));
+}
+
+// So many files, and so small, that several sessions move them.
+constexpr int manyFiles = 400;
+
+void makeManyFiles(const QString &folder)
+{
+    for (int i = 0; i < manyFiles; ++i)
+        QVERIFY(writeFile(folder + u'/' + QString::number(i), "small"));
 }
 
 QJsonObject summary(const ToolResult &result)
@@ -462,6 +472,66 @@ private Q_SLOTS:
         QCOMPARE(tree(local(u"back"_s)), tree(local(u"tree"_s)));
     }
 
+    void manySmallFilesGoOnSeveralSessions()
+    {
+        QVERIFY(m_server->start({u"--verbose"_s}));
+        makeManyFiles(home(u"tree"_s));
+        QCOMPARE(get(u"tree"_s, {u"-r"_s, local(u"copy"_s)}).exitCode, 0);
+        QVERIFY(m_server->logShowing("[4] login of ann").contains("[4] getf"));
+        QCOMPARE(tree(local(u"copy"_s)), tree(home(u"tree"_s)));
+        QCOMPARE(put(local(u"copy"_s), u"back"_s, {u"-r"_s}).exitCode, 0);
+        QVERIFY(m_server->logShowing("[8] login of ann").contains("[8] sndf"));
+        QCOMPARE(tree(home(u"back"_s)), tree(home(u"tree"_s)));
+    }
+
+    void serverThatTakesFewSessionsIsEnough()
+    {
+        QVERIFY(m_server->start({u"--max-connections"_s, u"2"_s}));
+        makeManyFiles(home(u"tree"_s));
+        const auto result = get(u"tree"_s, {u"-r"_s, local(u"copy"_s)});
+        QCOMPARE(result.exitCode, 0);
+        QVERIFY2(result.err.isEmpty(), result.err.constData());
+        QCOMPARE(tree(local(u"copy"_s)), tree(home(u"tree"_s)));
+    }
+
+    void endOfOneSessionEndsTheTransfer_data()
+    {
+        QTest::addColumn<bool>("isGet");
+        QTest::newRow("get") << true;
+        QTest::newRow("put") << false;
+    }
+
+    void endOfOneSessionEndsTheTransfer()
+    {
+        QFETCH(bool, isGet);
+        std::atomic_int files = 0;
+        const HostileHost host(
+            [&files](HostileServer &server, const SCommandId &id) -> std::optional<bool> {
+                const bool isFile = id == CommandIds::kGetFile || id == CommandIds::kSendFile;
+                if (!isFile || ++files != 40)
+                    return std::nullopt;
+                server.hangUp();
+                return false;
+            });
+        const QString source = (isGet ? host.home() : m_dir->path()) + u"/tree"_s;
+        const QString target = (isGet ? m_dir->path() : host.home()) + u"/copy"_s;
+        makeManyFiles(source);
+        const auto result = isGet ? getFrom(host, u"tree"_s, {u"-r"_s, target, u"--json"_s})
+                                  : putTo(host, source, u"copy"_s, {u"-r"_s, u"--json"_s});
+        QCOMPARE(result.exitCode, 1);
+        const auto object = summary(result);
+        const auto done = object.value("files"_L1).toInteger();
+        const auto notTried = object.value("notTried"_L1).toArray().size();
+        QCOMPARE(object.value("failures"_L1).toArray().size(), 1);
+        QCOMPARE(done + 1 + notTried, qint64(manyFiles));
+        // Only what waited already on the other sessions was still moved.
+        QVERIFY2(done < 200, qPrintable(QString::number(done)));
+        const auto arrived = tree(target);
+        QCOMPARE(arrived.size(), done);
+        for (const auto &content : arrived)
+            QCOMPARE(content, "small"_ba);
+    }
+
     void treeIsRemovedAtItsSourceWhenAsked()
     {
         QVERIFY(m_server->start());
@@ -733,6 +803,23 @@ private Q_SLOTS:
         QCOMPARE(readFile(local(u"a.txt"_s)), "older"_ba);
         QCOMPARE(namesIn(m_dir->path()), QStringList{u"a.txt"_s});
         QCOMPARE(readFile(host.home() + u"/a.txt"_s), "content"_ba);
+    }
+
+    void newFileThatTheServerTakesBackIsRemoved()
+    {
+        const HostileHost host(
+            [](HostileServer &server, const SCommandId &id) -> std::optional<bool> {
+                if (id != CommandIds::kGetFile)
+                    return std::nullopt;
+                server.send(QByteArray("\0\0\0\0\0\0\0\x03"
+                                       "abc",
+                                       11));
+                return false;
+            });
+        QVERIFY(writeFile(host.home() + u"/a.txt"_s, "content"));
+        const auto result = getFrom(host, u"a.txt"_s);
+        QCOMPARE(result.exitCode, 3);
+        QVERIFY(namesIn(m_dir->path()).isEmpty());
     }
 
     void fileThatIsCutOffHarmsNothing_data()

@@ -23,9 +23,6 @@ using namespace Talverine;
 
 namespace {
 
-// Commands that wait in the queue, so that the line never stands still between two files.
-constexpr qsizetype window = 32;
-
 // A server that tells of folders in folders without end is not followed further.
 constexpr int deepestFolder = 200;
 
@@ -39,17 +36,17 @@ QString temporaryName(const QString &folder)
 Download::Download(Session &session, ProgressBar &progress, TransferReport &report,
                    bool removeSource)
     : m_session(session)
+    , m_lanes(session)
     , m_progress(progress)
     , m_report(report)
     , m_removeSource(removeSource)
 {
-    QObject::connect(&session, &Session::transferred, &m_context,
-                     [this](qint64 done, qint64 total) {
-                         // The size of a single file is not known before.
-                         if (m_files.size() == 1)
-                             m_progress.setTotal(total);
-                         m_progress.show(m_report.bytes() + done);
-                     });
+    QObject::connect(&m_lanes, &Lanes::transferred, &m_lanes, [this](qint64 done, qint64 total) {
+        // The size of a single file is not known before.
+        if (m_files.size() == 1)
+            m_progress.setTotal(total);
+        m_progress.show(m_report.bytes() + done);
+    });
 }
 
 void Download::fetchFile(const QString &remote, const QString &local)
@@ -66,11 +63,13 @@ void Download::fetchTree(const QString &remote, const QString &local)
     stageIn(local);
     m_remoteFolders.append(remote);
     collect(remote, local, QString(), 0);
-    m_progress.setTotal(std::accumulate(
+    const qint64 total = std::accumulate(
         m_files.begin(), m_files.end(), qint64(0), [](qint64 sum, const File &file) {
             // The sizes are what the server claims.
             return sum + std::clamp<qint64>(file.size, 0, std::numeric_limits<qint64>::max() - sum);
-        }));
+        });
+    m_progress.setTotal(total);
+    m_lanes.widenFor(m_files.size(), total);
     fetchAll();
     if (!m_removeSource || m_report.hasFailures())
         return;
@@ -135,10 +134,12 @@ void Download::collectEntry(const SFileEntry &entry, const QString &remote, cons
 void Download::fetchAll()
 {
     for (const File &file : std::as_const(m_files)) {
-        m_session.waitWhile([this] { return m_session.pending() >= window; });
-        fetch(file);
+        if (Session *const lane = m_lanes.next())
+            fetch(*lane, file);
+        else
+            reportNotTried(file);
     }
-    m_session.waitWhile([this] { return m_session.pending() > 0; });
+    m_lanes.waitForAll();
 }
 
 // The library removes an older file before the new one takes its place, and changes some names.
@@ -151,22 +152,22 @@ QString Download::targetOf(const File &file) const
                                                                  : temporaryName(m_stagingFolder);
 }
 
-void Download::fetch(const File &file)
+void Download::fetch(Session &lane, const File &file)
 {
     const QString target = targetOf(file);
-    m_session.post(
+    lane.post(
         CommandIds::kGetFile,
         [&](Session::Requester &server) { server.getFile(file.remote, target, false); },
-        [this, file, target](Outcome outcome, const Answer &answer) {
-            finish(file, target, outcome, answer);
+        [this, &lane, file, target](Outcome outcome, const Answer &answer) {
+            finish(lane, file, target, outcome, answer);
         });
 }
 
-void Download::finish(const File &file, const QString &target, Outcome outcome,
+void Download::finish(Session &lane, const File &file, const QString &target, Outcome outcome,
                       const Answer &answer)
 {
     if (outcome == Outcome::NotTried)
-        return m_report.addNotTried(file.name, m_session.failure(outcome).code);
+        return reportNotTried(file);
     if (outcome != Outcome::Done) {
         // It may have arrived whole when the server takes it back with its last word.
         QFile::remove(target);
@@ -178,7 +179,12 @@ void Download::finish(const File &file, const QString &target, Outcome outcome,
     }
     m_report.addFile(answer.moved);
     if (m_removeSource)
-        removeRemoteFile(file);
+        removeRemoteFile(lane, file);
+}
+
+void Download::reportNotTried(const File &file)
+{
+    m_report.addNotTried(file.name, m_session.failure(Outcome::NotTried).code);
 }
 
 bool Download::moveIntoPlace(const File &file, const QString &staged)
@@ -231,9 +237,9 @@ void Download::explainFailure(const File &file, const Answer &answer)
                             : failure.text);
 }
 
-void Download::removeRemoteFile(const File &file)
+void Download::removeRemoteFile(Session &lane, const File &file)
 {
-    m_session.post(
+    lane.post(
         CommandIds::kRemoveFile,
         [&](Session::Requester &server) { server.removeFile(file.remote); },
         [this, file](Outcome outcome, const Answer &answer) {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "lanes.h"
 #include "progressbar.h"
-#include "session.h"
 #include "transferreport.h"
 
 #include <QtCore/QSet>
@@ -10,9 +10,10 @@
 namespace Brix {
 
 /*!
- * Fetches files so that nothing here is harmed when one fails: each arrives under a temporary name
- * and takes its place only after the server has called the whole exchange good. A source is removed
- * only after its copy stands.
+ * Fetches files so that nothing here is harmed when one fails: a file that is to replace another
+ * arrives under a temporary name and takes its place only after the server has called the whole
+ * exchange good; a new one is taken away again if the server does not. A source is removed only
+ * after its copy stands.
  */
 class Download final
 {
@@ -39,16 +40,18 @@ private:
                       const QString &local, const QString &name, int depth);
     void fetchAll();
     QString targetOf(const File &file) const;
-    void fetch(const File &file);
-    void finish(const File &file, const QString &target, Outcome outcome, const Answer &answer);
+    void fetch(Session &lane, const File &file);
+    void finish(Session &lane, const File &file, const QString &target, Outcome outcome,
+                const Answer &answer);
+    void reportNotTried(const File &file);
     bool moveIntoPlace(const File &file, const QString &staged);
     bool makeFolder(const QString &folder, const QString &name);
     void explainFailure(const File &file, const Answer &answer);
-    void removeRemoteFile(const File &file);
+    void removeRemoteFile(Session &lane, const File &file);
     void removeRemoteFolders();
 
-    QObject m_context; // ends the connections to the session
     Session &m_session;
+    Lanes m_lanes;
     ProgressBar &m_progress;
     TransferReport &m_report;
     const bool m_removeSource;

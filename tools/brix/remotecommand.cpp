@@ -40,8 +40,8 @@ ExitCode withSession(const RemoteOptions &options, const RemoteWork &work)
     if (!password)
         throw Failure{ExitCode::Usage, error};
     const Interruption interruption;
-    Session session(url, std::chrono::seconds(options.timeoutSeconds), interruption);
-    session.open(*password);
+    Session session({url, *password, std::chrono::seconds(options.timeoutSeconds), interruption});
+    session.open();
     return work(session, url);
 }
 

@@ -25,17 +25,14 @@ constexpr auto interruptionGrace = 3s;
 
 } // namespace
 
-Session::Session(const RemoteUrl &url, std::chrono::milliseconds timeout,
-                 const Interruption &interruption)
-    : m_url(url)
-    , m_timeout(timeout)
-    , m_interruption(interruption)
-    , m_client(new SClientFtp(url.host, url.port, true))
+Session::Session(const Login &login)
+    : m_login(login)
+    , m_client(new SClientFtp(login.url.host, login.url.port, true))
     , m_ended(std::make_shared<EndedCommands>())
     , m_requester(m_client)
 {
-    m_client->setTimeout(int(timeout.count()));
-    connect(&interruption, &Interruption::requested, this, &Session::interrupt);
+    m_client->setTimeout(int(login.timeout.count()));
+    connect(&login.interruption, &Interruption::requested, this, &Session::interrupt);
     listen(new AnswerCollector(m_client, m_ended));
 }
 
@@ -108,27 +105,27 @@ void Session::onEnded()
     Q_EMIT changed();
 }
 
-void Session::open(const Security::SSecureString &password)
+void Session::open()
 {
     m_connecting = true;
     const bool connected = m_controller.connectClient(m_client, false);
     m_connecting = false;
     if (!connected) {
         m_isOver = true;
-        if (SClientBase::resolve(m_url.host, true).isNull())
-            throw Failure{ExitCode::Connection, u"the host %1 is unknown"_s.arg(m_url.host)};
+        if (SClientBase::resolve(m_login.url.host, true).isNull())
+            throw Failure{ExitCode::Connection, u"the host %1 is unknown"_s.arg(m_login.url.host)};
         throw Failure{
             ExitCode::Connection,
             u"cannot connect to %1: nobody listens there, it is no brix server, or it did "
-            "not answer in time"_s.arg(m_url.authority())};
+            "not answer in time"_s.arg(m_login.url.authority())};
     }
     const Answer answer = ask(CommandIds::kAuthentication, [&](Requester &server) {
-        server.authenticate(m_url.user, password);
+        server.authenticate(m_login.url.user, m_login.password);
     });
     if (!answer.result)
         throw Failure{ExitCode::Refused,
                       u"%1 refuses the login of %2: wrong password, or no such "
-                      "user with a home folder"_s.arg(m_url.authority(), m_url.user)};
+                      "user with a home folder"_s.arg(m_login.url.authority(), m_login.url.user)};
     waitWhile([this] { return !m_isListed; });
     if (m_isOver)
         throw failure(Outcome::Failed);
@@ -199,16 +196,16 @@ QList<SFileEntry> Session::list(const QString &folder)
 
 Failure Session::failure(Outcome outcome) const
 {
-    if (m_interruption.isRequested())
+    if (m_login.interruption.isRequested())
         return {ExitCode::Interrupted, u"interrupted"_s};
     if (outcome == Outcome::Unavailable)
-        return {ExitCode::Refused, u"%1 does not know this command"_s.arg(m_url.authority())};
+        return {ExitCode::Refused, u"%1 does not know this command"_s.arg(m_login.url.authority())};
     if (outcome == Outcome::NotTried)
         return {ExitCode::Connection,
-                u"the connection to %1 had ended before"_s.arg(m_url.authority())};
+                u"the connection to %1 had ended before"_s.arg(m_login.url.authority())};
     return {ExitCode::Connection,
             u"%1 ended the connection: it refuses the command as a whole, or the line broke"_s.arg(
-                m_url.authority())};
+                m_login.url.authority())};
 }
 
 } // namespace Brix

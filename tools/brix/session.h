@@ -26,6 +26,16 @@ namespace Brix {
 
 class Interruption;
 
+//! Where to log in, and as whom.
+struct Login
+{
+    RemoteUrl url;
+    Talverine::Security::SSecureString password;
+    //! Limits each wait for the server.
+    std::chrono::milliseconds timeout;
+    const Interruption &interruption;
+};
+
 //! How a command ended.
 enum class Outcome {
     Done,        //!< the exchange is complete; the answer tells whether the server did it
@@ -38,8 +48,8 @@ enum class Outcome {
  * One login on a server, for commands one after the other. The work is done in the library's worker
  * thread; here its signals become answers.
  *
- *     Session session(url, 10s, interruption);
- *     session.open(password);
+ *     Session session({url, password, 10s, interruption});
+ *     session.open();
  *     output.line(session.ask(CommandIds::kPwd, [](auto &server) { server.pwd(); }).text);
  *
  * Nothing is tried twice: the first exchange that fails ends the session.
@@ -55,13 +65,12 @@ public:
     using Start = std::function<void(Requester &)>;
     using Done = std::function<void(Outcome, const Answer &)>;
 
-    //! \a timeout limits each wait for the server.
-    Session(const RemoteUrl &url, std::chrono::milliseconds timeout,
-            const Interruption &interruption);
+    explicit Session(const Login &login);
     ~Session() override;
 
+    const Login &login() const { return m_login; }
     //! Connects and logs in; throws Failure.
-    void open(const Talverine::Security::SSecureString &password);
+    void open();
     bool isOpen() const { return !m_isOver; }
     //! The server's commands with their versions.
     const QHash<Talverine::SCommandId, qint32> &commands() const { return m_commands; }
@@ -106,9 +115,7 @@ private:
     void onUnavailable(Talverine::SCommandId id);
     void onEnded();
 
-    const RemoteUrl m_url;
-    const std::chrono::milliseconds m_timeout;
-    const Interruption &m_interruption;
+    const Login m_login;
     Talverine::SClientController m_controller;
     Talverine::SClientFtp *m_client; // deletes itself in its thread; touched before that starts
     const std::shared_ptr<EndedCommands> m_ended;

@@ -21,9 +21,6 @@ using namespace Talverine;
 
 namespace {
 
-// Commands that wait in the queue, so that the line never stands still between two files.
-constexpr qsizetype window = 32;
-
 // Why a file cannot be sent; empty when it can.
 QString problemOfSource(const QString &local)
 {
@@ -37,11 +34,12 @@ QString problemOfSource(const QString &local)
 
 Upload::Upload(Session &session, ProgressBar &progress, TransferReport &report, bool removeSource)
     : m_session(session)
+    , m_lanes(session)
     , m_progress(progress)
     , m_report(report)
     , m_removeSource(removeSource)
 {
-    QObject::connect(&session, &Session::transferred, &m_context,
+    QObject::connect(&m_lanes, &Lanes::transferred, &m_lanes,
                      [this](qint64 done, qint64) { m_progress.show(m_report.bytes() + done); });
 }
 
@@ -60,9 +58,11 @@ void Upload::sendFile(const QString &local, const QString &remote)
 void Upload::sendTree(const QString &local, const QString &remote)
 {
     collect({local, remote, QString()});
-    m_progress.setTotal(
+    const qint64 total =
         std::accumulate(m_files.begin(), m_files.end(), qint64(0),
-                        [](qint64 sum, const File &file) { return sum + file.size; }));
+                        [](qint64 sum, const File &file) { return sum + file.size; });
+    m_progress.setTotal(total);
+    m_lanes.widenFor(m_files.size(), total);
     sendAll();
     if (m_removeSource && !m_report.hasFailures())
         removeLocalFolders();
@@ -125,22 +125,24 @@ bool Upload::makeRemoteFolder(const QString &remote)
 void Upload::sendAll()
 {
     for (const File &file : std::as_const(m_files)) {
-        m_session.waitWhile([this] { return m_session.pending() >= window; });
-        send(file);
+        if (Session *const lane = m_lanes.next())
+            send(*lane, file);
+        else
+            reportUnlessDone(file, Outcome::NotTried, {});
     }
-    m_session.waitWhile([this] { return m_session.pending() > 0; });
+    m_lanes.waitForAll();
 }
 
-void Upload::send(const File &file)
+void Upload::send(Session &lane, const File &file)
 {
     // The library would give up the whole session over a file that it cannot read.
-    const QString problem = m_session.isOpen() ? problemOfSource(file.local) : QString();
+    const QString problem = problemOfSource(file.local);
     if (!problem.isEmpty())
         return m_report.addFailure(file.name, ExitCode::LocalIo,
                                    u"cannot be read: %1"_s.arg(problem));
     if (RemotePath::isChangedOnArrival(file.remote))
-        return sendByDetour(file);
-    m_session.post(
+        return sendByDetour(lane, file);
+    lane.post(
         CommandIds::kSendFile,
         [&](Session::Requester &server) { server.sendFile(file.local, file.remote, false); },
         [this, file](Outcome outcome, const Answer &answer) {
@@ -150,48 +152,48 @@ void Upload::send(const File &file)
         });
 }
 
-void Upload::sendByDetour(const File &file)
+void Upload::sendByDetour(Session &lane, const File &file)
 {
     const QString staged = u".brix-"_s + QUuid::createUuid().toString(QUuid::WithoutBraces);
-    m_session.post(
+    lane.post(
         CommandIds::kSendFile,
         [&](Session::Requester &server) { server.sendFile(file.local, staged, false); },
-        [this, file, staged](Outcome outcome, const Answer &answer) {
+        [this, &lane, file, staged](Outcome outcome, const Answer &answer) {
             reportUnlessDone(file, outcome, answer);
             if (outcome == Outcome::Done)
-                moveIntoPlace(file, staged, answer.moved);
+                moveIntoPlace(lane, file, staged, answer.moved);
         });
 }
 
-void Upload::moveIntoPlace(const File &file, const QString &staged, qint64 bytes)
+void Upload::moveIntoPlace(Session &lane, const File &file, const QString &staged, qint64 bytes)
 {
-    m_session.post(
+    lane.post(
         CommandIds::kRenameFile,
         [&](Session::Requester &server) { server.renameFile(staged, file.remote); },
-        [this, file, staged, bytes](Outcome outcome, const Answer &answer) {
+        [this, &lane, file, staged, bytes](Outcome outcome, const Answer &answer) {
             reportUnlessDone(file, outcome, answer);
             if (outcome == Outcome::Done && answer.result)
                 finishFile(file, bytes);
             else if (outcome == Outcome::Done)
-                replaceOlder(file, staged, bytes);
+                replaceOlder(lane, file, staged, bytes);
         });
 }
 
 // Renaming does not replace a file on the server, so an older one goes first.
-void Upload::replaceOlder(const File &file, const QString &staged, qint64 bytes)
+void Upload::replaceOlder(Session &lane, const File &file, const QString &staged, qint64 bytes)
 {
     const auto ignore = [](Outcome, const Answer &) {};
-    m_session.post(
+    lane.post(
         CommandIds::kRemoveFile,
         [&](Session::Requester &server) { server.removeFile(file.remote); }, ignore);
-    m_session.post(
+    lane.post(
         CommandIds::kRenameFile,
         [&](Session::Requester &server) { server.renameFile(staged, file.remote); },
-        [this, file, staged, bytes, ignore](Outcome outcome, const Answer &answer) {
+        [this, &lane, file, staged, bytes, ignore](Outcome outcome, const Answer &answer) {
             reportUnlessDone(file, outcome, answer);
             if (outcome == Outcome::Done && answer.result)
                 return finishFile(file, bytes);
-            m_session.post(
+            lane.post(
                 CommandIds::kRemoveFile,
                 [&](Session::Requester &server) { server.removeFile(staged); }, ignore);
             if (outcome == Outcome::Done)

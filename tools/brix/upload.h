@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "lanes.h"
 #include "progressbar.h"
-#include "session.h"
 #include "transferreport.h"
 
 namespace Brix {
@@ -42,17 +42,17 @@ private:
     void reportUnreadableNames(const Folder &folder);
     bool makeRemoteFolder(const QString &remote);
     void sendAll();
-    void send(const File &file);
+    void send(Session &lane, const File &file);
     void reportUnlessDone(const File &file, Outcome outcome, const Answer &answer);
     void finishFile(const File &file, qint64 bytes);
-    void sendByDetour(const File &file);
-    void moveIntoPlace(const File &file, const QString &staged, qint64 bytes);
-    void replaceOlder(const File &file, const QString &staged, qint64 bytes);
+    void sendByDetour(Session &lane, const File &file);
+    void moveIntoPlace(Session &lane, const File &file, const QString &staged, qint64 bytes);
+    void replaceOlder(Session &lane, const File &file, const QString &staged, qint64 bytes);
     void explainFailure(const File &file, const Answer &answer);
     void removeLocalFolders();
 
-    QObject m_context; // ends the connections to the session
     Session &m_session;
+    Lanes m_lanes;
     ProgressBar &m_progress;
     TransferReport &m_report;
     const bool m_removeSource;
