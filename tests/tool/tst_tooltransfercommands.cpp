@@ -712,6 +712,23 @@ private Q_SLOTS:
         QCOMPARE(readFile(local(u"back/large"_s)), "older"_ba);
     }
 
+    void serverThatStopsWhileItReceivesIsTold()
+    {
+        QVERIFY(m_server->start({u"--limit-in"_s, u"262144"_s}));
+        QVERIFY(writeFile(local(u"large"_s), QByteArray(16 << 20, 'x')));
+        QProcess client;
+        m_server->client().prepare(&client,
+                                   {u"put"_s, local(u"large"_s), m_server->url(u"target"_s)});
+        client.start();
+        QTRY_VERIFY_WITH_TIMEOUT(!namesIn(m_server->home()).filter(u".part"_s).isEmpty(), 20'000);
+        m_server->process().terminate();
+        QVERIFY(client.waitForFinished(30'000));
+        QCOMPARE(client.exitCode(), 3);
+        const QByteArray error = client.readAllStandardError();
+        QVERIFY2(error.startsWith("brix: large: after "), error.constData());
+        QCOMPARE(error.count('\n'), 1);
+    }
+
     void fullDiskIsTold()
     {
         // A limit on the size of files stands in for a disk that takes no more.

@@ -110,7 +110,8 @@ bool FileTransfer::send(QIODevice *source, qint64 size)
     const auto buffer = std::make_unique_for_overwrite<char[]>(kBufferBytes);
     Meter meter(m_progress, size);
     while (!source->atEnd()) {
-        if (isInterrupted())
+        // Qt would complain about a write after the peer has gone.
+        if (isInterrupted() || !isConnected())
             return false;
         const qint64 count = source->read(buffer.get(), kBufferBytes);
         // Files in /sys claim more than they give and are never at their end.
