@@ -2,6 +2,7 @@
 // The server's half of the link test, under a scripted client.
 #include <brixlib/protocol/wire.h>
 
+#include <shared/failingallocation.h>
 #include <shared/rawclient.h>
 #include <shared/sessionhost.h>
 
@@ -219,6 +220,18 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(host.controller.count(), 0, 2000);
         for (const auto &report : std::as_const(m_transferred))
             QVERIFY(report.second >= report.first);
+    }
+
+    void withoutMemoryTheSessionEnds()
+    {
+        SessionHost host;
+        RawClient client;
+        const FailingAllocation noBlocks(kBlockBytes);
+        QVERIFY(start(client, host, 0, 0));
+        QCOMPARE(client.read(4), RawBytes::nack());
+        QVERIFY(client.endsHere());
+        QTRY_COMPARE(host.controller.count(), 0);
+        QVERIFY(m_finished.isEmpty());
     }
 
 private:

@@ -18,13 +18,11 @@ constexpr int kReportAfterMs = 500;
 // The planned time is the peer's word; twice this still fits the signal's numbers.
 constexpr double kLargestEstimate = 1e18;
 
-// Zeros, since what lay in the memory before is not the peer's business. Without the memory the
-// blocks are empty.
-struct Block
+// Zeros, since what lay in the memory before is not the peer's business; null without the memory.
+std::unique_ptr<char[]> makeBlock()
 {
-    std::unique_ptr<char[]> bytes{new (std::nothrow) char[kBlockBytes]()};
-    qint64 size = bytes ? kBlockBytes : 0;
-};
+    return std::unique_ptr<char[]>(new (std::nothrow) char[kBlockBytes]());
+}
 
 } // namespace
 
@@ -35,15 +33,17 @@ double SCommunicatorBase::LinkTestPhase::bytesPerSecond() const
 
 bool SCommunicatorBase::sendLinkTest(int seconds, const LinkTestPhase *first, LinkTestPhase *phase)
 {
-    const Block block;
+    const auto block = makeBlock();
+    if (!block)
+        return false;
     const qint64 planned = qint64(seconds) * 1000;
     QElapsedTimer timer;
     timer.start();
-    while (block.size != 0 && timer.elapsed() < planned) {
-        if (isInterruptionRequested() || !writeWord64(socket(), static_cast<quint64>(block.size)) ||
-            writeAll(socket(), block.bytes.get(), block.size) != block.size)
+    while (timer.elapsed() < planned) {
+        if (isInterruptionRequested() || !writeWord64(socket(), kBlockBytes) ||
+            writeAll(socket(), block.get(), kBlockBytes) != kBlockBytes)
             return false;
-        phase->bytes += block.size;
+        phase->bytes += kBlockBytes;
         reportLinkTest(phase->bytes, timer.elapsed(), planned, first);
     }
     if (!writeWord64(socket(), kEndWord))
@@ -55,7 +55,9 @@ bool SCommunicatorBase::sendLinkTest(int seconds, const LinkTestPhase *first, Li
 bool SCommunicatorBase::receiveLinkTest(int seconds, const LinkTestPhase *first,
                                         LinkTestPhase *phase)
 {
-    const Block block;
+    const auto block = makeBlock();
+    if (!block)
+        return false;
     const qint64 planned = qint64(seconds) * 1000;
     QElapsedTimer timer;
     timer.start();
@@ -65,10 +67,10 @@ bool SCommunicatorBase::receiveLinkTest(int seconds, const LinkTestPhase *first,
             phase->seconds = static_cast<double>(timer.nsecsElapsed()) / 1e9;
             return true;
         }
-        if (size > static_cast<quint64>(block.size))
+        if (size > quint64(kBlockBytes))
             return false;
         const auto count = static_cast<qint64>(size);
-        if (readAll(socket(), block.bytes.get(), count) != count)
+        if (readAll(socket(), block.get(), count) != count)
             return false;
         phase->bytes += count;
         reportLinkTest(phase->bytes, timer.elapsed(), planned, first);
