@@ -288,7 +288,10 @@ bool SServerBase::processCommand(SCommandId *id)
         writeWord(socket(), Wire::kAckWord);
         succeeded = innerExecuteCommand(command.get());
     }
-    writeWord(socket(), succeeded ? Wire::kAckWord : Wire::kNackWord);
+    // A reply that a stop broke off has left the client out of step: it would take the word for a
+    // part of that, and a slow one would hold up the stop until it has taken all before it.
+    if (succeeded || !isInterruptionRequested() || socket()->bytesToWrite() == 0)
+        writeWord(socket(), succeeded ? Wire::kAckWord : Wire::kNackWord);
     if (std::exchange(m_replyIsHeld, false))
         setSocketCorked(socket()->socketDescriptor(), false);
     return succeeded;
