@@ -3,7 +3,6 @@
 
 #include <brixlib/devices/underlyingdevice_p.h>
 
-#include <QtCore/QFileDevice>
 #include <QtCore/QThread>
 
 namespace Talverine {
@@ -145,8 +144,7 @@ qint64 SBandwidthDevice::writeData(const char *data, qint64 size)
 
 bool SBandwidthDevice::flush()
 {
-    auto *file = qobject_cast<QFileDevice *>(m_device);
-    return !file || file->flush();
+    return flushUnderlyingFile(m_device);
 }
 
 void SBandwidthDevice::underlyingDeviceAboutToClose()

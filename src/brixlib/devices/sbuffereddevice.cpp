@@ -219,8 +219,11 @@ void SBufferedDevice::closeSelf()
 
 void SBufferedDevice::underlyingDeviceAboutToClose()
 {
-    if (isOpen())
-        closeSelf();
+    if (!isOpen())
+        return;
+    closeSelf();
+    // A file has emptied its own buffer before it tells, and drops what comes into it now.
+    flushUnderlyingFile(m_device);
 }
 
 void SBufferedDevice::underlyingDeviceDestroyed()

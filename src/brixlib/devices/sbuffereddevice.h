@@ -19,8 +19,12 @@ namespace Talverine {
  *         return false;
  *
  * One call moves at most what a buffer holds or has free, which may be less than there is or than
- * was asked: read and write in loops, also for readAll(). Between reading and writing, seek():
- * a write drops what was read ahead and goes to where the underlying device stands, behind it.
+ * was asked: read and write in loops, also for readAll(). A write drops what was read ahead and
+ * goes to where the underlying device stands, which is behind that, also after a seek() to a place
+ * that was read ahead. To write at the position after reading, drop the read-ahead first:
+ *
+ *     buffered.setBufferSize(buffered.bufferSize());
+ *     buffered.seek(pos);
  *
  * What was written is out after a flush() that gave true. The flush within close() fails unseen.
  *

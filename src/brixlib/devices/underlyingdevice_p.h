@@ -2,6 +2,7 @@
 // What the devices that wrap another device do alike.
 #pragma once
 
+#include <QtCore/QFileDevice>
 #include <QtCore/QIODevice>
 
 namespace Talverine {
@@ -28,6 +29,13 @@ void followDevice(QIODevice *device, Wrapper *wrapper, void (Wrapper::*aboutToCl
     if (!device->isOpen())
         return device->open(mode);
     return (device->openMode() | QIODevice::Unbuffered) == (mode | QIODevice::Unbuffered);
+}
+
+//! Hands what a file has buffered itself to the system; true for any other device.
+inline bool flushUnderlyingFile(QIODevice *device)
+{
+    auto *file = qobject_cast<QFileDevice *>(device);
+    return !file || file->flush();
 }
 
 } // namespace Talverine
