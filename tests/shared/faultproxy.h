@@ -34,7 +34,7 @@ public:
     //! The plan of the connection with the number \a index, from 0; called in the proxy's thread.
     using Planner = std::function<ConnectionPlan(size_t index)>;
 
-    //! What came of a connection.
+    //! What came of a connection. What an open one tells may lag behind what its ends see.
     struct Record
     {
         bool isOpen = false;
