@@ -21,11 +21,13 @@ const QList<const QMetaObject *> &leaves()
     static const QList<const QMetaObject *> list{
         &SAuthenticationDb::staticMetaObject,
         &SBandwidthDevice::staticMetaObject,
+        &SBufferedDevice::staticMetaObject,
         &SClientController::staticMetaObject,
         &SClientDevice::staticMetaObject,
         &SClientFtp::staticMetaObject,
         &SClientFtpRequester::staticMetaObject,
         &SCommandQueue::staticMetaObject,
+        &SEndiannessDevice::staticMetaObject,
         &SGenericQueue::staticMetaObject,
         &SPluggableServerVersion::staticMetaObject,
         &SPluggableJson::staticMetaObject,
