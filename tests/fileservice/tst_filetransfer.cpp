@@ -125,6 +125,17 @@ private Q_SLOTS:
         QVERIFY(transfer().receive(&target, size));
     }
 
+    // Before the first byte too: what goes before the content may have met the loss.
+    void sendsNothingOnAConnectionThatIsLost()
+    {
+        m_socket->abort();
+        QBuffer source;
+        source.setData("1234567");
+        QVERIFY(source.open(QIODevice::ReadOnly));
+        QVERIFY(!transfer().send(&source, 7));
+        QCOMPARE(source.pos(), 0);
+    }
+
     void targetMayTakeByteByByte()
     {
         QVERIFY(m_peer.send("1234567"));
