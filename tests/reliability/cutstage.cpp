@@ -15,6 +15,8 @@ namespace {
 // Half of the time-out of both ends: who comes to it has waited for a peer that had gone.
 constexpr qint64 kInTimeMs = 5000;
 constexpr int kHandshakeExchanges = 3;
+constexpr auto kServerPrefix = "server: "_L1;
+constexpr auto kClientPrefix = "client: "_L1;
 
 QString describe(const CutStage::Cut &cut)
 {
@@ -24,7 +26,7 @@ QString describe(const CutStage::Cut &cut)
 }
 
 // Everything below \a folder, each path led by \a prefix.
-void addTree(CutStage::Tree *tree, const QString &prefix, const QString &folder)
+void addTree(CutStage::Tree *tree, QLatin1StringView prefix, const QString &folder)
 {
     const QStringList paths = FileTree::below(folder);
     for (const QString &path : paths)
@@ -63,8 +65,7 @@ bool areResultsOfACut(const QStringList &results, const QStringList &whole)
     return results != whole;
 }
 
-QString firstWrongFile(const CutStage::Scene &scene, const CutStage::Whole &whole,
-                       const CutStage::Tree &tree)
+QString firstWrongFile(const CutStage::Whole &whole, const CutStage::Tree &tree, bool mayEmptyFiles)
 {
     const auto isAsIn = [&tree](const CutStage::Tree &other, const QString &path) {
         return tree.contains(path) == other.contains(path) && tree.value(path) == other.value(path);
@@ -78,7 +79,8 @@ QString firstWrongFile(const CutStage::Scene &scene, const CutStage::Whole &whol
             continue;
         if (!tree.contains(path))
             return path + u" is missing"_s;
-        if (!scene.tolerates || !scene.tolerates(path, tree.value(path)))
+        const bool isEmptied = path.startsWith(kClientPrefix) && tree.value(path).isEmpty();
+        if (!isEmptied || !mayEmptyFiles)
             return path + u" has %1 bytes"_s.arg(tree.value(path).size());
     }
     return QString();
@@ -88,11 +90,13 @@ QString firstWrongFile(const CutStage::Scene &scene, const CutStage::Whole &whol
 
 QString CutStage::playWhole(const Scene &scene, Whole *whole)
 {
-    const Outcome outcome = play(scene, {});
+    const Outcome outcome = play(scene, {}, &whole->before);
     if (!outcome.problem.isEmpty())
         return outcome.problem;
-    *whole = {outcome.record.toServer, outcome.record.toClient, outcome.results, outcome.before,
-              outcome.after};
+    whole->toServer = outcome.record.toServer;
+    whole->toClient = outcome.record.toClient;
+    whole->results = outcome.results;
+    whole->after = outcome.tree;
     if (whole->results.size() != kHandshakeExchanges + scene.exchanges)
         return u"%1 exchanges: "_s.arg(whole->results.size()) + whole->results.join(u", ");
     for (const QString &result : whole->results) {
@@ -119,11 +123,12 @@ QString CutStage::playCut(const Scene &scene, const Whole &whole, const Cut &cut
     if (allArrived ? outcome.results != whole.results
                    : !areResultsOfACut(outcome.results, whole.results))
         problem += u"results: %1; "_s.arg(outcome.results.join(u", "_s));
-    problem += firstWrongFile(scene, whole, outcome.after);
+    problem +=
+        firstWrongFile(whole, outcome.tree, scene.mayEmptyFiles && scene.mayEmptyFiles(whole, cut));
     return problem.isEmpty() ? problem : describe(cut) + problem;
 }
 
-CutStage::Outcome CutStage::play(const Scene &scene, const ConnectionPlan &plan)
+CutStage::Outcome CutStage::play(const Scene &scene, const ConnectionPlan &plan, Tree *before)
 {
     Outcome outcome;
     const size_t connection = m_proxy.count();
@@ -135,7 +140,8 @@ CutStage::Outcome CutStage::play(const Scene &scene, const ConnectionPlan &plan)
         QDir().mkpath(m_server.home());
         if (scene.prepare)
             scene.prepare(m_server.home(), client.folder());
-        outcome.before = trees(client);
+        if (before)
+            *before = trees(client);
 
         QElapsedTimer timer;
         timer.start();
@@ -145,7 +151,7 @@ CutStage::Outcome CutStage::play(const Scene &scene, const ConnectionPlan &plan)
         outcome.tookMs = timer.elapsed();
         outcome.record = m_proxy.record(connection);
         outcome.results = client.results;
-        outcome.after = trees(client);
+        outcome.tree = trees(client);
     }
     outcome.problem += leftovers();
     return outcome;
@@ -180,7 +186,7 @@ QString CutStage::leftovers()
 CutStage::Tree CutStage::trees(const FileClient &client) const
 {
     Tree tree;
-    addTree(&tree, u"server: "_s, m_server.home());
-    addTree(&tree, u"client: "_s, client.folder());
+    addTree(&tree, kServerPrefix, m_server.home());
+    addTree(&tree, kClientPrefix, client.folder());
     return tree;
 }

@@ -24,6 +24,9 @@ public:
     //! What lies in the folders of both ends: the contents by path. Folders end in "/".
     using Tree = QMap<QString, QByteArray>;
 
+    struct Cut;
+    struct Whole;
+
     //! What a session does once it is connected and has sent its login.
     struct Scene
     {
@@ -33,8 +36,8 @@ public:
         std::function<void(JailedClient &client)> act = {};
         //! How many exchanges that makes.
         int exchanges = 0;
-        //! Whether a file may be another one than before and after the whole scene.
-        std::function<bool(const QString &path, const QByteArray &content)> tolerates = {};
+        //! Whether a cut may leave an empty file with the client.
+        std::function<bool(const Whole &whole, const Cut &cut)> mayEmptyFiles = {};
     };
 
     //! How a scene goes when nothing disturbs it.
@@ -53,6 +56,13 @@ public:
         bool toServer = true;
         qint64 at = 0;
         FlowFault fault = FlowFault::Reset;
+
+        //! A cut that is a reset or a close, so mixed that both meet all parts of a word.
+        static Cut mixed(bool toServer, qint64 at)
+        {
+            const bool resets = ((at ^ at >> 2 ^ (toServer ? 1 : 0)) & 1) != 0;
+            return {toServer, at, resets ? FlowFault::Reset : FlowFault::Close};
+        }
     };
 
     //! Plays \a scene without a fault. The text tells what went wrong.
@@ -62,7 +72,8 @@ public:
      * - the worker of the client and the session of the server have ended long before a time-out,
      *   and all their threads and descriptors are gone;
      * - the exchanges that came before the cut have succeeded, and no other one has;
-     * - each file is as it was, or as it is after the whole scene, and no other file is there.
+     * - each file is as it was, or as it is after the whole scene, and no other file is there,
+     *   except for what mayEmptyFiles() allows.
      */
     QString playCut(const Scene &scene, const Whole &whole, const Cut &cut);
 
@@ -77,13 +88,12 @@ private:
     {
         FaultProxy::Record record;
         QStringList results;
-        Tree before;
-        Tree after;
+        Tree tree;
         qint64 tookMs = 0;
         QString problem;
     };
 
-    Outcome play(const Scene &scene, const ConnectionPlan &plan);
+    Outcome play(const Scene &scene, const ConnectionPlan &plan, Tree *before = nullptr);
     bool waitForEnd(FileClient *client, size_t connection);
     QString leftovers();
     Tree trees(const FileClient &client) const;

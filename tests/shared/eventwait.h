@@ -10,7 +10,7 @@
 
 /*!
  * Runs the calling thread's events until \a condition holds; false when \a patience is over before.
- * It looks again after each event at once, and every few milliseconds for what tells by no event.
+ * It looks again after each event at once, and every millisecond for what tells by no event.
  * For waits that come by the thousand, where QTest::qWaitFor() would sleep 10 ms in each.
  */
 template<typename Condition>
@@ -21,7 +21,7 @@ template<typename Condition>
     const QDeadlineTimer deadline(patience);
     QTimer tick;
     tick.setTimerType(Qt::PreciseTimer);
-    tick.start(2ms);
+    tick.start(1ms);
     while (!condition()) {
         if (deadline.hasExpired())
             return false;
