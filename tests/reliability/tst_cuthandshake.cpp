@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Connections that are cut at every byte of the handshake.
-#include "cutstage.h"
+#include "faultstage.h"
 
 #include <QtCore/QRegularExpression>
 
@@ -19,23 +19,25 @@ private Q_SLOTS:
         QTest::addColumn<FlowFault>("fault");
         QTest::newRow("to the server, reset") << true << FlowFault::Reset;
         QTest::newRow("to the server, closed") << true << FlowFault::Close;
+        QTest::newRow("to the server, half closed") << true << FlowFault::HalfClose;
         QTest::newRow("to the client, reset") << false << FlowFault::Reset;
         QTest::newRow("to the client, closed") << false << FlowFault::Close;
+        QTest::newRow("to the client, half closed") << false << FlowFault::HalfClose;
     }
 
     void cutAtEveryByte()
     {
         QFETCH(const bool, toServer);
         QFETCH(const FlowFault, fault);
-        CutStage stage;
-        CutStage::Whole whole;
+        FaultStage stage;
+        FaultStage::Whole whole;
         QCOMPARE(stage.playWhole({}, &whole), QString());
         const qint64 size = toServer ? whole.toServer : whole.toClient;
         for (qint64 at = 0; at <= size; ++at)
-            QCOMPARE(stage.playCut({}, whole, {toServer, at, fault}), QString());
+            QCOMPARE(stage.playFault({}, whole, {toServer, at, fault}), QString());
         // The next connection works.
         QCOMPARE(stage.playWhole({}, &whole), QString());
-        qInfo("%d cuts, the slowest %lld ms", stage.cuts(), qlonglong(stage.slowestMs()));
+        qInfo("%d cuts, the slowest %lld ms", stage.faults(), qlonglong(stage.slowestMs()));
     }
 };
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Transfers of a file of 16 MiB that are cut at 200 places each way.
-#include "cutstage.h"
+#include "faultstage.h"
 
 #include <fileservice/filetree.h>
 
@@ -11,7 +11,7 @@
 using namespace Talverine;
 using namespace Qt::StringLiterals;
 
-using Scene = CutStage::Scene;
+using Scene = FaultStage::Scene;
 
 namespace {
 
@@ -28,8 +28,8 @@ class tst_CutTransfers : public QObject
 
 private:
     QTemporaryDir m_dir;
-    std::unique_ptr<CutStage> m_stage;
-    CutStage::Whole m_handshake;
+    std::unique_ptr<FaultStage> m_stage;
+    FaultStage::Whole m_handshake;
 
     //! The big file under another name, without writing it anew.
     void place(const QString &path) const
@@ -39,14 +39,14 @@ private:
     }
 
     // From the first byte behind the handshake to the last of all.
-    QString cutAtPlaces(const Scene &scene, const CutStage::Whole &whole, bool toServer)
+    QString cutAtPlaces(const Scene &scene, const FaultStage::Whole &whole, bool toServer)
     {
         const qint64 first = 1 + (toServer ? m_handshake.toServer : m_handshake.toClient);
         const qint64 last = toServer ? whole.toServer : whole.toClient;
         for (int i = 0; i < kPlaces; ++i) {
             const qint64 at = first + i * (last - first) / (kPlaces - 1);
             const FlowFault fault = i % 2 == 0 ? FlowFault::Reset : FlowFault::Close;
-            const QString problem = m_stage->playCut(scene, whole, {toServer, at, fault});
+            const QString problem = m_stage->playFault(scene, whole, {toServer, at, fault});
             if (!problem.isEmpty())
                 return problem;
         }
@@ -55,7 +55,7 @@ private:
 
     void cutEverywhere(const Scene &scene, bool toServer)
     {
-        CutStage::Whole whole;
+        FaultStage::Whole whole;
         QCOMPARE(m_stage->playWhole(scene, &whole), QString());
         QVERIFY((toServer ? whole.toServer : whole.toClient) > kFileBytes);
         QCOMPARE(cutAtPlaces(scene, whole, toServer), QString());
@@ -67,7 +67,7 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(FileTree::write(m_dir.filePath(u"big"_s), FileTree::content(kFileBytes)));
-        m_stage = std::make_unique<CutStage>();
+        m_stage = std::make_unique<FaultStage>();
         QCOMPARE(m_stage->playWhole({}, &m_handshake), QString());
     }
 
@@ -75,7 +75,7 @@ private Q_SLOTS:
 
     void cleanupTestCase()
     {
-        qInfo("%d cuts, the slowest %lld ms", m_stage->cuts(), qlonglong(m_stage->slowestMs()));
+        qInfo("%d cuts, the slowest %lld ms", m_stage->faults(), qlonglong(m_stage->slowestMs()));
         m_stage.reset();
     }
 
