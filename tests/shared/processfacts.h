@@ -10,9 +10,18 @@
 #endif
 
 /*!
- * What the system knows about the running test program, for tests of what is left behind.
+ * What the system knows about a process, for tests of what is left behind: about the running test
+ * program, or about the one whose number is given.
  */
 namespace ProcessFacts {
+
+constexpr qint64 kSelf = 0;
+
+inline QString folderOf(qint64 process)
+{
+    return QStringLiteral("/proc/") +
+           (process == kSelf ? QStringLiteral("self") : QString::number(process));
+}
 
 inline qsizetype entries(const QString &folder)
 {
@@ -20,15 +29,15 @@ inline qsizetype entries(const QString &folder)
 }
 
 //! Open descriptors.
-inline qsizetype descriptors()
+inline qsizetype descriptors(qint64 process = kSelf)
 {
-    return entries(QStringLiteral("/proc/self/fd"));
+    return entries(folderOf(process) + QStringLiteral("/fd"));
 }
 
 //! Threads.
-inline qsizetype threads()
+inline qsizetype threads(qint64 process = kSelf)
 {
-    return entries(QStringLiteral("/proc/self/task"));
+    return entries(folderOf(process) + QStringLiteral("/task"));
 }
 
 //! Bytes that are allocated on the heap; 0 where the system does not tell.
@@ -43,10 +52,10 @@ inline qint64 heapBytes()
 }
 
 //! The line \a name of the process's state, in KiB: "VmRSS" is what it has in memory, "VmPeak" the
-//! most address space it has had.
-inline qint64 kibibytes(const QByteArray &name)
+//! most address space it has had. -1 when there is none.
+inline qint64 kibibytes(const QByteArray &name, qint64 process = kSelf)
 {
-    QFile file(QStringLiteral("/proc/self/status"));
+    QFile file(folderOf(process) + QStringLiteral("/status"));
     if (!file.open(QIODevice::ReadOnly))
         return -1;
     const QList<QByteArray> lines = file.readAll().split('\n');
