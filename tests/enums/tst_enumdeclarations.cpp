@@ -157,6 +157,7 @@ QMap<QString, QList<QString>> compiledTables()
     addTable<BinaryUnit_T>(&tables);
     addTable<Bool_T>(&tables);
     addTable<ByteOrder_T>(&tables);
+    addTable<Compression::CompressionAlgorithm_T>(&tables);
     addTable<ConcurrenceMode_T>(&tables);
     addTable<CpuFeatureFlags_T>(&tables);
     addTable<MetadataFlags_T>(&tables);

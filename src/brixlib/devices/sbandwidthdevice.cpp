@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/devices/sbandwidthdevice.h>
 
-#include <brixlib/devices/underlyingdevice_p.h>
+#include <brixlib/foundation/underlyingdevice_p.h>
 
 #include <QtCore/QThread>
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/devices/sbuffereddevice.h>
 
-#include <brixlib/devices/underlyingdevice_p.h>
 #include <brixlib/enums/binaryunit.h>
+#include <brixlib/foundation/underlyingdevice_p.h>
 
 #include <brixrt/sunitconvert.h>
 

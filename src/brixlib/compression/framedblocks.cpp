@@ -1,0 +1,150 @@
+// SPDX-License-Identifier: MIT
+#include <brixlib/compression/framedblocks_p.h>
+
+#include <brixrt/sfilehelper.h>
+
+#include <QtConcurrent/QtConcurrentRun>
+#include <QtCore/QIODevice>
+#include <QtCore/QThreadPool>
+#include <QtCore/QtEndian>
+
+#include <algorithm>
+#include <cstring>
+
+namespace Talverine::Compression {
+
+namespace {
+
+constexpr qint64 kSmallestPieceBytes = 16 * 1024;
+// Above what a block of a device takes, so that it is read at once.
+constexpr int kReadStepBytes = 256 * 1024;
+
+void writeLengthWord(QIODevice *target, quint32 length)
+{
+    const quint32 word = qToBigEndian(length);
+    static_cast<void>(
+        writeBytes(target, QByteArrayView(reinterpret_cast<const char *>(&word), sizeof word)));
+}
+
+// 0 when there is no whole word.
+quint32 readLengthWord(QIODevice *source)
+{
+    quint32 word = 0;
+    if (readBytes(source, reinterpret_cast<char *>(&word), sizeof word) != sizeof word)
+        return 0;
+    return qFromBigEndian(word);
+}
+
+QList<QFuture<QByteArray>> startPieces(const char *data, qint64 size, int concurrence,
+                                       const BlockFunction &encode)
+{
+    const qint64 piece = std::max(size / concurrence, kSmallestPieceBytes);
+    QList<QFuture<QByteArray>> results;
+    qint64 done = 0;
+    do {
+        const qint64 count = std::min(piece, size - done);
+        results.append(QtConcurrent::run(QThreadPool::globalInstance(), encode,
+                                         QByteArray::fromRawData(data + done, count)));
+        done += count;
+    } while (done < size);
+    return results;
+}
+
+} // namespace
+
+bool writeBytes(QIODevice *target, QByteArrayView bytes)
+{
+    while (!bytes.isEmpty()) {
+        const qint64 count = target->write(bytes.data(), bytes.size());
+        if (count <= 0)
+            return false;
+        bytes = bytes.sliced(count);
+    }
+    return true;
+}
+
+qint64 readBytes(QIODevice *source, char *data, qint64 size)
+{
+    qint64 done = 0;
+    while (done < size) {
+        const qint64 count = source->read(data + done, size - done);
+        if (count < 0 && done == 0)
+            return -1;
+        if (count <= 0)
+            break;
+        done += count;
+    }
+    return done;
+}
+
+QByteArray readClaimed(QIODevice *source, qint64 size)
+{
+    return SFileHelper::readAllBuffer(source, size, kReadStepBytes);
+}
+
+bool writeFramedBlock(QIODevice *target, const QByteArray &block)
+{
+    writeLengthWord(target, static_cast<quint32>(block.size()));
+    return writeBytes(target, block);
+}
+
+bool writeFramedConcurrently(QIODevice *target, const char *data, qint64 size, int concurrence,
+                             const BlockFunction &encode)
+{
+    QList<QFuture<QByteArray>> results = startPieces(data, size, concurrence, encode);
+    bool written = true;
+    for (QFuture<QByteArray> &result : results) {
+        const QByteArray block = result.takeResult();
+        written = written && !block.isEmpty() && writeFramedBlock(target, block);
+    }
+    return written;
+}
+
+bool readFramedBlocks(QIODevice *source, qint64 compressedSize, const BlockFunction &decode,
+                      QList<QByteArray> *held)
+{
+    qint64 total = 0;
+    do {
+        const quint32 length = readLengthWord(source);
+        if (length == 0)
+            break;
+        hold(held, decode(readClaimed(source, length)));
+        total += qint64(sizeof length) + length;
+    } while (total < compressedSize);
+    if (compressedSize == 0 || compressedSize == total)
+        return true;
+    held->clear();
+    return false;
+}
+
+void hold(QList<QByteArray> *held, const QByteArray &block)
+{
+    if (!block.isEmpty())
+        held->append(block);
+}
+
+qint64 takeHeld(QList<QByteArray> *held, char *data, qint64 maxSize)
+{
+    qint64 done = 0;
+    while (done < maxSize && !held->isEmpty()) {
+        QByteArray &front = held->first();
+        const qint64 count = std::min<qint64>(front.size(), maxSize - done);
+        std::memcpy(data + done, front.constData(), static_cast<size_t>(count));
+        done += count;
+        if (count == front.size())
+            held->removeFirst();
+        else
+            front.remove(0, count);
+    }
+    return done;
+}
+
+qint64 heldBytes(const QList<QByteArray> &held)
+{
+    qint64 bytes = 0;
+    for (const QByteArray &block : held)
+        bytes += block.size();
+    return bytes;
+}
+
+} // namespace Talverine::Compression

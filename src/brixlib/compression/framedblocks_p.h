@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: MIT
+// The framed stream: blocks, each led by its length as a big-endian word of 32 bits, and each
+// decoded by itself. What the compressors that write it do alike.
+#pragma once
+
+#include <QtCore/QByteArray>
+#include <QtCore/QByteArrayView>
+#include <QtCore/QList>
+
+#include <functional>
+
+class QIODevice;
+
+namespace Talverine::Compression {
+
+//! Makes a block of plain bytes, or plain bytes of a block. Never throws.
+using BlockFunction = std::function<QByteArray(const QByteArray &)>;
+
+//! Writes all of \a bytes; false when \a target fails or takes no more.
+[[nodiscard]] bool writeBytes(QIODevice *target, QByteArrayView bytes);
+
+//! Reads until \a size or the end; -1 when reading fails before there is anything.
+qint64 readBytes(QIODevice *source, char *data, qint64 size);
+
+//! Up to \a size bytes, fewer at the end: memory is taken as they arrive, whatever \a size claims.
+QByteArray readClaimed(QIODevice *source, qint64 size);
+
+/*!
+ * Writes the length word, whose failure goes unnoticed, and the block. False when the block's own
+ * bytes can't be written.
+ */
+[[nodiscard]] bool writeFramedBlock(QIODevice *target, const QByteArray &block);
+
+/*!
+ * Cuts \a data in as many pieces as \a concurrence says, none but the last below 16 KiB, encodes
+ * each on the global thread pool, and writes the blocks in the order of the pieces. No data makes
+ * one block of an empty piece.
+ *
+ * \a encode is called from several threads at once, on views of \a data; all calls have returned
+ * before this one does. False when a block can't be made or written; none is written after it.
+ */
+[[nodiscard]] bool writeFramedConcurrently(QIODevice *target, const char *data, qint64 size,
+                                           int concurrence, const BlockFunction &encode);
+
+/*!
+ * Reads and decodes the next block, or with a \a compressedSize all blocks until so many bytes, and
+ * appends what they yield. A length word of 0, or none, ends the stream.
+ *
+ * False, with nothing held, when the blocks do not add up to a \a compressedSize.
+ */
+[[nodiscard]] bool readFramedBlocks(QIODevice *source, qint64 compressedSize,
+                                    const BlockFunction &decode, QList<QByteArray> *held);
+
+//! Holds \a block for takeHeld(); an empty one, of a damaged block, leaves no trace.
+void hold(QList<QByteArray> *held, const QByteArray &block);
+
+//! Moves up to \a maxSize bytes from the front of \a held to \a data and gives their count.
+qint64 takeHeld(QList<QByteArray> *held, char *data, qint64 maxSize);
+
+//! How many bytes are held.
+qint64 heldBytes(const QList<QByteArray> &held);
+
+} // namespace Talverine::Compression

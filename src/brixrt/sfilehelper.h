@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <brixrt/brixrt_export.h>
+
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
+
+class QIODevice;
+
+namespace Talverine {
+
+/*!
+ * What is done with whole files and devices.
+ *
+ * Thread: a device belongs to its own thread; deleteFileOnExit() is fully shared.
+ */
+class BRIXRT_EXPORT SFileHelper
+{
+public:
+    SFileHelper() = default;
+
+    /*!
+     * Copies \a source from where it stands to its end onto \a target where that stands, in pieces
+     * of \a bufferSize bytes; each piece read is one write unless the target takes less at once.
+     *
+     * A closed target is opened write-only and a closed source read-only, and what was opened here
+     * is closed again. False when a device is null or can't be opened, when reading or writing
+     * fails, or when \a target takes no more; what was written stays. A source that has nothing to
+     * give is at its end.
+     */
+    [[nodiscard]] static bool copyDevice(QIODevice *target, QIODevice *source, int bufferSize);
+
+    /*!
+     * Up to \a size bytes of \a device, fewer at its end, when reading fails or memory runs out.
+     * The memory grows with what has been read, by \a bufferSize bytes at first, so a \a size that
+     * some file merely claims costs nothing.
+     */
+    static QByteArray readAllBuffer(QIODevice *device, qint64 size, int bufferSize);
+
+    /*!
+     * Removes the file \a fileName when the program ends: when its QCoreApplication is destroyed,
+     * or when main() has returned or exit() is called. A relative path is resolved at once. What
+     * ends the program otherwise leaves the file.
+     */
+    static void deleteFileOnExit(const QString &fileName);
+};
+
+} // namespace Talverine
