@@ -273,7 +273,7 @@ private Q_SLOTS:
     {
         QFETCH(int, elementSize);
         SeededRandom random;
-        const QByteArray bytes = random.bytes(qint64(elementSize) * (500001 / elementSize + 1));
+        const QByteArray bytes = random.bytes(qint64(elementSize) * (2500001 / elementSize + 1));
         RecordingDevice inner;
         QVERIFY(inner.open(QIODevice::ReadWrite));
         SEndiannessDevice device(&inner, ByteOrder::BigEndian);

@@ -137,20 +137,24 @@ bool SBufferedDevice::canReadLine() const
 
 qint64 SBufferedDevice::readData(char *data, qint64 maxSize)
 {
-    if (!flush())
+    if (!m_writeBuffer.isEmpty() && !flush())
         return -1;
-    if (m_readBuffer.isEmpty())
+    const auto size = static_cast<quint64>(maxSize);
+    quint64 count = m_readBuffer.read(data, size);
+    if (count == 0 && m_readBuffer.isEmpty()) {
         readAhead();
-    const auto count = static_cast<qint64>(m_readBuffer.read(data, static_cast<quint64>(maxSize)));
-    m_bufferPos += count;
-    return count;
+        count = m_readBuffer.read(data, size);
+    }
+    m_bufferPos += static_cast<qint64>(count);
+    return static_cast<qint64>(count);
 }
 
 qint64 SBufferedDevice::writeData(const char *data, qint64 size)
 {
     if (!m_device)
         return -1;
-    discart(-1);
+    m_readBuffer.clear();
+    m_bufferPos = 0;
     if (m_writeBuffer.isFull() && !flush())
         return -1;
     return static_cast<qint64>(m_writeBuffer.write(data, static_cast<quint64>(size)));

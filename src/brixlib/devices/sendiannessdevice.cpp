@@ -18,8 +18,9 @@ namespace Talverine {
 namespace {
 
 constexpr quint64 kLargestBytes = std::numeric_limits<qint64>::max();
-// What is turned at once on the way out: it stays within the processor's nearest caches.
-constexpr quint64 kTurnedBytes = 64 * 1024;
+// What is turned at once on the way out. Smaller parts stay within a nearer cache, but each costs a
+// write: arrays of 1 MiB in parts of 64 KiB went to a file at two thirds of the rate.
+constexpr quint64 kTurnedBytes = 1024 * 1024;
 
 bool fits(quint64 elementSize, quint64 count)
 {

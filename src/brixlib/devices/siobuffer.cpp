@@ -69,13 +69,6 @@ bool SIOBuffer::setSize(quint64 size)
     return m_data.resize(size);
 }
 
-void SIOBuffer::clear()
-{
-    m_start = 0;
-    m_end = 0;
-    m_full = false;
-}
-
 quint64 SIOBuffer::bytesAvailable() const
 {
     if (m_full)
@@ -95,21 +88,6 @@ bool SIOBuffer::contains(char byte) const
     return std::memchr(data() + start, byte, first) || std::memchr(data(), byte, count - first);
 }
 
-quint64 SIOBuffer::write(const char *data, quint64 size)
-{
-    const quint64 count = std::min(size, bytesFree());
-    if (count == 0)
-        return 0;
-    wrapIndexes();
-    const quint64 first = std::min(count, m_data.size() - m_end);
-    std::memcpy(m_data.data() + m_end, data, first);
-    std::memcpy(m_data.data(), data + first, count - first);
-    m_end += count;
-    wrapIndexes();
-    m_full = m_end == m_start;
-    return count;
-}
-
 quint64 SIOBuffer::write(const QByteArray &data)
 {
     return write(data.constData(), static_cast<quint64>(data.size()));
@@ -118,18 +96,6 @@ quint64 SIOBuffer::write(const QByteArray &data)
 quint64 SIOBuffer::write(const SArray<char> &data, quint64 size)
 {
     return write(data.data(), std::min(size, data.size()));
-}
-
-quint64 SIOBuffer::read(char *data, quint64 size)
-{
-    const quint64 count = std::min(size, bytesAvailable());
-    if (count == 0)
-        return 0;
-    wrapIndexes();
-    const quint64 first = std::min(count, m_data.size() - m_start);
-    std::memcpy(data, m_data.data() + m_start, first);
-    std::memcpy(data + first, m_data.data(), count - first);
-    return discart(count);
 }
 
 quint64 SIOBuffer::read(SArray<char> &data, quint64 size)
@@ -198,6 +164,33 @@ bool SIOBuffer::serialize(QDataStream &stream) const
     stream << kArrayMagic << kVersion << count << count;
     writeBytes(stream, m_data);
     return stream.status() == QDataStream::Ok;
+}
+
+quint64 SIOBuffer::writeAround(const char *data, quint64 size)
+{
+    const quint64 count = std::min(size, bytesFree());
+    if (count == 0)
+        return 0;
+    wrapIndexes();
+    const quint64 first = std::min(count, m_data.size() - m_end);
+    std::memcpy(m_data.data() + m_end, data, first);
+    std::memcpy(m_data.data(), data + first, count - first);
+    m_end += count;
+    wrapIndexes();
+    m_full = m_end == m_start;
+    return count;
+}
+
+quint64 SIOBuffer::readAround(char *data, quint64 size)
+{
+    const quint64 count = std::min(size, bytesAvailable());
+    if (count == 0)
+        return 0;
+    wrapIndexes();
+    const quint64 first = std::min(count, m_data.size() - m_start);
+    std::memcpy(data, m_data.data() + m_start, first);
+    std::memcpy(data + first, m_data.data(), count - first);
+    return discart(count);
 }
 
 // Indexes from outside may lie beyond the storage. The division is spared where none is needed.

@@ -6,6 +6,8 @@
 
 #include <brixrt/sarray.h>
 
+#include <cstring>
+
 namespace Talverine {
 
 /*!
@@ -43,11 +45,16 @@ public:
     const char *data() const { return m_data.data(); }
 
     //! Empties the ring; the storage stays.
-    void clear();
+    void clear()
+    {
+        m_start = 0;
+        m_end = 0;
+        m_full = false;
+    }
     //! True when size() is 0.
     bool isNull() const { return m_data.isNull(); }
     //! True when there is nothing to read, as in a null ring.
-    bool isEmpty() const { return bytesAvailable() == 0; }
+    bool isEmpty() const { return (!m_full && m_start == m_end) || bytesAvailable() == 0; }
     //! True when nothing can be written; a null ring is not full.
     bool isFull() const { return m_full && !isNull(); }
     //! Bytes that can be read.
@@ -58,13 +65,29 @@ public:
     bool contains(char byte) const;
 
     //! Appends as many of \a size bytes as are free; the count of them.
-    quint64 write(const char *data, quint64 size);
+    quint64 write(const char *data, quint64 size)
+    {
+        // Most pieces end before the edge, and small ones are many: these go an inlined way.
+        if (size == 0 || size >= writableAtOnce())
+            return writeAround(data, size);
+        std::memcpy(m_data.data() + m_end, data, size);
+        m_end += size;
+        return size;
+    }
     quint64 write(const QByteArray &data);
     //! The first \a size bytes of \a data, all of it when there are fewer.
     quint64 write(const SArray<char> &data, quint64 size);
 
     //! Takes up to \a size bytes from the start; the count of them.
-    quint64 read(char *data, quint64 size);
+    quint64 read(char *data, quint64 size)
+    {
+        if (size == 0 || size >= readableAtOnce())
+            return readAround(data, size);
+        std::memcpy(data, m_data.data() + m_start, size);
+        m_start += size;
+        m_full = false;
+        return size;
+    }
     //! Never more than \a data holds.
     quint64 read(SArray<char> &data, quint64 size);
     //! Up to \a size bytes, quint64(-1) for all.
@@ -82,6 +105,19 @@ public:
     [[nodiscard]] bool serialize(QDataStream &stream) const override;
 
 private:
+    // Bytes up to the edge; 0 also where an index has to be wrapped first.
+    quint64 writableAtOnce() const
+    {
+        return !m_full && m_start <= m_end && m_end < size() ? size() - m_end : 0;
+    }
+    quint64 readableAtOnce() const
+    {
+        if (m_start < m_end)
+            return m_end <= size() ? m_end - m_start : 0;
+        return (m_full || m_end < m_start) && m_start < size() ? size() - m_start : 0;
+    }
+    quint64 writeAround(const char *data, quint64 size);
+    quint64 readAround(char *data, quint64 size);
     void wrapIndexes();
 
     SArray<char> m_data;
