@@ -267,15 +267,16 @@ bool FaultStage::waitForRest(size_t connection)
         kPatience);
 }
 
-// A thread that has told of its end is about to leave the system.
+// A thread that has told of its end is about to leave the system. So the first count may be too
+// high, and the lowest one is what was there before.
 QString FaultStage::leftovers()
 {
-    if (m_threads < 0) {
-        m_threads = ProcessFacts::threads();
-        m_descriptors = ProcessFacts::descriptors();
-    }
     const bool clean = waitWithEvents([this] {
-        return ProcessFacts::threads() == m_threads && ProcessFacts::descriptors() == m_descriptors;
+        const qsizetype threads = ProcessFacts::threads();
+        const qsizetype descriptors = ProcessFacts::descriptors();
+        m_threads = std::min(m_threads, threads);
+        m_descriptors = std::min(m_descriptors, descriptors);
+        return threads == m_threads && descriptors == m_descriptors;
     });
     return clean
                ? QString()

@@ -7,6 +7,7 @@
 #include <QtCore/QMap>
 
 #include <functional>
+#include <limits>
 
 /*!
  * A file server with a proxy before it, on which one session after the other is played, each with a
@@ -116,8 +117,8 @@ private:
     FileServer m_server;
     FaultProxy m_proxy{m_server.port()};
     int m_timeoutMs = 10000;
-    qsizetype m_descriptors = -1; // at rest
-    qsizetype m_threads = -1;
+    qsizetype m_descriptors = std::numeric_limits<qsizetype>::max(); // at rest
+    qsizetype m_threads = std::numeric_limits<qsizetype>::max();
     int m_faults = 0;
     qint64 m_slowestMs = 0;
 };
