@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
+#include <new>
 
 namespace Talverine::Compression {
 
@@ -18,6 +20,7 @@ namespace {
 constexpr qint64 kSmallestPieceBytes = 16 * 1024;
 // Above what a block of a device takes, so that it is read at once.
 constexpr int kReadStepBytes = 256 * 1024;
+constexpr qint64 kAllBytes = std::numeric_limits<qint64>::max();
 
 void writeLengthWord(QIODevice *target, quint32 length)
 {
@@ -82,6 +85,20 @@ QByteArray readClaimed(QIODevice *source, qint64 size)
     return SFileHelper::readAllBuffer(source, size, kReadStepBytes);
 }
 
+QByteArray readBareBlock(QIODevice *source, qint64 compressedSize)
+{
+    return readClaimed(source, compressedSize > 0 ? compressedSize : kAllBytes);
+}
+
+QByteArray uninitialized(qint64 size)
+{
+    try {
+        return QByteArray(size, Qt::Uninitialized);
+    } catch (const std::bad_alloc &) {
+        return QByteArray();
+    }
+}
+
 bool writeFramedBlock(QIODevice *target, const QByteArray &block)
 {
     writeLengthWord(target, static_cast<quint32>(block.size()));
@@ -98,6 +115,17 @@ bool writeFramedConcurrently(QIODevice *target, const char *data, qint64 size, i
         written = written && !block.isEmpty() && writeFramedBlock(target, block);
     }
     return written;
+}
+
+bool writeBlocks(QIODevice *target, const char *data, qint64 size, bool framed, int concurrence,
+                 const BlockFunction &encode)
+{
+    if (framed && concurrence > 1)
+        return writeFramedConcurrently(target, data, size, concurrence, encode);
+    const QByteArray block = encode(QByteArray::fromRawData(data, size));
+    if (block.isEmpty())
+        return false;
+    return framed ? writeFramedBlock(target, block) : writeBytes(target, block);
 }
 
 bool readFramedBlocks(QIODevice *source, qint64 compressedSize, const BlockFunction &decode,

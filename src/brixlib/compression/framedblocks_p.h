@@ -25,6 +25,12 @@ qint64 readBytes(QIODevice *source, char *data, qint64 size);
 //! Up to \a size bytes, fewer at the end: memory is taken as they arrive, whatever \a size claims.
 QByteArray readClaimed(QIODevice *source, qint64 size);
 
+//! The block that has no length word: \a compressedSize bytes, or with 0 all to the end.
+QByteArray readBareBlock(QIODevice *source, qint64 compressedSize);
+
+//! \a size bytes of any value; empty when they can't be had.
+QByteArray uninitialized(qint64 size);
+
 /*!
  * Writes the length word, whose failure goes unnoticed, and the block. False when the block's own
  * bytes can't be written.
@@ -41,6 +47,14 @@ QByteArray readClaimed(QIODevice *source, qint64 size);
  */
 [[nodiscard]] bool writeFramedConcurrently(QIODevice *target, const char *data, qint64 size,
                                            int concurrence, const BlockFunction &encode);
+
+/*!
+ * Writes one block of all of \a data, with its length word if \a framed; but if \a framed and with
+ * a \a concurrence above 1 as writeFramedConcurrently() does. False when a block can't be made,
+ * which an empty one stands for, or written.
+ */
+[[nodiscard]] bool writeBlocks(QIODevice *target, const char *data, qint64 size, bool framed,
+                               int concurrence, const BlockFunction &encode);
 
 /*!
  * Reads and decodes the next block, or with a \a compressedSize all blocks until so many bytes, and
