@@ -22,7 +22,7 @@ struct Registry
 {
     QMutex mutex;
     std::unordered_map<unsigned int, Prototypes> contexts;
-    const Prototypes none;
+    const Prototypes none{};
 
     // The lock must be held while the result is used.
     const Prototypes &prototypes(unsigned int context) const
