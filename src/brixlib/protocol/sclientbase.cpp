@@ -246,8 +246,11 @@ bool SClientBase::workerInit()
         return false;
 
     auto *socket = new STcpSocket(this);
-    if (!connectToServer(*socket, m_address, m_port, timeout()))
-        return false;
+    return connectToServer(*socket, m_address, m_port, timeout()) && beginSession(socket);
+}
+
+bool SClientBase::beginSession(STcpSocket *socket)
+{
     connect(socket, &QAbstractSocket::disconnected, this, &SClientBase::terminateLater);
     connect(this, &SClientBase::finished, this, &SClientBase::disconnect, Qt::QueuedConnection);
 

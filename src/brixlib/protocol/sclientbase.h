@@ -171,6 +171,9 @@ protected:
     //! Connects and reads the greeting. When the server closes the connection meanwhile, finished()
     //! comes twice: with InterruptRequested and then with InitError.
     bool workerInit() override;
+    //! Begins the session on a connected \a socket: reads the greeting, and sends what is queued
+    //! from then on. False without a greeting.
+    bool beginSession(STcpSocket *socket);
     /*!
      * The client's half of a command's answer, in the worker thread, after the server has accepted
      * \a command: reads from socket(), writes to it if need be, and gives true if all went well,
