@@ -20,6 +20,13 @@ constexpr qint64 kBufferBytes = 1048576;
 constexpr qint64 kCountBytes = sizeof(qint64);
 constexpr int kIdleWaitMs = 100;
 
+// Qt would complain of a mode that is none, once for each request.
+bool isOpenMode(QIODevice::OpenMode mode)
+{
+    const bool hasAccess = mode & (QIODevice::ReadWrite | QIODevice::Append | QIODevice::NewOnly);
+    return hasAccess && !mode.testFlags(QIODevice::NewOnly | QIODevice::ExistingOnly);
+}
+
 } // namespace
 
 class SServerBase::DeviceSession
@@ -98,7 +105,8 @@ private:
         if (m_server.readAll(socket(), bytes, sizeof mode) != sizeof mode)
             return false;
         const QIODevice::OpenMode wanted(static_cast<int>(quint32(mode)));
-        return reply(!m_file.isOpen() && !isNamedPipe(m_file.fileName()) && m_file.open(wanted));
+        return reply(isOpenMode(wanted) && !m_file.isOpen() && !isNamedPipe(m_file.fileName()) &&
+                     m_file.open(wanted));
     }
 
     bool seek()
