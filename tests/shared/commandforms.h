@@ -3,8 +3,8 @@
 #pragma once
 
 #include <shared/memorypeak.h>
+#include <shared/streamversionscope.h>
 
-#include <brixlib/foundation/sdatastream.h>
 #include <brixlib/protocol/scommand.h>
 
 #include <QtCore/QtEndian>
@@ -27,6 +27,40 @@ struct CommandForm
     Command written;  //!< what is written as these bytes
     Command read;     //!< what these bytes are read as
     Command other;    //!< the same class with other values, to read into
+};
+
+} // namespace TestShared
+
+Q_DECLARE_METATYPE(TestShared::CommandForm)
+
+namespace TestShared {
+
+//! A table of forms, each under a name.
+class CommandForms
+{
+public:
+    struct Row
+    {
+        QByteArray name;
+        CommandForm form;
+    };
+
+    const QList<Row> &rows() const { return m_rows; }
+
+    //! Begins the data of a test with the column "form".
+    static void addColumn() { QTest::addColumn<CommandForm>("form"); }
+    //! Makes each form a row of the data.
+    void addRows() const
+    {
+        for (const Row &row : m_rows)
+            QTest::newRow(row.name.constData()) << row.form;
+    }
+
+protected:
+    void add(const QByteArray &name, const CommandForm &form) { m_rows.append({name, form}); }
+
+private:
+    QList<Row> m_rows;
 };
 
 inline QByteArray hex(const QByteArray &digits)
@@ -56,22 +90,6 @@ inline QByteArray withWord(QByteArray bytes, qsizetype offset, quint32 word)
 
 inline constexpr QDataStream::Version kStreamVersions[] = {QDataStream::Qt_5_6,
                                                            QDataStream::Qt_6_0};
-
-//! Sets the thread's stream version for the time of a scope.
-class StreamVersionScope
-{
-public:
-    explicit StreamVersionScope(QDataStream::Version version)
-        : m_before(Talverine::SDataStream::defaultVersion())
-    {
-        Talverine::SDataStream::setDefaultVersion(version);
-    }
-    ~StreamVersionScope() { Talverine::SDataStream::setDefaultVersion(m_before); }
-    Q_DISABLE_COPY_MOVE(StreamVersionScope)
-
-private:
-    QDataStream::Version m_before;
-};
 
 inline void verifyWritten(const CommandForm &form)
 {
@@ -187,5 +205,3 @@ inline void verifyClaimsCostNoMemory(const CommandForm &form)
 }
 
 } // namespace TestShared
-
-Q_DECLARE_METATYPE(TestShared::CommandForm)
