@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <shared/goldenbytes.h>
 #include <shared/memorypeak.h>
 #include <shared/utctime.h>
 
@@ -41,11 +42,7 @@ private Q_SLOTS:
         const QList<SFileEntry> entries{
             SFileEntry(u"a"_s, 258, date, FileEntryFlags(0x66440006)),
             SFileEntry(u".."_s, 0, QDateTime(), FileEntryFlags::Directory)};
-        // The day 2460312, 11045678 ms, UTC; then no day, no time, local.
-        const auto bytes = QByteArray::fromHex(
-            "00000002"
-            "00010100 00000002 0061 0000000000000102 66440006 0000000000258A98 00A88B2E 01"
-            "00010100 00000004 002E 002E 0000000000000000 00000001 8000000000000000 FFFFFFFF 00");
+        const QByteArray bytes = GoldenBytes::entries();
         for (const auto version : {QDataStream::Qt_5_6, QDataStream::Qt_6_0}) {
             QCOMPARE(written(entries, version).toHex(), bytes.toHex());
             QDataStream::Status status{};

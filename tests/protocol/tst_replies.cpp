@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <shared/goldenbytes.h>
 #include <shared/memorypeak.h>
 
 #include <brixlib/protocol/replies.h>
@@ -32,9 +33,7 @@ auto readFrom(const QByteArray &bytes, Read read, QDataStream::Status *status)
     return result;
 }
 
-const QByteArray idsAuthAndList = QByteArray::fromHex("00000002"
-                                                      "73636D69 00010000 61757468"
-                                                      "73636D69 00010000 636D646C");
+const QByteArray idsAuthAndList = GoldenBytes::commandIds();
 
 } // namespace
 
@@ -102,9 +101,8 @@ private Q_SLOTS:
     void commandListWithVersionsIsRead()
     {
         QDataStream::Status status{};
-        const auto list =
-            readFrom(idsAuthAndList + QByteArray::fromHex("00000002 00010000 00020000"),
-                     Replies::readCommandList, &status);
+        const auto list = readFrom(idsAuthAndList + GoldenBytes::commandVersions(),
+                                   Replies::readCommandList, &status);
         QCOMPARE(status, QDataStream::Ok);
         QCOMPARE(list.ids, (QList<SCommandId>{kAuth, kList}));
         const QHash<SCommandId, qint32> versions{{kAuth, 0x00010000}, {kList, 0x00020000}};
@@ -171,10 +169,7 @@ private Q_SLOTS:
 
     void textsAreACountAndStrings()
     {
-        const auto bytes = QByteArray::fromHex("00000003"
-                                               "00000004 0061 00E9"
-                                               "00000000"
-                                               "FFFFFFFF");
+        const QByteArray bytes = GoldenBytes::texts();
         for (const auto version : {QDataStream::Qt_5_6, QDataStream::Qt_6_0}) {
             const auto write = [](QDataStream &s) {
                 Replies::writeTexts(s, {u"aé"_s, u""_s, QString()});

@@ -3,6 +3,8 @@
 #include <brixlib/protocol/scommunicatorbase.h>
 #include <brixlib/protocol/suserdata.h>
 
+#include <shared/goldenbytes.h>
+
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
@@ -378,26 +380,7 @@ private Q_SLOTS:
         db.insert(new SUserData(u"zoë"_s, "00FF"_ba, u"C:\\Data\\zoë"_s, u"Zoë \"Z\""_s,
                                 u"zoe@example.com"_s, true));
         db.insert(new SUserData(u"ann"_s, "ab"_ba, u"/srv/ann"_s));
-        QCOMPARE(saved(db), "{\n"
-                            "    \"users\": [\n"
-                            "        {\n"
-                            "            \"disabled\": false,\n"
-                            "            \"email\": \"\",\n"
-                            "            \"fullname\": \"\",\n"
-                            "            \"homeFolder\": \"/srv/ann\",\n"
-                            "            \"password\": \"ab\",\n"
-                            "            \"username\": \"ann\"\n"
-                            "        },\n"
-                            "        {\n"
-                            "            \"disabled\": true,\n"
-                            "            \"email\": \"zoe@example.com\",\n"
-                            "            \"fullname\": \"Zoë \\\"Z\\\"\",\n"
-                            "            \"homeFolder\": \"C:\\\\Data\\\\zoë\",\n"
-                            "            \"password\": \"00ff\",\n"
-                            "            \"username\": \"zoë\"\n"
-                            "        }\n"
-                            "    ]\n"
-                            "}\n"_ba);
+        QCOMPARE(saved(db), GoldenBytes::userFile());
     }
 
     void emptyTableIsSavedAsAnEmptyArray()

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/protocol/spluggablejson.h>
 
+#include <shared/goldenbytes.h>
+
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonObject>
 
@@ -9,7 +11,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const auto golden = "JSON{\n    \"heads\": 8,\n    \"name\": \"Größe\"\n}\n"_ba;
+const auto golden = GoldenBytes::pluggableDocument();
 
 QJsonDocument goldenDocument()
 {

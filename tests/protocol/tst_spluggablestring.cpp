@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/protocol/spluggablestring.h>
 
+#include <shared/goldenbytes.h>
+
 using namespace Talverine;
 using namespace Qt::StringLiterals;
 
@@ -30,8 +32,7 @@ private Q_SLOTS:
         SPluggableString pluggable(u"größer"_s);
         QByteArray output = "old"_ba;
         QVERIFY(pluggable.execute("params"_ba, output, {}));
-        QCOMPARE(output, "STRGgr\xc3\xb6\xc3\x9f"
-                         "er"_ba);
+        QCOMPARE(output, GoldenBytes::pluggableText());
         pluggable.setValue(QString());
         QVERIFY(pluggable.execute({}, output, {}));
         QVERIFY(output.isEmpty());

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/protocol/spluggablestringlist.h>
 
+#include <shared/goldenbytes.h>
+
 using namespace Talverine;
 using namespace Qt::StringLiterals;
 
@@ -11,8 +13,7 @@ QByteArray fromHex(const char *hex)
     return QByteArray::fromHex(hex);
 }
 
-// "a", an empty text and "né".
-const auto golden = fromHex("5354524c 00000003 00000001 61 00000000 00000003 6ec3a9");
+const auto golden = GoldenBytes::pluggableTexts();
 const auto goldenValues = QList<QString>{u"a"_s, QString(u""_s), u"né"_s};
 
 } // namespace
