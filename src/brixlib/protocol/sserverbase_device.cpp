@@ -98,6 +98,8 @@ private:
         return m_server.writeAll(socket(), &byte, 1) == 1;
     }
 
+    // Without a buffer of its own: the bytes read next are seldom those behind, and a disk that is
+    // full shows in the size at once.
     bool open()
     {
         quint32_be mode;
@@ -106,7 +108,7 @@ private:
             return false;
         const QIODevice::OpenMode wanted(static_cast<int>(quint32(mode)));
         return reply(isOpenMode(wanted) && !m_file.isOpen() && !isNamedPipe(m_file.fileName()) &&
-                     m_file.open(wanted));
+                     m_file.open(wanted | QIODevice::Unbuffered));
     }
 
     bool seek()
@@ -114,7 +116,10 @@ private:
         quint64 position = 0;
         if (!m_server.readWord64(socket(), &position))
             return false;
-        return reply(m_file.isOpen() && m_file.seek(static_cast<qint64>(position)));
+        const auto wanted = static_cast<qint64>(position);
+        // Qt would complain of each of these.
+        const bool isPossible = m_file.isOpen() && !m_file.isSequential() && wanted >= 0;
+        return reply(isPossible && m_file.seek(wanted));
     }
 
     bool read()
