@@ -142,7 +142,7 @@ bool SClientDevice::open(OpenMode mode)
 
 bool SClientDevice::connectToHost()
 {
-    m_session->error = Error::Connection;
+    m_session->error = Error::NoConnection;
     const QHostAddress address = SClientBase::resolve(m_host, true);
     if (address.isNull())
         return false;

@@ -55,9 +55,10 @@ public:
     //! What a call has failed at.
     enum class Error {
         None,
-        Connection, //!< there is none, it broke, or the server said something strange
-        Login,      //!< the server refuses the user or the password
-        File,       //!< the server refuses to do that with this file
+        NoConnection, //!< the host is unknown, or nobody answers there as a server does
+        Connection,   //!< it broke, or the server said something strange
+        Login,        //!< the server refuses the user or the password
+        File,         //!< the server refuses to do that with this file
     };
     Q_ENUM(Error)
 

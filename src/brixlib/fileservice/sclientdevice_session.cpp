@@ -37,7 +37,7 @@ bool SClientDevice::Session::begin(STcpSocket *newSocket)
 {
     m_uuid = io.readGreeting(newSocket);
     if (m_uuid.isNull())
-        return fail(Error::Connection);
+        return fail(Error::NoConnection);
     socket = newSocket;
     if (m_speedController)
         m_speedController->add(socket);
