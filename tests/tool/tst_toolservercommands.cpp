@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "toolserver.h"
 
+#ifdef Q_OS_UNIX
+#include <shared/faketerminal.h>
+#endif
+
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 
@@ -79,6 +83,23 @@ private Q_SLOTS:
         QCOMPARE(text.out, "up    0 bytes/s\ndown  0 bytes/s\n"_ba);
         QCOMPARE(run(u"linktest"_s, {u"--up"_s, u"-1"_s}).exitCode, 2);
     }
+
+#ifdef Q_OS_UNIX
+    void theLinkTestIsFollowedOnATerminal()
+    {
+        FakeTerminal terminal;
+        QProcess client;
+        m_server.client().prepare(
+            &client, {u"linktest"_s, m_server.url(), u"--up"_s, u"1"_s, u"--down"_s, u"1"_s});
+        terminal.attach(&client, {2});
+        client.start();
+        QVERIFY(client.waitForFinished(30'000));
+        QCOMPARE(client.exitCode(), 0);
+        // Of two seconds, at most ten times in each.
+        const auto drawn = terminal.screen().count("% ");
+        QVERIFY2(drawn > 1 && drawn < 30, terminal.screen().constData());
+    }
+#endif
 
     void unknownPluggableIsRefused()
     {

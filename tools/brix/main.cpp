@@ -65,6 +65,7 @@ int main(int argc, char *argv[])
     cli.add_flag("--quiet", tool.output.quiet, "No progress and no notes");
     addServeCommand(&cli, &tool);
     addTransferCommands(&cli, &tool);
+    addStreamCommands(&cli, &tool);
     addFileCommands(&cli, &tool);
     addServerCommands(&cli, &tool);
     addUserCommands(&cli, &tool);

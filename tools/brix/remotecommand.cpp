@@ -32,7 +32,7 @@ void declareRemote(CLI::App *command, RemoteOptions *options)
         ->capture_default_str();
 }
 
-ExitCode withSession(const RemoteOptions &options, const RemoteWork &work)
+ExitCode withLogin(const RemoteOptions &options, const LoginWork &work)
 {
     const RemoteUrl url = parsedUrl(options.url);
     QString error;
@@ -40,9 +40,16 @@ ExitCode withSession(const RemoteOptions &options, const RemoteWork &work)
     if (!password)
         throw Failure{ExitCode::Usage, error};
     const Interruption interruption;
-    Session session({url, *password, std::chrono::seconds(options.timeoutSeconds), interruption});
-    session.open();
-    return work(session, url);
+    return work({url, *password, std::chrono::seconds(options.timeoutSeconds), interruption});
+}
+
+ExitCode withSession(const RemoteOptions &options, const RemoteWork &work)
+{
+    return withLogin(options, [&](const Login &login) {
+        Session session(login);
+        session.open();
+        return work(session, login.url);
+    });
 }
 
 QString requiredPath(const RemoteUrl &url)

@@ -18,6 +18,12 @@ struct RemoteOptions
 //! Adds URL and the options of a connection.
 void declareRemote(CLI::App *command, RemoteOptions *options);
 
+//! Work that makes connections of its own; throws Failure.
+using LoginWork = std::function<ExitCode(const Login &login)>;
+
+//! Finds out where to log in, and as whom, and does \a work; throws Failure.
+ExitCode withLogin(const RemoteOptions &options, const LoginWork &work);
+
 //! Work on an open session; throws Failure.
 using RemoteWork = std::function<ExitCode(Session &session, const RemoteUrl &url)>;
 

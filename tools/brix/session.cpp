@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "session.h"
 
+#include "connectionfailure.h"
 #include "interruption.h"
 
 #include <brixlib/fileservice/sclientftp.h>
@@ -112,20 +113,13 @@ void Session::open()
     m_connecting = false;
     if (!connected) {
         m_isOver = true;
-        if (SClientBase::resolve(m_login.url.host, true).isNull())
-            throw Failure{ExitCode::Connection, u"the host %1 is unknown"_s.arg(m_login.url.host)};
-        throw Failure{
-            ExitCode::Connection,
-            u"cannot connect to %1: nobody listens there, it is no brix server, or it did "
-            "not answer in time"_s.arg(m_login.url.authority())};
+        throw ConnectionFailure::noConnection(m_login.url);
     }
     const Answer answer = ask(CommandIds::kAuthentication, [&](Requester &server) {
         server.authenticate(m_login.url.user, m_login.password);
     });
     if (!answer.result)
-        throw Failure{ExitCode::Refused,
-                      u"%1 refuses the login of %2: wrong password, or no such "
-                      "user with a home folder"_s.arg(m_login.url.authority(), m_login.url.user)};
+        throw ConnectionFailure::loginRefused(m_login.url);
     waitWhile([this] { return !m_isListed; });
     if (m_isOver)
         throw failure(Outcome::Failed);
@@ -203,9 +197,7 @@ Failure Session::failure(Outcome outcome) const
     if (outcome == Outcome::NotTried)
         return {ExitCode::Connection,
                 u"the connection to %1 had ended before"_s.arg(m_login.url.authority())};
-    return {ExitCode::Connection,
-            u"%1 ended the connection: it refuses the command as a whole, or the line broke"_s.arg(
-                m_login.url.authority())};
+    return ConnectionFailure::broken(m_login.url);
 }
 
 } // namespace Brix

@@ -53,6 +53,7 @@ CLI::App *addCommand(CLI::App *parent, Tool *tool, const std::string &name,
 void addFileCommands(CLI::App *cli, Tool *tool);
 void addServeCommand(CLI::App *cli, Tool *tool);
 void addServerCommands(CLI::App *cli, Tool *tool);
+void addStreamCommands(CLI::App *cli, Tool *tool);
 void addTransferCommands(CLI::App *cli, Tool *tool);
 void addUserCommands(CLI::App *cli, Tool *tool);
 

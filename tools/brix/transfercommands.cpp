@@ -3,6 +3,7 @@
 #include "download.h"
 #include "remotecommand.h"
 #include "remotepath.h"
+#include "streamcommands.h"
 #include "upload.h"
 
 #include <QtCore/QDir>
@@ -18,6 +19,7 @@ struct TransferOptions
 {
     RemoteOptions remote;
     QString local;
+    bool fromStdin = false; // the path was "-"
     bool recursive = false;
     bool removeSource = false;
 };
@@ -40,7 +42,10 @@ void declareGet(CLI::App *command, TransferOptions *options)
 
 void declarePut(CLI::App *command, TransferOptions *options)
 {
-    addPath(command, "LOCAL", &options->local, "The file or, with -r, the folder")->required();
+    addPath(command, "LOCAL", &options->local,
+            "The file or, with -r, the folder; \"-\" stores what comes from stdin")
+        ->required()
+        ->each([options](const std::string &text) { options->fromStdin = text == "-"; });
     declareRemote(command, &options->remote);
     declareTransfer(command, options);
 }
@@ -119,6 +124,10 @@ void putFile(Session &session, const RemoteUrl &url, const TransferOptions &opti
 
 ExitCode put(const Output &output, const TransferOptions &options)
 {
+    if (options.fromStdin && (options.recursive || options.removeSource))
+        throw Failure{ExitCode::Usage, u"-r and --remove-source are not for stdin"_s};
+    if (options.fromStdin)
+        return putStandardInput(output, options.remote);
     return withSession(options.remote, [&](Session &session, const RemoteUrl &url) {
         TransferReport report;
         {

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: MIT
+#include "blockingwork.h"
+
+#include "failure.h"
+#include "interruption.h"
+
+#include <QtCore/QEventLoop>
+#include <QtCore/QThread>
+#include <QtCore/QTimer>
+
+#include <cstdlib>
+#include <memory>
+#include <optional>
+
+namespace Brix {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+// Long enough for an exchange that is under way on a connection that works.
+constexpr auto interruptionGrace = 3s;
+
+} // namespace
+
+void runBlocking(const Interruption &interruption, const std::function<void()> &work)
+{
+    std::optional<Failure> failure;
+    const std::unique_ptr<QThread> thread(QThread::create([&] {
+        try {
+            work();
+        } catch (const Failure &thrown) {
+            failure = thrown;
+        }
+    }));
+    QEventLoop loop;
+    QObject::connect(thread.get(), &QThread::finished, &loop, &QEventLoop::quit);
+    QObject::connect(&interruption, &Interruption::requested, &loop, [&] {
+        thread->requestInterruption();
+        QTimer::singleShot(interruptionGrace, &loop,
+                           [] { std::_Exit(int(ExitCode::Interrupted)); });
+    });
+    thread->start();
+    loop.exec();
+    thread->wait();
+    if (failure)
+        throw *failure;
+}
+
+} // namespace Brix

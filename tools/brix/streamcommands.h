@@ -1,0 +1,11 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "remotecommand.h"
+
+namespace Brix {
+
+//! Stores what comes from stdin as the file that the URL names; throws Failure.
+ExitCode putStandardInput(const Output &output, const RemoteOptions &options);
+
+} // namespace Brix
