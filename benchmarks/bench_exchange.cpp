@@ -4,6 +4,7 @@
 // other connections have their prototypes in the registry.
 #include "shared/localserver.h"
 
+#include <brixlib/fileservice/sclientdevice.h>
 #include <brixlib/fileservice/sclientftp.h>
 #include <brixlib/fileservice/scommandexists.h>
 #include <brixlib/foundation/scontexthelper.h>
@@ -11,8 +12,11 @@
 #include <brixlib/protocol/scommandhelper.h>
 #include <brixlib/protocol/wire.h>
 
+#include <brixsec/ssecurestring.h>
+
 #include <QtCore/QCoreApplication>
 #include <QtCore/QEventLoop>
+#include <QtCore/QFile>
 #include <QtCore/QSemaphore>
 #include <QtCore/QTemporaryDir>
 #include <QtCore/QThread>
@@ -23,6 +27,7 @@
 #include <benchmark/benchmark.h>
 
 #include <functional>
+#include <random>
 
 using namespace Talverine;
 using namespace Qt::StringLiterals;
@@ -242,6 +247,60 @@ void exchange(benchmark::State &state)
     state.SetItemsProcessed(state.iterations() * kExchanges);
 }
 BENCHMARK(exchange)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+// A server with a file of the given size; the remote device blocks the calling thread.
+class DeviceHost
+{
+public:
+    explicit DeviceHost(qint64 fileBytes)
+        : m_thread([this] {
+            m_server = std::make_unique<LocalServer>(m_home.path());
+            m_port = m_server->listen();
+            return [this] { m_server.reset(); };
+        })
+    {
+        QFile file(m_home.filePath(u"file"_s));
+        if (file.open(QIODevice::WriteOnly))
+            file.write(QByteArray(fileBytes, 'x'));
+    }
+
+    std::unique_ptr<SClientDevice> open() const
+    {
+        auto device = std::make_unique<SClientDevice>(u"127.0.0.1"_s, u"file"_s, m_port, u"bench"_s,
+                                                      Security::SSecureString(u"bench"_s));
+        return device->open(QIODevice::ReadOnly) ? std::move(device) : nullptr;
+    }
+
+private:
+    QTemporaryDir m_home;
+    std::unique_ptr<LocalServer> m_server;
+    unsigned short m_port = 0;
+    LoopThread m_thread;
+};
+
+// A seek and a read of 4 KiB each, all over the file.
+void randomReads(benchmark::State &state)
+{
+    constexpr int kReadBytes = 4096;
+    constexpr qint64 kFileBytes = qint64(64) << 20;
+    const DeviceHost host(kFileBytes);
+    const auto device = host.open();
+    if (!device)
+        return state.SkipWithError("no device");
+    std::minstd_rand random;
+    char buffer[kReadBytes];
+    for (auto _ : state) {
+        for (int i = 0; i < kExchanges; ++i) {
+            const auto position = static_cast<qint64>(random()) % (kFileBytes - kReadBytes);
+            if (!device->seek(position) || device->read(buffer, kReadBytes) != kReadBytes) {
+                state.SkipWithError("read failed");
+                break;
+            }
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * kExchanges);
+}
+BENCHMARK(randomReads)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 // Argument: how many connections have their prototypes in the registry.
 void createCommand(benchmark::State &state)

@@ -4,9 +4,8 @@
 // again for each end, in turn with the bare pair, and prints medians, ratios and what each end's
 // resident memory grew by.
 //
-//     bench_transfer [--size BYTES] [--rounds N] [--dir FOLDER] [--no-bare] [--json]
-#include "shared/localserver.h"
-#include "shared/procfs.h"
+//     bench_transfer [--size BYTES] [--rounds N] [--dir FOLDER] [--no-bare]
+#include "shared/childpair.h"
 
 #include <brixlib/fileservice/sclientftp.h>
 #include <brixlib/protocol/sclientcontroller.h>
@@ -17,34 +16,22 @@
 #include <QtCore/QEventLoop>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
-#include <QtCore/QJsonDocument>
-#include <QtCore/QJsonObject>
-#include <QtCore/QProcess>
 #include <QtCore/QTemporaryDir>
 #include <QtCore/QTimer>
 
 #include <algorithm>
-#include <cstdio>
 #include <vector>
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
+using namespace ChildPair;
 using namespace Talverine;
 using namespace Qt::StringLiterals;
 
 namespace {
 
 constexpr std::size_t kBufferBytes = 262144;
-
-[[noreturn]] void fail(const char *what)
-{
-    std::perror(what);
-    std::_Exit(1);
-}
 
 // ---- The bare pair
 // -------------------------------------------------------------------------------
@@ -89,18 +76,7 @@ struct BareRequest
 
 int bareServer(const QString &file)
 {
-    const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (::bind(listener, reinterpret_cast<sockaddr *>(&address), length) != 0 ||
-        ::listen(listener, 1) != 0 ||
-        ::getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length) != 0)
-        fail("bare server");
-    std::printf("%d\n", ntohs(address.sin_port));
-    std::fflush(stdout);
-
+    const int listener = listenBare();
     const int peer = ::accept(listener, nullptr, nullptr);
     BareRequest request{};
     if (::read(peer, &request, sizeof request) != sizeof request)
@@ -118,14 +94,7 @@ int bareServer(const QString &file)
 
 int bareClient(bool isGet, unsigned short port, const QString &file, qint64 size)
 {
-    const int peer = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::connect(peer, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
-        fail("bare connect");
-
+    const int peer = connectBare(port);
     QElapsedTimer timer;
     timer.start();
     const BareRequest request{isGet ? 'g' : 'p', size};
@@ -138,24 +107,11 @@ int bareClient(bool isGet, unsigned short port, const QString &file, qint64 size
     char done = 0;
     if (::read(peer, &done, 1) != 1)
         fail("bare answer");
-    std::printf("{\"seconds\":%.9f,\"grownKiB\":0}\n",
-                static_cast<double>(timer.nsecsElapsed()) / 1e9);
-    return 0;
+    return say({{u"seconds"_s, static_cast<double>(timer.nsecsElapsed()) / 1e9}});
 }
 
 // ---- The library's pair
 // --------------------------------------------------------------------------
-
-int libraryServer(const QString &home)
-{
-    LocalServer server(home);
-    const unsigned short port = server.listen();
-    if (port == 0)
-        fail("listen");
-    std::printf("%d\n", port);
-    std::fflush(stdout);
-    return QCoreApplication::exec();
-}
 
 int libraryClient(bool isGet, unsigned short port, const QString &remote, const QString &local)
 {
@@ -193,61 +149,11 @@ int libraryClient(bool isGet, unsigned short port, const QString &remote, const 
     delete runner;
     if (!succeeded)
         fail("transfer");
-    std::printf("{\"seconds\":%.9f,\"grownKiB\":%lld}\n", seconds, static_cast<long long>(grown));
-    return 0;
+    return say({{u"seconds"_s, seconds}, {u"grownKiB"_s, grown}});
 }
 
 // ---- The parent
 // ----------------------------------------------------------------------------------
-
-struct Run
-{
-    double seconds = 0;
-    qint64 clientGrownKiB = 0;
-    qint64 serverGrownKiB = 0;
-};
-
-QByteArray firstLine(QProcess &process)
-{
-    while (!process.canReadLine()) {
-        if (!process.waitForReadyRead(60000))
-            fail("child says nothing");
-    }
-    return process.readLine().trimmed();
-}
-
-Run runPair(const QList<QString> &serverArguments, const QString &clientMode,
-            const QList<QString> &clientArguments)
-{
-    QProcess server;
-    server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    server.start(QCoreApplication::applicationFilePath(), serverArguments);
-    const QString port = QString::fromLatin1(firstLine(server));
-    const qint64 before = ProcFs::memoryKiB(server.processId(), "VmRSS");
-
-    QProcess client;
-    client.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    client.start(QCoreApplication::applicationFilePath(),
-                 QList<QString>{clientMode, port} + clientArguments);
-    if (!client.waitForFinished(-1) || client.exitCode() != 0)
-        fail("client");
-    const QJsonObject said = QJsonDocument::fromJson(client.readAllStandardOutput()).object();
-
-    Run run;
-    run.seconds = said.value(u"seconds"_s).toDouble();
-    run.clientGrownKiB = said.value(u"grownKiB"_s).toInteger();
-    run.serverGrownKiB = ProcFs::memoryKiB(server.processId(), "VmHWM") - before;
-    server.terminate();
-    server.waitForFinished(10000);
-    return run;
-}
-
-template<typename Value>
-Value median(QList<Value> values)
-{
-    std::sort(values.begin(), values.end());
-    return values.at(values.size() / 2);
-}
 
 struct Series
 {
@@ -257,29 +163,11 @@ struct Series
 
     void add(const Run &run)
     {
-        seconds.append(run.seconds);
-        clientGrownKiB = std::max(clientGrownKiB, run.clientGrownKiB);
+        seconds.append(run.said.value(u"seconds"_s).toDouble());
+        clientGrownKiB = std::max(clientGrownKiB, run.said.value(u"grownKiB"_s).toInteger());
         serverGrownKiB = std::max(serverGrownKiB, run.serverGrownKiB);
     }
 };
-
-void makeFile(const QString &path, qint64 size)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
-        fail("source");
-    QByteArray block(qsizetype(1) << 20, Qt::Uninitialized);
-    quint32 state = 1;
-    for (char &byte : block) {
-        state = state * 1664525u + 1013904223u;
-        byte = static_cast<char>(state >> 24);
-    }
-    for (qint64 done = 0; done < size; done += block.size()) {
-        const qint64 count = std::min<qint64>(block.size(), size - done);
-        if (file.write(block.constData(), count) != count)
-            fail("source");
-    }
-}
 
 void measure(bool isGet, const QString &folder, qint64 size, int rounds, bool withBare)
 {
@@ -292,12 +180,12 @@ void measure(bool isGet, const QString &folder, qint64 size, int rounds, bool wi
     for (int round = 0; round < rounds; ++round) {
         if (withBare) {
             QFile::remove(target);
-            bare.add(runPair({u"bare-server"_s, isGet ? source : target}, u"bare-"_s + direction,
-                             {isGet ? target : source, QString::number(size)}));
+            bare.add(run({u"bare-server"_s, isGet ? source : target}, u"bare-"_s + direction,
+                         {isGet ? target : source, QString::number(size)}));
         }
         QFile::remove(target);
-        library.add(runPair({u"server"_s, folder}, direction,
-                            {isGet ? source : target, isGet ? target : source}));
+        library.add(run({u"server"_s, folder}, direction,
+                        {isGet ? source : target, isGet ? target : source}));
         if (QFileInfo(target).size() != size)
             fail("the target is not whole");
         if (withBare)
@@ -345,7 +233,7 @@ int main(int argc, char **argv)
     const QString mode = arguments.value(1);
     const auto port = static_cast<unsigned short>(arguments.value(2).toUInt());
     if (mode == u"server")
-        return libraryServer(arguments.value(2));
+        return serve(arguments.value(2));
     if (mode == u"bare-server")
         return bareServer(arguments.value(2));
     if (mode == u"get" || mode == u"put") {
