@@ -463,7 +463,7 @@ private Q_SLOTS:
 
     void dateAndPermissionsDoNotTravel()
     {
-        const QDateTime old(QDate(2001, 2, 3), QTime(4, 5, 6), Qt::UTC);
+        const QDateTime old = utcTime(QDate(2001, 2, 3), QTime(4, 5, 6));
         QFile source(m_server->path(u"a.txt"_s));
         QVERIFY(source.open(QIODevice::WriteOnly));
         QVERIFY(source.setFileTime(old, QFileDevice::FileModificationTime));
