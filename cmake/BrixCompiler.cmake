@@ -25,6 +25,9 @@ find_program(BRIX_MOLD mold)
 mark_as_advanced(BRIX_MOLD)
 if(BRIX_MOLD AND CMAKE_SYSTEM_NAME STREQUAL "Linux")
     add_link_options(-fuse-ld=mold)
+    # mold 1.10 lets what becomes read-only begin with the last bytes of the code. Where these lie on
+    # a page of their own, the program does not start.
+    add_link_options(LINKER:-z,separate-code)
 endif()
 
 if(BRIX_SANITIZE)

@@ -199,7 +199,7 @@ private Q_SLOTS:
         tell(watch.samples().last());
         for (SoakPlayer &player : m_players)
             player.checkLeftovers(0ms);
-        QCOMPARE(m_score.problems(), QStringList());
+        QCOMPARE(m_score.problems().join(u", "_s), QString());
         QCOMPARE(FileTree::below(m_server.home()).filter(u".part"_s), QStringList());
         QCOMPARE(m_server.process().state(), QProcess::Running);
 
