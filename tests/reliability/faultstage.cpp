@@ -3,7 +3,6 @@
 
 #include <fileservice/filetree.h>
 #include <shared/eventwait.h>
-#include <shared/processfacts.h>
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QSet>
@@ -267,16 +266,11 @@ bool FaultStage::waitForRest(size_t connection)
         kPatience);
 }
 
-// A thread that has told of its end is about to leave the system. So the first count may be too
-// high, and the lowest one is what was there before.
+// A thread that has told of its end is about to leave the system.
 QString FaultStage::leftovers()
 {
     const bool clean = waitWithEvents([this] {
-        const qsizetype threads = ProcessFacts::threads();
-        const qsizetype descriptors = ProcessFacts::descriptors();
-        m_threads = std::min(m_threads, threads);
-        m_descriptors = std::min(m_descriptors, descriptors);
-        return threads == m_threads && descriptors == m_descriptors;
+        return ProcessFacts::threads() == m_threads && ProcessFacts::descriptors() == m_descriptors;
     });
     return clean
                ? QString()

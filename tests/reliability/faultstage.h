@@ -3,11 +3,11 @@
 
 #include <fileservice/filesession.h>
 #include <shared/faultproxy.h>
+#include <shared/processfacts.h>
 
 #include <QtCore/QMap>
 
 #include <functional>
-#include <limits>
 
 /*!
  * A file server with a proxy before it, on which one session after the other is played, each with a
@@ -117,8 +117,8 @@ private:
     FileServer m_server;
     FaultProxy m_proxy{m_server.port()};
     int m_timeoutMs = 10000;
-    qsizetype m_descriptors = std::numeric_limits<qsizetype>::max(); // at rest
-    qsizetype m_threads = std::numeric_limits<qsizetype>::max();
+    const qsizetype m_descriptors = ProcessFacts::descriptors(); // at rest
+    const qsizetype m_threads = ProcessFacts::threads();
     int m_faults = 0;
     qint64 m_slowestMs = 0;
 };

@@ -10,8 +10,24 @@ class tst_CutHandshake : public QObject
 {
     Q_OBJECT
 
+private:
+    std::unique_ptr<FaultStage> m_stage;
+    FaultStage::Whole m_whole;
+
 private Q_SLOTS:
+    void initTestCase()
+    {
+        m_stage = std::make_unique<FaultStage>();
+        QCOMPARE(m_stage->playWhole({}, &m_whole), QString());
+    }
+
     void init() { QTest::failOnWarning(QRegularExpression(QStringLiteral("."))); }
+
+    void cleanupTestCase()
+    {
+        qInfo("%d cuts, the slowest %lld ms", m_stage->faults(), qlonglong(m_stage->slowestMs()));
+        m_stage.reset();
+    }
 
     void cutAtEveryByte_data()
     {
@@ -29,15 +45,11 @@ private Q_SLOTS:
     {
         QFETCH(const bool, toServer);
         QFETCH(const FlowFault, fault);
-        FaultStage stage;
-        FaultStage::Whole whole;
-        QCOMPARE(stage.playWhole({}, &whole), QString());
-        const qint64 size = toServer ? whole.toServer : whole.toClient;
+        const qint64 size = toServer ? m_whole.toServer : m_whole.toClient;
         for (qint64 at = 0; at <= size; ++at)
-            QCOMPARE(stage.playFault({}, whole, {toServer, at, fault}), QString());
+            QCOMPARE(m_stage->playFault({}, m_whole, {toServer, at, fault}), QString());
         // The next connection works.
-        QCOMPARE(stage.playWhole({}, &whole), QString());
-        qInfo("%d cuts, the slowest %lld ms", stage.faults(), qlonglong(stage.slowestMs()));
+        QCOMPARE(m_stage->playWhole({}, &m_whole), QString());
     }
 };
 
