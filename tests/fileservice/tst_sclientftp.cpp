@@ -2,6 +2,8 @@
 #include "filesession.h"
 #include "filetree.h"
 
+#include <shared/utctime.h>
+
 #include <QtCore/QBuffer>
 #include <QtCore/QRegularExpression>
 #include <QtCore/QStorageInfo>
