@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "recordingdevice.h"
-
 #include <brixlib/devices/sbandwidthdevice.h>
 #include <brixlib/devices/sbuffereddevice.h>
 
+#include <shared/recordingdevice.h>
 #include <shared/seededrandom.h>
 
 using namespace Talverine;

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "recordingdevice.h"
-
 #include <brixlib/devices/sbandwidthdevice.h>
 #include <brixlib/devices/sendiannessdevice.h>
 
+#include <shared/recordingdevice.h>
 #include <shared/refusedallocation.h>
 #include <shared/seededrandom.h>
 

@@ -1,0 +1,697 @@
+// SPDX-License-Identifier: MIT
+#include "processors.h"
+#include "streams.h"
+
+#include <brixlib/compression/szip.h>
+
+#include <shared/memorypeak.h>
+#include <shared/recordingdevice.h>
+#include <shared/seededrandom.h>
+
+#include <zlib.h>
+
+#include <limits>
+
+#ifdef Q_OS_UNIX
+#include <sys/mman.h>
+#endif
+
+using namespace Talverine::Compression;
+using namespace Qt::StringLiterals;
+using RawBytes::u32;
+
+namespace {
+
+constexpr qint64 kMiB = 1024 * 1024;
+
+//! The plain bytes of a zlib stream that has to end with its last byte, by zlib alone.
+QByteArray inflated(const QByteArray &stream)
+{
+    z_stream state{};
+    QByteArray in = stream;
+    state.next_in = reinterpret_cast<Bytef *>(in.data());
+    state.avail_in = static_cast<uInt>(in.size());
+    if (inflateInit(&state) != Z_OK)
+        return "no stream";
+    QByteArray data;
+    int result = Z_OK;
+    while (result == Z_OK) {
+        QByteArray piece(1000, Qt::Uninitialized);
+        state.next_out = reinterpret_cast<Bytef *>(piece.data());
+        state.avail_out = static_cast<uInt>(piece.size());
+        result = inflate(&state, Z_NO_FLUSH);
+        data += piece.chopped(state.avail_out);
+    }
+    const uInt rest = state.avail_in;
+    inflateEnd(&state);
+    return result == Z_STREAM_END && rest == 0 ? data : QByteArray("not decoded");
+}
+
+//! A zlib stream by zlib alone.
+QByteArray deflated(const QByteArray &data, int level)
+{
+    uLongf size = compressBound(static_cast<uLong>(data.size()));
+    QByteArray stream(static_cast<qsizetype>(size), Qt::Uninitialized);
+    compress2(reinterpret_cast<Bytef *>(stream.data()), &size,
+              reinterpret_cast<const Bytef *>(data.constData()), static_cast<uLong>(data.size()),
+              level);
+    stream.truncate(static_cast<qsizetype>(size));
+    return stream;
+}
+
+//! Qt's warning has another text for each kind of damage.
+void expectWarning()
+{
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"^qUncompress"_s));
+}
+
+QByteArray block(const QByteArray &data, int level = 1)
+{
+    return u32(static_cast<quint32>(data.size())) + deflated(data, level);
+}
+
+QByteArray framed(const QByteArray &block)
+{
+    return u32(static_cast<quint32>(block.size())) + block;
+}
+
+//! The framed stream of \a data, each \a piece bytes a block of their own.
+QByteArray streamOf(const QByteArray &data, qsizetype piece, int level = 1)
+{
+    QByteArray stream;
+    for (qsizetype at = 0; at < data.size(); at += piece)
+        stream += framed(block(data.mid(at, piece), level));
+    return stream;
+}
+
+} // namespace
+
+class tst_SZip : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void freshState()
+    {
+        SZip compressor;
+        QCOMPARE(compressor.mode(), ZipMode::ZipFramed);
+        QCOMPARE(static_cast<int>(ZipMode::ZipFramed), 0);
+        QCOMPARE(static_cast<int>(ZipMode::ZipQtBlock), 1);
+        QCOMPARE(static_cast<int>(ZipMode::ZipRawStream), 2);
+        QCOMPARE(compressor.compressionLevel(), 1);
+        QCOMPARE(compressor.concurrence(), 1);
+        QCOMPARE(compressor.bytesAvailable(), 0);
+        QCOMPARE(compressor.name(), u"zip"_s);
+        QVERIFY(compressor.finalize());
+    }
+
+    void constructorsSetModeAndLevel()
+    {
+        QCOMPARE(SZip(ZipMode::ZipQtBlock).mode(), ZipMode::ZipQtBlock);
+        QCOMPARE(SZip(ZipMode::ZipQtBlock).compressionLevel(), 1);
+        QCOMPARE(SZip(7, ZipMode::ZipRawStream).mode(), ZipMode::ZipRawStream);
+        QCOMPARE(SZip(7, ZipMode::ZipRawStream).compressionLevel(), 7);
+        SZip compressor;
+        compressor.setCompressionLevel(9);
+        QCOMPARE(compressor.compressionLevel(), 9);
+    }
+
+    void cloneTakesModeAndLevelOnly()
+    {
+        const Processors machine(8);
+        SZip compressor(7, ZipMode::ZipFramed);
+        compressor.setConcurrence(4);
+        QBuffer source;
+        source.setData(streamOf("some bytes"_ba, 100));
+        QVERIFY(source.open(QIODevice::ReadOnly));
+        char byte = 0;
+        QCOMPARE(compressor.decompress(&source, &byte, 1, 0), 1);
+
+        const std::unique_ptr<SZip> copy(compressor.clone());
+        QCOMPARE(copy->compressionLevel(), 7);
+        QCOMPARE(copy->mode(), ZipMode::ZipFramed);
+        QCOMPARE(copy->concurrence(), 1);
+        QCOMPARE(copy->bytesAvailable(), 0);
+        const std::unique_ptr<SZip> raw(SZip(ZipMode::ZipRawStream).clone());
+        QCOMPARE(raw->mode(), ZipMode::ZipRawStream);
+    }
+
+    void concurrenceIsOfFramedStreamsOnly()
+    {
+        const Processors machine(8);
+        for (const ZipMode mode :
+             {ZipMode::ZipFramed, ZipMode::ZipQtBlock, ZipMode::ZipRawStream}) {
+            SZip compressor(mode);
+            compressor.setConcurrence(4);
+            QCOMPARE(compressor.concurrence(), mode == ZipMode::ZipFramed ? 4 : 1);
+        }
+    }
+
+    // The block
+
+    void blockIsThatOfQtAndZlib_data()
+    {
+        QTest::addColumn<int>("level");
+        for (const int level : {-1, 0, 1, 6, 9})
+            QTest::addRow("level %d", level) << level;
+    }
+
+    void blockIsThatOfQtAndZlib()
+    {
+        QFETCH(int, level);
+        const QList<QByteArray> kinds{QByteArray("x"), QByteArray(70'000, 'x'),
+                                      Streams::text(70'000), SeededRandom().bytes(70'000)};
+        for (const QByteArray &data : kinds) {
+            const QByteArray packed = SZip::compress(data, level);
+            QCOMPARE(packed, qCompress(data, level));
+            QCOMPARE(packed, block(data, level));
+            QCOMPARE(packed.first(4), u32(static_cast<quint32>(data.size())));
+            QCOMPARE(inflated(packed.sliced(4)), data);
+            QCOMPARE(SZip::decompress(packed), data);
+        }
+    }
+
+    void blockOfNothing()
+    {
+        QCOMPARE(SZip::compress(QByteArray()).toHex(), "00000000"_ba);
+        QCOMPARE(SZip::decompress(QByteArray::fromHex("00000000")), QByteArray());
+    }
+
+    void damagedBlockIsEmptyWithAWarning_data()
+    {
+        QTest::addColumn<QByteArray>("packed");
+        const QByteArray whole = block(Streams::text(1000));
+        QTest::newRow("three bytes") << whole.first(3);
+        QTest::newRow("a size alone") << whole.first(4);
+        QTest::newRow("a byte missing") << whole.chopped(1);
+        QTest::newRow("half") << whole.first(whole.size() / 2);
+        QTest::newRow("a wrong first byte") << whole.first(4) + 'y' + whole.sliced(5);
+        QTest::newRow("a wrong checksum") << whole.chopped(1) + 'x';
+    }
+
+    void damagedBlockIsEmptyWithAWarning()
+    {
+        QFETCH(QByteArray, packed);
+        expectWarning();
+        QCOMPARE(SZip::decompress(packed), QByteArray());
+    }
+
+    void sizeAboveWhatTheStreamCanYieldIsDamage_data()
+    {
+        QTest::addColumn<quint32>("factor");
+        QTest::addColumn<bool>("whole");
+        QTest::newRow("1032 times the stream") << 1032U << true;
+        QTest::newRow("1033 times the stream") << 1033U << false;
+    }
+
+    void sizeAboveWhatTheStreamCanYieldIsDamage()
+    {
+        QFETCH(quint32, factor);
+        QFETCH(bool, whole);
+        const QByteArray data = Streams::text(1000);
+        const QByteArray stream = deflated(data, 1);
+        const QByteArray packed = u32(factor * static_cast<quint32>(stream.size())) + stream;
+        QCOMPARE(SZip::decompress(packed), whole ? data : QByteArray());
+    }
+
+    void streamYields1032TimesItsLengthAtMost()
+    {
+        // Nothing is denser than one long run.
+        const QByteArray data(16 * kMiB, 'x');
+        const QByteArray packed = SZip::compress(data, 9);
+        QCOMPARE(SZip::decompress(packed), data);
+        QVERIFY(data.size() <= 1032 * (packed.size() - 4));
+        QVERIFY(data.size() > 1000 * (packed.size() - 4));
+    }
+
+    void falseSizeTakesNoMemory()
+    {
+        const QByteArray data = "some bytes"_ba;
+        const QByteArray stream = deflated(data, 1);
+        const TestShared::MemoryPeak addresses;
+        const TestShared::HeldMemoryPeak held;
+        // Qt takes a size that is too small for no more than a hint.
+        for (const QByteArray &size : {u32(0), u32(1)})
+            QCOMPARE(SZip::decompress(size + stream), data);
+        for (const QByteArray &size : {u32(0x7FFFFFFF), u32(0xFFFFFFFF)})
+            QCOMPARE(SZip::decompress(size + stream), QByteArray());
+        QVERIFY(held.growth() < kMiB);
+        QVERIFY(addresses.isValid());
+        QVERIFY(addresses.growth() < kMiB);
+    }
+
+    // The streams
+
+    void framedStreamOfOneByte()
+    {
+        SZip compressor;
+        QCOMPARE(Streams::encode(&compressor, "x"_ba).toHex(), "0000000d"
+                                                               "00000001"
+                                                               "7801ab000000790079"_ba);
+    }
+
+    void blockStreamOfOneByte()
+    {
+        SZip compressor(ZipMode::ZipQtBlock);
+        QCOMPARE(Streams::encode(&compressor, "x"_ba).toHex(), "00000001"
+                                                               "7801ab000000790079"_ba);
+    }
+
+    void bareStreamOfOneByte()
+    {
+        SZip compressor(ZipMode::ZipRawStream);
+        QCOMPARE(Streams::encode(&compressor, "x"_ba).toHex(), "7801ab000000790079"_ba);
+        QCOMPARE(inflated(Streams::encode(&compressor, "x"_ba)), "x"_ba);
+    }
+
+    void size0WritesNothing_data()
+    {
+        QTest::addColumn<ZipMode>("mode");
+        QTest::addColumn<int>("concurrence");
+        QTest::newRow("framed") << ZipMode::ZipFramed << 1;
+        QTest::newRow("framed, four threads") << ZipMode::ZipFramed << 4;
+        QTest::newRow("block") << ZipMode::ZipQtBlock << 1;
+        QTest::newRow("bare") << ZipMode::ZipRawStream << 1;
+    }
+
+    void size0WritesNothing()
+    {
+        const Processors machine(8);
+        QFETCH(ZipMode, mode);
+        QFETCH(int, concurrence);
+        RecordingDevice target;
+        QVERIFY(target.open(QIODevice::WriteOnly));
+        SZip compressor(mode);
+        compressor.setConcurrence(concurrence);
+        QCOMPARE(compressor.compress("", 0, &target), 0);
+        QVERIFY(target.writes.isEmpty());
+    }
+
+    void eachCallIsABlockOfTheLevelOfThen()
+    {
+        const QByteArray data = Streams::text(5000);
+        SZip compressor(9);
+        QBuffer target;
+        QVERIFY(target.open(QIODevice::WriteOnly));
+        QCOMPARE(compressor.compress(data.constData(), data.size(), &target), data.size());
+        compressor.setCompressionLevel(0);
+        QCOMPARE(compressor.compress(data.constData(), data.size(), &target), data.size());
+        QCOMPARE(target.data(), framed(block(data, 9)) + framed(block(data, 0)));
+        QVERIFY(framed(block(data, 0)).contains(data));
+    }
+
+    void framedStreamComesBack_data()
+    {
+        QTest::addColumn<int>("maxSize");
+        for (const int maxSize : {1, 999, 1000, 1001, 100'000})
+            QTest::addRow("%d bytes a call", maxSize) << maxSize;
+    }
+
+    void framedStreamComesBack()
+    {
+        QFETCH(int, maxSize);
+        const QByteArray data = Streams::text(20'500);
+        SZip compressor;
+        const Streams::Decoded decoded =
+            Streams::decode(&compressor, streamOf(data, 1000), maxSize);
+        QCOMPARE(decoded.bytes, data);
+        QCOMPARE(decoded.last, 0);
+    }
+
+    void heldBytesAreCountedUntilFinalize()
+    {
+        QBuffer source;
+        source.setData(streamOf(Streams::text(2000), 1000));
+        QVERIFY(source.open(QIODevice::ReadOnly));
+        SZip compressor;
+        char data[400];
+        QCOMPARE(compressor.decompress(&source, data, 0, 0), 0);
+        QCOMPARE(compressor.bytesAvailable(), 0);
+        QCOMPARE(compressor.decompress(&source, data, 400, 0), 400);
+        QCOMPARE(compressor.bytesAvailable(), 600);
+        QVERIFY(compressor.finalize());
+        QCOMPARE(compressor.bytesAvailable(), 0);
+        QCOMPARE(compressor.decompress(&source, data, 400, 0), 400);
+        QCOMPARE(QByteArray(data, 400), Streams::text(2000).mid(1000, 400));
+    }
+
+    void lengthOf0EndsTheRead()
+    {
+        QBuffer source;
+        source.setData(streamOf("one"_ba, 3) + u32(0) + streamOf("two"_ba, 3));
+        QVERIFY(source.open(QIODevice::ReadOnly));
+        SZip compressor;
+        char data[10];
+        QCOMPARE(compressor.decompress(&source, data, 10, 0), 3);
+        QCOMPARE(compressor.decompress(&source, data, 10, 0), 0);
+        QVERIFY(!source.atEnd());
+        QCOMPARE(compressor.decompress(&source, data, 10, 0), 3);
+        QCOMPARE(QByteArray(data, 3), "two"_ba);
+    }
+
+    void compressedSizeTakesTheBlocks_data()
+    {
+        QTest::addColumn<int>("more");
+        QTest::addColumn<qint64>("count");
+        QTest::newRow("two blocks") << 0 << qint64(6);
+        QTest::newRow("a byte less") << -1 << qint64(-1);
+        QTest::newRow("a byte more") << 1 << qint64(-1);
+        QTest::newRow("more than there is") << 1000 << qint64(-1);
+    }
+
+    void compressedSizeTakesTheBlocks()
+    {
+        QFETCH(int, more);
+        QBuffer source;
+        source.setData(streamOf("onetwosix"_ba, 3));
+        QVERIFY(source.open(QIODevice::ReadOnly));
+        SZip compressor;
+        char data[20];
+        const qsizetype size = streamOf("onetwo"_ba, 3).size();
+        QTEST(compressor.decompress(&source, data, 20, size + more), "count");
+        if (more == 0) {
+            QCOMPARE(QByteArray(data, 6), "onetwo"_ba);
+            QCOMPARE(source.pos(), size);
+        }
+    }
+
+    void damagedBlockYieldsNothingAndTheNextComes()
+    {
+        QBuffer source;
+        source.setData(streamOf("one"_ba, 3) + framed(u32(3) + "no stream") +
+                       streamOf("two"_ba, 3));
+        QVERIFY(source.open(QIODevice::ReadOnly));
+        SZip compressor;
+        char data[10];
+        QCOMPARE(compressor.decompress(&source, data, 10, 0), 3);
+        expectWarning();
+        QCOMPARE(compressor.decompress(&source, data, 10, 0), 0);
+        QCOMPARE(compressor.decompress(&source, data, 10, 0), 3);
+        QCOMPARE(QByteArray(data, 3), "two"_ba);
+    }
+
+    void blockStreamComesBack_data()
+    {
+        QTest::addColumn<bool>("sized");
+        QTest::addColumn<QByteArray>("rest");
+        QTest::newRow("to the end") << false << QByteArray();
+        QTest::newRow("of a known size") << true << QByteArray();
+        QTest::newRow("of a known size with more behind") << true << "more"_ba;
+    }
+
+    void blockStreamComesBack()
+    {
+        QFETCH(bool, sized);
+        QFETCH(QByteArray, rest);
+        const QByteArray data = Streams::text(300'000);
+        SZip compressor(ZipMode::ZipQtBlock);
+        const QByteArray stream = Streams::encode(&compressor, data);
+        QBuffer source;
+        source.setData(stream + rest);
+        QVERIFY(source.open(QIODevice::ReadOnly));
+        QByteArray decoded(data.size(), Qt::Uninitialized);
+        const qint64 size = sized ? stream.size() : 0;
+        QCOMPARE(compressor.decompress(&source, decoded.data(), 1000, size), 1000);
+        QCOMPARE(compressor.bytesAvailable(), 299'000);
+        QCOMPARE(compressor.decompress(&source, decoded.data() + 1000, 299'000, size), 299'000);
+        QCOMPARE(decoded, data);
+        QCOMPARE(source.readAll(), rest);
+    }
+
+    void bareStreamNeedsTheExactSize_data()
+    {
+        QTest::addColumn<qint64>("maxSize");
+        QTest::addColumn<qint64>("count");
+        QTest::newRow("exact") << qint64(20'000) << qint64(20'000);
+        QTest::newRow("a byte less") << qint64(19'999) << qint64(0);
+        QTest::newRow("half") << qint64(10'000) << qint64(0);
+        QTest::newRow("one byte") << qint64(1) << qint64(0);
+        QTest::newRow("a byte more") << qint64(20'001) << qint64(20'000);
+        QTest::newRow("more than the stream can yield")
+            << qint64(1) + std::numeric_limits<quint32>::max() << qint64(20'000);
+    }
+
+    void bareStreamNeedsTheExactSize()
+    {
+        QFETCH(qint64, maxSize);
+        QFETCH(qint64, count);
+        const QByteArray data = Streams::text(20'000);
+        for (const bool sized : {false, true}) {
+            QBuffer source;
+            source.setData(deflated(data, 6));
+            QVERIFY(source.open(QIODevice::ReadOnly));
+            SZip compressor(ZipMode::ZipRawStream);
+            QByteArray decoded(20'001, Qt::Uninitialized);
+            const qint64 size = sized ? source.size() : 0;
+            QCOMPARE(compressor.decompress(&source, decoded.data(), maxSize, size), count);
+            QCOMPARE(decoded.first(count), data.first(count));
+            QCOMPARE(compressor.bytesAvailable(), 0);
+            QVERIFY(source.atEnd());
+        }
+    }
+
+    void bareStreamOfAKnownSizeLeavesTheRest()
+    {
+        const QByteArray stream = deflated("some bytes"_ba, 1);
+        QBuffer source;
+        source.setData(stream + "more");
+        QVERIFY(source.open(QIODevice::ReadOnly));
+        SZip compressor(ZipMode::ZipRawStream);
+        char data[10];
+        QCOMPARE(compressor.decompress(&source, data, 10, stream.size()), 10);
+        QCOMPARE(source.readAll(), "more"_ba);
+    }
+
+    // Damage
+
+    void truncatedStreamGivesFewerBytes_data()
+    {
+        QTest::addColumn<int>("level");
+        QTest::newRow("stored") << 0;
+        QTest::newRow("best") << 9;
+    }
+
+    void truncatedStreamGivesFewerBytes()
+    {
+        QFETCH(int, level);
+        const QByteArray data = Streams::text(700);
+        const QByteArray stream = streamOf(data, 200, level);
+        const Streams::Hush hush;
+        for (qsizetype size = 0; size < stream.size(); ++size) {
+            SZip compressor;
+            const Streams::Decoded decoded = Streams::decode(&compressor, stream.first(size));
+            QCOMPARE(decoded.last, 0);
+            QVERIFY(decoded.bytes.size() < data.size());
+            QVERIFY(data.startsWith(decoded.bytes));
+            QCOMPARE(decoded.bytes.size() % 200, 0);
+        }
+        QVERIFY(hush.count() > 0);
+    }
+
+    void truncatedBareStreamGivesNothing()
+    {
+        const QByteArray stream = deflated(Streams::text(700), 6);
+        const Streams::Hush hush;
+        for (qsizetype size = 0; size < stream.size(); ++size) {
+            SZip compressor(ZipMode::ZipRawStream);
+            QCOMPARE(Streams::decode(&compressor, stream.first(size), 700).bytes, QByteArray());
+        }
+    }
+
+    void flippedBitGivesNoMoreThanABlockCan_data()
+    {
+        QTest::addColumn<ZipMode>("mode");
+        QTest::newRow("framed") << ZipMode::ZipFramed;
+        QTest::newRow("block") << ZipMode::ZipQtBlock;
+        QTest::newRow("bare") << ZipMode::ZipRawStream;
+    }
+
+    void flippedBitGivesNoMoreThanABlockCan()
+    {
+        QFETCH(ZipMode, mode);
+        const QByteArray data = Streams::text(200);
+        SZip writer(6, mode);
+        const QByteArray stream = Streams::encode(&writer, data);
+        const Streams::Hush hush;
+        const TestShared::HeldMemoryPeak held;
+        for (const QByteArray &damaged : Streams::withOneBitFlipped(stream)) {
+            SZip compressor(mode);
+            const Streams::Decoded decoded = Streams::decode(&compressor, damaged, 200);
+            QCOMPARE(decoded.last, 0);
+            // The checksum of the stream tells, so all that is left is whole.
+            QVERIFY(decoded.bytes.isEmpty() || decoded.bytes == data);
+        }
+        QVERIFY(held.growth() < 8 * kMiB);
+    }
+
+    void falseLengthIsNotBelieved()
+    {
+        const QByteArray data = "some bytes"_ba;
+        const TestShared::MemoryPeak addresses;
+        const TestShared::HeldMemoryPeak held;
+        {
+            const Streams::Hush hush;
+            for (const QByteArray &length : Streams::falseWords()) {
+                SZip compressor;
+                const Streams::Decoded decoded = Streams::decode(&compressor, length + block(data));
+                QCOMPARE(decoded.last, 0);
+                QVERIFY(data.startsWith(decoded.bytes));
+            }
+        }
+        QVERIFY(held.growth() < 2 * kMiB);
+        QVERIFY(addresses.isValid());
+        QVERIFY(addresses.growth() < 4 * kMiB);
+    }
+
+    void sourceMayGiveAByteAtATime()
+    {
+        const QByteArray data = Streams::text(3000);
+        RecordingDevice source(streamOf(data, 1000));
+        source.pieceBytes = 1;
+        source.sequential = true;
+        QVERIFY(source.open(QIODevice::ReadOnly));
+        SZip compressor;
+        QCOMPARE(Streams::decode(&compressor, &source).bytes, data);
+    }
+
+    // Failing targets
+
+    void failedWriteIsAFailure_data()
+    {
+        QTest::addColumn<ZipMode>("mode");
+        QTest::addColumn<int>("concurrence");
+        QTest::addColumn<int>("room");
+        QTest::newRow("framed, at the block") << ZipMode::ZipFramed << 1 << 4;
+        QTest::newRow("framed, in the block") << ZipMode::ZipFramed << 1 << 20;
+        QTest::newRow("framed, four threads") << ZipMode::ZipFramed << 4 << 40'000;
+        QTest::newRow("block") << ZipMode::ZipQtBlock << 1 << 20;
+        QTest::newRow("bare") << ZipMode::ZipRawStream << 1 << 20;
+    }
+
+    void failedWriteIsAFailure()
+    {
+        const Processors machine(8);
+        QFETCH(ZipMode, mode);
+        QFETCH(int, concurrence);
+        QFETCH(int, room);
+        const QByteArray data = SeededRandom().bytes(65'536);
+        RecordingDevice target;
+        target.room = room;
+        QVERIFY(target.open(QIODevice::WriteOnly));
+        SZip compressor(mode);
+        compressor.setConcurrence(concurrence);
+        QCOMPARE(compressor.compress(data.constData(), data.size(), &target), -1);
+        QCOMPARE(target.bytes.size(), room);
+    }
+
+    void failedLengthWordGoesUnnoticed()
+    {
+        //! Takes no piece of four bytes.
+        class NoWords : public RecordingDevice
+        {
+        protected:
+            qint64 writeData(const char *data, qint64 size) override
+            {
+                return size == 4 ? -1 : RecordingDevice::writeData(data, size);
+            }
+        } target;
+        QVERIFY(target.open(QIODevice::WriteOnly));
+        SZip compressor;
+        QCOMPARE(compressor.compress("x", 1, &target), 1);
+        QCOMPARE(target.bytes.toHex(), "000000017801ab000000790079"_ba);
+    }
+
+#ifdef Q_OS_UNIX
+    void blockOf2GiBIsRefused()
+    {
+        constexpr qsizetype size = qsizetype(1) << 31;
+        // Zeros that are nowhere: the pages are never touched.
+        void *zeros =
+            ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        QVERIFY(zeros != MAP_FAILED);
+        RecordingDevice target;
+        QVERIFY(target.open(QIODevice::WriteOnly));
+        QCOMPARE(SZip().compress(static_cast<const char *>(zeros), size, &target), -1);
+        QVERIFY(target.bytes.isEmpty());
+        ::munmap(zeros, size);
+    }
+#endif
+
+    // Threads
+
+    void piecesOfSeveralThreads_data()
+    {
+        QTest::addColumn<int>("size");
+        QTest::addColumn<int>("concurrence");
+        QTest::addColumn<int>("piece");
+        QTest::newRow("20,000 bytes on 4") << 20'000 << 4 << 16'384;
+        QTest::newRow("one byte on 4") << 1 << 4 << 16'384;
+        QTest::newRow("100,000 bytes on 4") << 100'000 << 4 << 25'000;
+        QTest::newRow("one that does not divide") << 100'003 << 4 << 25'000;
+        QTest::newRow("as a container feeds 2") << 262'144 << 2 << 131'072;
+    }
+
+    void piecesOfSeveralThreads()
+    {
+        const Processors machine(8);
+        QFETCH(int, size);
+        QFETCH(int, concurrence);
+        QFETCH(int, piece);
+        const QByteArray data = Streams::text(size);
+        SZip compressor(6);
+        compressor.setConcurrence(concurrence);
+        const QByteArray stream = Streams::encode(&compressor, data);
+        QCOMPARE(stream, streamOf(data, piece, 6));
+        SZip reader;
+        QCOMPARE(Streams::decode(&reader, stream).bytes, data);
+    }
+
+    // The device
+
+    void deviceIsFramed_data()
+    {
+        QTest::addColumn<int>("level");
+        for (const int level : {0, 1, 9})
+            QTest::addRow("level %d", level) << level;
+    }
+
+    void deviceIsFramed()
+    {
+        QFETCH(int, level);
+        const QByteArray data = Streams::text(5000);
+        QBuffer file;
+        SZipDevice writer(&file, false, level);
+        QVERIFY(writer.open(QIODevice::WriteOnly));
+        QCOMPARE(writer.write(data), data.size());
+        writer.close();
+        QCOMPARE(file.data(), streamOf(data, 5000, level));
+        QCOMPARE(file.data().contains(data), level == 0);
+
+        SZipDevice reader(&file, true);
+        QVERIFY(reader.open(QIODevice::ReadOnly));
+        QCOMPARE(reader.readAll(), data);
+        reader.close();
+        QVERIFY(file.isOpen());
+    }
+
+    void deviceHasLevel1()
+    {
+        QObject parent;
+        QBuffer file;
+        auto *device = new SZipDevice(&file, false, &parent);
+        QCOMPARE(device->parent(), &parent);
+        QVERIFY(!device->leaveOpen());
+        QVERIFY(!device->calculateCrc());
+        auto *compressor = dynamic_cast<SZip *>(device->compressor());
+        QVERIFY(compressor);
+        QCOMPARE(compressor->compressionLevel(), 1);
+        QCOMPARE(compressor->mode(), ZipMode::ZipFramed);
+        auto *other = new SZipDevice(&file, true, 7, &parent);
+        QCOMPARE(other->parent(), &parent);
+        QVERIFY(other->leaveOpen());
+        QCOMPARE(dynamic_cast<SZip *>(other->compressor())->compressionLevel(), 7);
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_SZip)
+#include "tst_szip.moc"
