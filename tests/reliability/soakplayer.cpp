@@ -3,7 +3,9 @@
 
 #include <fileservice/filetree.h>
 
+#include <brixlib/fileservice/sclientdevice.h>
 #include <brixlib/protocol/wire.h>
+#include <brixsec/ssecurestring.h>
 
 #include <QtCore/QBuffer>
 #include <QtCore/QCryptographicHash>
@@ -18,6 +20,8 @@ constexpr int kHandshakeExchanges = 3;
 constexpr qsizetype kMostFiles = 8;
 constexpr int kLargestPower = 21; // files of up to 2 MiB
 constexpr qsizetype kMostProblems = 20;
+constexpr int kTimeoutMs = 5000;
+constexpr qint64 kDevicePieceBytes = 100'000;
 
 const QString kGot = u"got"_s;
 const QString kSent = u"sent"_s;
@@ -69,7 +73,7 @@ void SoakPlayer::attach(SClientFtp *client)
     m_handshake = 0;
     m_left = static_cast<int>(m_random.between(1, 60));
     m_operation.reset();
-    client->setTimeout(5000);
+    client->setTimeout(kTimeoutMs);
 
     // All of it in the client's thread.
     QObject::connect(client, &SClientFtp::connected, client,
@@ -209,6 +213,8 @@ SoakPlayer::Operation SoakPlayer::chooseOperation()
         return ask(someName());
     case 17:
         return list();
+    case 18:
+        return readDevice(someName());
     default:
         return smallTalk();
     }
@@ -341,6 +347,30 @@ SoakPlayer::Operation SoakPlayer::list()
                 m_listed.sort();
                 return m_listed == m_files.keys() ? QString() : u"a wrong list"_s;
             }};
+}
+
+// On a connection of its own, which may break too.
+SoakPlayer::Operation SoakPlayer::readDevice(const QString &name)
+{
+    Operation operation{CommandIds::kServerName, [](SClientFtp &client) { client.serverName(); },
+                        m_files, m_got};
+    operation.check = [this, path = remote(name), hash = m_files.value(name)] {
+        SClientDevice device(u"127.0.0.1"_s, path, m_places.port, u"ann"_s,
+                             Security::SSecureString(u"secret"_s));
+        device.setTimeout(kTimeoutMs);
+        if (!device.open(QIODevice::ReadOnly))
+            return QString();
+        QByteArray content;
+        QByteArray piece;
+        while (!(piece = device.read(kDevicePieceBytes)).isEmpty())
+            content += piece;
+        if (device.error() != SClientDevice::Error::None)
+            return QString();
+        ++m_score->files;
+        m_score->fileBytes += content.size();
+        return hashOf(content) == hash ? QString() : u"wrong bytes of a remote device"_s;
+    };
+    return operation;
 }
 
 SoakPlayer::Operation SoakPlayer::smallTalk()

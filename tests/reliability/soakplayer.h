@@ -48,6 +48,7 @@ public:
         QString home;   //!< the user's home on the server's disk
         QString folder; //!< of this player: below home, and the same name for network paths
         QString local;  //!< where files are fetched to and sent from
+        quint16 port;   //!< of the server, or what stands before it
     };
 
     SoakPlayer(SoakScore *score, Places places, quint32 seed);
@@ -95,6 +96,7 @@ private:
     Operation remove(const QString &name);
     Operation ask(const QString &name);
     Operation list();
+    Operation readDevice(const QString &name);
     Operation smallTalk();
 
     QString remote(const QString &name) const;

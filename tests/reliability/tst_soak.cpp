@@ -186,7 +186,8 @@ private Q_SLOTS:
         for (int i = 1; i <= kPlayers; ++i) {
             const auto name = u"player%1"_s.arg(i);
             m_players.emplace_back(
-                &m_score, SoakPlayer::Places{m_server.home(), name, m_local.filePath(name)},
+                &m_score,
+                SoakPlayer::Places{m_server.home(), name, m_local.filePath(name), m_proxy->port()},
                 random.seed() + static_cast<quint32>(i));
             ++m_playing;
             play(&m_players.back());
