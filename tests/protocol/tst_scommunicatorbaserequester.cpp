@@ -70,6 +70,7 @@ private Q_SLOTS:
     void autoDestroyFollowsTheWorker();
     void autoDestroyCanBeTakenBack();
     void everyThreadMayAsk();
+    void workerMayEndWhileItIsAsked();
 
 private:
     void endWorker();
@@ -362,6 +363,31 @@ void tst_SCommunicatorBaseRequester::everyThreadMayAsk()
     for (const auto &thread : threads)
         QVERIFY(thread->wait(10000));
     QCOMPARE(right.load(), 200);
+}
+
+void tst_SCommunicatorBaseRequester::workerMayEndWhileItIsAsked()
+{
+    for (int round = 0; round < 100; ++round) {
+        QSemaphore asked;
+        std::atomic_int wrong = 0;
+        const std::unique_ptr<QThread> thread(QThread::create([&] {
+            while (!m_requester->isNull()) {
+                m_requester->setDefaultHomeDirLocal(m_root);
+                const int timeout = m_requester->timeout();
+                if (timeout != 1234 && timeout != 0)
+                    ++wrong;
+                asked.release();
+            }
+        }));
+        thread->start();
+        QVERIFY(asked.tryAcquire(3, 10000));
+        endWorker();
+        QVERIFY(thread->wait(10000));
+        QCOMPARE(wrong.load(), 0);
+        QCOMPARE(m_requester->timeout(), 0);
+        cleanup();
+        init();
+    }
 }
 
 QTEST_GUILESS_MAIN(tst_SCommunicatorBaseRequester)

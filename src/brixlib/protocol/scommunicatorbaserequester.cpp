@@ -2,7 +2,9 @@
 #include <brixlib/protocol/scommunicatorbaserequester.h>
 
 #include <brixlib/protocol/stcpsocketspeedcontroller.h>
+#include <brixlib/workers/workerend_p.h>
 
+#include <QtCore/QSemaphore>
 #include <QtCore/QThread>
 
 // The names are text for the meta-object: what is in Q_ARG spells the type as the worker declares
@@ -11,8 +13,8 @@ namespace Talverine {
 
 SCommunicatorBaseRequester::SCommunicatorBaseRequester(SCommunicatorBase *worker, QObject *parent)
     : QObject(parent)
-    , m_worker(worker)
 {
+    setWorker(worker);
 }
 
 SCommunicatorBaseRequester::~SCommunicatorBaseRequester() = default;
@@ -30,16 +32,22 @@ bool SCommunicatorBaseRequester::isNull() const
 void SCommunicatorBaseRequester::setWorker(SCommunicatorBase *worker)
 {
     m_worker = worker;
+    m_workerEnd = worker ? worker->m_end : nullptr;
 }
 
 void SCommunicatorBaseRequester::setAutoDestroy(bool enabled)
 {
-    if (!m_worker)
+    QObject::disconnect(m_autoDestroy);
+    SCommunicatorBase *const target = worker();
+    if (!enabled || !target)
         return;
-    if (enabled)
-        connect(m_worker, &QObject::destroyed, this, &QObject::deleteLater, Qt::UniqueConnection);
-    else
-        QObject::disconnect(m_worker, &QObject::destroyed, this, &QObject::deleteLater);
+    bool isHeldUp = false;
+    m_workerEnd->holdUp([&] {
+        isHeldUp = true;
+        m_autoDestroy = connect(target, &QObject::destroyed, this, &QObject::deleteLater);
+    });
+    if (!isHeldUp)
+        deleteLater();
 }
 
 void SCommunicatorBaseRequester::emitInvokeError(const QString &function) const
@@ -47,12 +55,49 @@ void SCommunicatorBaseRequester::emitInvokeError(const QString &function) const
     Q_EMIT invokeError(function);
 }
 
-// A blocking call from the worker's own thread would wait for itself.
-Qt::ConnectionType SCommunicatorBaseRequester::waitingConnection(const QObject *target) const
+// Qt's own blocking connection would be waited for while the worker's end is held up.
+void SCommunicatorBaseRequester::callAndWait(const char *function, const Call &call) const
 {
-    const QThread *theirs = target->thread();
-    const bool direct = theirs == thread() || theirs == QThread::currentThread();
-    return direct ? Qt::DirectConnection : Qt::BlockingQueuedConnection;
+    SCommunicatorBase *const target = worker();
+    if (!target)
+        return;
+    bool isKnown = true;
+    bool isDirect = false;
+    QSemaphore done;
+    // Let go after the call, and also by a worker that ends without making it.
+    std::shared_ptr<void> pending(nullptr, [&done](void *) { done.release(); });
+    m_workerEnd->holdUp([&] {
+        // A call that waits from the worker's own thread would wait for itself.
+        isDirect = target->thread() == thread() || target->thread() == QThread::currentThread();
+        if (isDirect)
+            return;
+        const auto make = [&, pending] { isKnown = call(target, Qt::DirectConnection); };
+        QMetaObject::invokeMethod(target, make, Qt::QueuedConnection);
+    });
+    pending.reset();
+    if (isDirect)
+        isKnown = call(target, Qt::DirectConnection);
+    done.acquire();
+    if (!isKnown)
+        emitInvokeError(QString::fromLatin1(function));
+}
+
+void SCommunicatorBaseRequester::callLater(const char *function, const Call &call) const
+{
+    SCommunicatorBase *const target = worker();
+    if (!target)
+        return;
+    bool isKnown = true;
+    bool isDirect = false;
+    m_workerEnd->holdUp([&] {
+        isDirect = target->thread() == QThread::currentThread();
+        if (!isDirect)
+            isKnown = call(target, Qt::QueuedConnection);
+    });
+    if (isDirect)
+        isKnown = call(target, Qt::DirectConnection);
+    if (!isKnown)
+        emitInvokeError(QString::fromLatin1(function));
 }
 
 bool SCommunicatorBaseRequester::autoSync() const

@@ -13,6 +13,9 @@
 #include <QtCore/QStorageInfo>
 #include <QtCore/QString>
 
+#include <functional>
+#include <memory>
+
 namespace Talverine {
 
 class STcpSocketSpeedController;
@@ -95,28 +98,30 @@ protected:
     template<typename... Arguments>
     void query(const char *function, Arguments... arguments) const
     {
-        SCommunicatorBase *target = worker();
-        if (!target)
-            return;
-        if (!QMetaObject::invokeMethod(target, function, waitingConnection(target), arguments...))
-            emitInvokeError(QString::fromLatin1(function));
+        callAndWait(function, [=](SCommunicatorBase *target, Qt::ConnectionType type) {
+            return QMetaObject::invokeMethod(target, function, type, arguments...);
+        });
     }
 
     //! Has the worker run its operation \a function, without waiting unless the threads are one.
     template<typename... Arguments>
     void post(const char *function, Arguments... arguments) const
     {
-        SCommunicatorBase *target = worker();
-        if (!target)
-            return;
-        if (!QMetaObject::invokeMethod(target, function, Qt::AutoConnection, arguments...))
-            emitInvokeError(QString::fromLatin1(function));
+        callLater(function, [=](SCommunicatorBase *target, Qt::ConnectionType type) {
+            return QMetaObject::invokeMethod(target, function, type, arguments...);
+        });
     }
 
 private:
-    Qt::ConnectionType waitingConnection(const QObject *target) const;
+    //! Calls the operation; false when the worker has none of that name and arguments.
+    using Call = std::function<bool(SCommunicatorBase *target, Qt::ConnectionType type)>;
+
+    void callAndWait(const char *function, const Call &call) const;
+    void callLater(const char *function, const Call &call) const;
 
     QPointer<SCommunicatorBase> m_worker;
+    std::shared_ptr<class WorkerEnd> m_workerEnd;
+    QMetaObject::Connection m_autoDestroy;
 };
 
 } // namespace Talverine

@@ -3,6 +3,8 @@
 
 #include <brixlib/workers/ssimpleworker.h>
 
+#include "workerend_p.h"
+
 namespace Talverine {
 
 SSimpleBackgroundRunner::SSimpleBackgroundRunner(SSimpleWorker *worker, QObject *parent)
@@ -11,8 +13,6 @@ SSimpleBackgroundRunner::SSimpleBackgroundRunner(SSimpleWorker *worker, QObject 
 {
     connect(m_thread, &QThread::started, this, &SSimpleBackgroundRunner::started);
     connect(m_thread, &QThread::finished, this, &SSimpleBackgroundRunner::finished);
-    connect(m_thread, &QThread::finished, this, &SSimpleBackgroundRunner::noteEnd,
-            Qt::DirectConnection);
     setWorker(worker);
 }
 
@@ -72,29 +72,20 @@ bool SSimpleBackgroundRunner::setWorker(SSimpleWorker *worker)
     worker->moveToThread(m_thread);
     m_worker = worker;
 
-    connect(this, &SSimpleBackgroundRunner::interrupt, this,
-            &SSimpleBackgroundRunner::terminateWorker);
+    // A runner may be told again while the thread is ending.
+    connect(this, &SSimpleBackgroundRunner::interrupt, this, [worker, end = worker->m_end] {
+        end->holdUp([worker] {
+            QMetaObject::invokeMethod(worker, &SSimpleWorker::terminateLater, Qt::QueuedConnection);
+        });
+    });
     // Direct, since the worker's thread may be the one that waits for nothing but this.
     connect(worker, &SSimpleWorker::finished, m_thread, &QThread::quit, Qt::DirectConnection);
     connect(m_thread, &QThread::started, worker, &SSimpleWorker::init);
+    connect(
+        m_thread, &QThread::finished, m_thread, [end = worker->m_end] { end->note(); },
+        Qt::DirectConnection);
     connect(m_thread, &QThread::finished, worker, &QObject::deleteLater);
     return true;
-}
-
-// Qt wakes the thread after it has queued the call, and without a lock: a thread that ends in
-// between would take away what wakes it. This lock keeps it from ending.
-void SSimpleBackgroundRunner::terminateWorker()
-{
-    const QMutexLocker lock(&m_endMutex);
-    if (!m_ended && m_worker)
-        QMetaObject::invokeMethod(m_worker, &SSimpleWorker::terminateLater, Qt::QueuedConnection);
-}
-
-// In the thread, while it can still be woken; the worker dies after this.
-void SSimpleBackgroundRunner::noteEnd()
-{
-    const QMutexLocker lock(&m_endMutex);
-    m_ended = true;
 }
 
 } // namespace Talverine

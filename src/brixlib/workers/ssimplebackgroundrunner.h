@@ -3,7 +3,6 @@
 
 #include <brixlib/brixlib_export.h>
 
-#include <QtCore/QMutex>
 #include <QtCore/QObject>
 #include <QtCore/QPointer>
 #include <QtCore/QThread>
@@ -57,13 +56,9 @@ Q_SIGNALS:
 private:
     void giveUp();
     bool setWorker(SSimpleWorker *worker);
-    void terminateWorker();
-    void noteEnd();
 
     QThread *m_thread;
     QPointer<SSimpleWorker> m_worker;
-    QMutex m_endMutex; // guards m_ended, and with it that the thread still takes calls
-    bool m_ended = false;
 };
 
 } // namespace Talverine

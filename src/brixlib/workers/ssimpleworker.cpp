@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/workers/ssimpleworker.h>
 
+#include "workerend_p.h"
+
 #include <QtCore/QEventLoop>
 #include <QtCore/QMutex>
 #include <QtCore/QPointer>
@@ -14,10 +16,15 @@ namespace Talverine {
 SSimpleWorker::SSimpleWorker(QObject *parent)
     : QObject(parent)
     , m_mutex(std::make_unique<QRecursiveMutex>())
+    , m_end(std::make_shared<WorkerEnd>())
 {
 }
 
-SSimpleWorker::~SSimpleWorker() = default;
+// A worker without a runner has no earlier end.
+SSimpleWorker::~SSimpleWorker()
+{
+    m_end->note();
+}
 
 QVariant SSimpleWorker::userData() const
 {

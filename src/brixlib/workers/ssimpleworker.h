@@ -80,6 +80,9 @@ protected:
     static bool isInterruptionRequested();
 
 private:
+    friend class SCommunicatorBaseRequester;
+    friend class SSimpleBackgroundRunner;
+
     enum RunState : quint32 { Idle = 0, InStep = 1, Terminating = 2 };
 
     void endStep();
@@ -90,6 +93,7 @@ private:
     std::unique_ptr<QRecursiveMutex> m_mutex; // guards m_userData and m_terminatePending
     bool m_terminatePending = false;
     bool m_doneFlag = false;
+    const std::shared_ptr<class WorkerEnd> m_end;
 };
 
 } // namespace Talverine
