@@ -829,6 +829,32 @@ private Q_SLOTS:
         QCOMPARE(file.readAll(), "abc"_ba);
     }
 
+    // A text stream hands on what it holds when the device tells that it closes.
+    void bytesWrittenAtAboutToCloseGoOut_data()
+    {
+        QTest::addColumn<bool>("byItself");
+        QTest::newRow("closed by itself") << true;
+        QTest::newRow("closed with the underlying device") << false;
+    }
+
+    void bytesWrittenAtAboutToCloseGoOut()
+    {
+        QFETCH(bool, byItself);
+        RecordingDevice target;
+        SBufferedDevice device(&target);
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        QSignalSpy closing(&device, &QIODevice::aboutToClose);
+        QTextStream stream(&device);
+        stream << u"abc"_s;
+        if (byItself)
+            device.close();
+        else
+            target.close();
+        QVERIFY(!device.isOpen());
+        QCOMPARE(target.bytes, "abc"_ba);
+        QCOMPARE(closing.count(), 1);
+    }
+
     void closingTheUnderlyingDeviceOfAClosedOneDoesNothing()
     {
         RecordingDevice target;

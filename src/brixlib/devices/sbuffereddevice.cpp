@@ -6,6 +6,8 @@
 
 #include <brixrt/sunitconvert.h>
 
+#include <QtCore/QSignalBlocker>
+
 namespace Talverine {
 
 namespace {
@@ -217,6 +219,10 @@ void SBufferedDevice::closeSelf()
 {
     flush();
     discart(-1);
+    Q_EMIT aboutToClose();
+    // Some write what they hold when they hear this, as a text stream does.
+    flush();
+    const QSignalBlocker told(this);
     QIODevice::close();
     bufferResize();
 }

@@ -62,7 +62,10 @@ public:
      * QIODevice, and that flag makes no difference between two modes.
      */
     [[nodiscard]] bool open(OpenMode mode) override;
-    //! Flushes, closes this device, then the underlying one.
+    /*!
+     * Flushes, closes this device, then the underlying one. What is written at aboutToClose(), as
+     * QTextStream does, goes out too. It is the same when the underlying device is closed first.
+     */
     void close() override;
     //! Keeps what was read ahead from \a pos on, if \a pos is in it. Flushes.
     bool seek(qint64 pos) override;
