@@ -3,7 +3,14 @@
 #include <brixlib/devices/sbuffereddevice.h>
 
 #include <shared/recordingdevice.h>
+#include <shared/refusedallocation.h>
 #include <shared/seededrandom.h>
+
+#ifdef Q_OS_LINUX
+#include <shared/processfacts.h>
+
+#include <sys/resource.h>
+#endif
 
 using namespace Talverine;
 using namespace Qt::StringLiterals;
@@ -19,8 +26,46 @@ public:
     using SBufferedDevice::_setOpenMode;
     using SBufferedDevice::bufferResize;
     using SBufferedDevice::discart;
+    using SBufferedDevice::readData;
     using SBufferedDevice::SBufferedDevice;
+    using SBufferedDevice::writeData;
 };
+
+//! Gives no byte and says that there will be more.
+class EndlessDevice : public RecordingDevice
+{
+public:
+    bool atEnd() const override { return false; }
+};
+
+#ifdef Q_OS_LINUX
+//! While one lives, the program gets no more than so many bytes of address space.
+class AddressSpaceLimit
+{
+public:
+    explicit AddressSpaceLimit(qint64 bytes)
+    {
+        const qint64 taken = ProcessFacts::kibibytes("VmSize") * 1024;
+        rlimit limit = {};
+        m_valid = taken > 0 && getrlimit(RLIMIT_AS, &limit) == 0;
+        m_before = limit;
+        limit.rlim_cur = static_cast<rlim_t>(taken + bytes);
+        m_valid = m_valid && setrlimit(RLIMIT_AS, &limit) == 0;
+    }
+    ~AddressSpaceLimit()
+    {
+        if (m_valid)
+            setrlimit(RLIMIT_AS, &m_before);
+    }
+    Q_DISABLE_COPY_MOVE(AddressSpaceLimit)
+
+    bool isValid() const { return m_valid; }
+
+private:
+    rlimit m_before = {};
+    bool m_valid = false;
+};
+#endif
 
 //! Bytes of which each four tell where they stand.
 QByteArray numbered(qsizetype size)
@@ -509,6 +554,7 @@ private Q_SLOTS:
         QCOMPARE(buffered.write("X"), 1);
         // No byte is left of what was read ahead.
         QCOMPARE(buffered.bytesAvailable(), 3);
+        QCOMPARE(device.pos(), 6);
         QVERIFY(buffered.flush());
         QCOMPARE(device.bytes, "abcdefX"_ba);
     }
@@ -754,6 +800,30 @@ private Q_SLOTS:
         QVERIFY(device.atEnd());
     }
 
+    void isNotAtEndBeforeTheUnderlyingDeviceSaysSo()
+    {
+        EndlessDevice inner;
+        SBufferedDevice device(&inner);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        QCOMPARE(device.bytesAvailable(), 0);
+        QVERIFY(!device.atEnd());
+    }
+
+    void byteThatWasPutBackCounts()
+    {
+        RecordingDevice inner("abc");
+        SBufferedDevice device(&inner);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        QCOMPARE(device.read(3), "abc"_ba);
+        QVERIFY(device.atEnd());
+        QVERIFY(!device.canReadLine());
+        device.ungetChar('\n');
+        QVERIFY(!device.atEnd());
+        QVERIFY(device.canReadLine());
+        QCOMPARE(device.readLine(), "\n"_ba);
+        QVERIFY(device.atEnd());
+    }
+
     void lineOfTheUnderlyingDeviceCounts()
     {
         RecordingDevice inner("abc");
@@ -888,6 +958,23 @@ private Q_SLOTS:
         QCOMPARE(device.bytesToWrite(), 0);
     }
 
+    void closeDropsWhatAClosedDeviceDidNotTake()
+    {
+        RecordingDevice target;
+        SBufferedDevice device(&target);
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        QCOMPARE(device.write("abc"), 3);
+        // Closed without a word.
+        target.blockSignals(true);
+        target.close();
+        target.blockSignals(false);
+        device.close();
+        QCOMPARE(device.bytesToWrite(), 0);
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        device.close();
+        QCOMPARE(target.bytes, QByteArray());
+    }
+
     void closedDeviceHasNoBuffers()
     {
         RecordingDevice target;
@@ -999,6 +1086,27 @@ private Q_SLOTS:
         QCOMPARE(device.read(2), "bc"_ba);
     }
 
+#ifdef Q_OS_LINUX
+    void buffersThatCannotBeHadKeepTheirSize()
+    {
+        const QByteArray bytes = numbered(5000);
+        RecordingDevice inner(bytes);
+        SBufferedDevice device(&inner, kSmallest);
+        QVERIFY(device.open(QIODevice::ReadWrite));
+        {
+            const AddressSpaceLimit limit(1 << 30);
+            QVERIFY(limit.isValid());
+            device.setBufferSize(std::numeric_limits<int>::max());
+        }
+        QCOMPARE(device.bufferSize(), std::numeric_limits<int>::max());
+        QCOMPARE(device.read(5000), bytes.left(kSmallest));
+        QVERIFY(device.seek(0));
+        QCOMPARE(device.write(QByteArray(5000, 'x')), kSmallest);
+        QVERIFY(device.flush());
+        QCOMPARE(inner.bytes, QByteArray(kSmallest, 'x') + bytes.mid(kSmallest));
+    }
+#endif
+
     void sizeOfOneByteWorks()
     {
         const QByteArray bytes = numbered(100);
@@ -1021,9 +1129,12 @@ private Q_SLOTS:
         QCOMPARE(device.openMode(), QIODevice::ReadOnly | QIODevice::Unbuffered);
         // The buffer went, and what was in it.
         QCOMPARE(device.bytesToWrite(), 0);
+        QCOMPARE(device.writeData("abcd", 4), 0);
         QCOMPARE(device.read(4), "0000"_ba);
         device._setOpenMode(QIODevice::WriteOnly);
         QCOMPARE(device.bytesAvailable(), 92);
+        char bytes[4];
+        QCOMPARE(device.readData(bytes, 4), 0);
         QCOMPARE(device.write("abcd"), 4);
         device._setOpenMode(QIODevice::NotOpen);
         QVERIFY(!device.isOpen());

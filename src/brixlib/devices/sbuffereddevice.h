@@ -70,8 +70,8 @@ public:
     //! Keeps what was read ahead from \a pos on, if \a pos is in it. Flushes.
     bool seek(qint64 pos) override;
     /*!
-     * Hands what was written to the underlying device. False when that does not take all of it;
-     * what it did not take is dropped.
+     * Hands what was written to the underlying device. False when that is not open, and what was
+     * written stays; or when it does not take all of it, and what it did not take is dropped.
      */
     bool flush();
 

@@ -14,7 +14,8 @@ namespace Talverine {
  * A ring of bytes with a fixed size: what is written at its end is read from its start.
  *
  * Indexes run modulo size(). A start or end beyond it, which only the raw setters can bring, counts
- * modulo size() too. A value with deep copies; lives in one thread.
+ * modulo size() too. A value with deep copies, of which one that could not be had is null; lives in
+ * one thread.
  */
 class BRIXLIB_EXPORT SIOBuffer : public Interfaces::ISerializable
 {
@@ -96,10 +97,10 @@ public:
     quint64 discart(quint64 size);
 
     /*!
-     * Reads what serialize() writes. False when it does not begin as a ring does or when the stream
-     * ends before it or fails, and nothing has changed then. When the indexes are there and the
-     * bytes do not begin as bytes do, or their two sizes do not go together, the storage stays, the
-     * indexes are taken, modulo its size, and the result is true.
+     * Reads what serialize() writes. False when it does not begin as a ring does, when the stream
+     * ends before it or fails, or when its bytes can't be had; nothing has changed then. When the
+     * indexes are there and the bytes do not begin as bytes do, or their two sizes do not go
+     * together, the storage stays, the indexes are taken, modulo its size, and the result is true.
      */
     [[nodiscard]] bool deserialize(QDataStream &stream) override;
     [[nodiscard]] bool serialize(QDataStream &stream) const override;
