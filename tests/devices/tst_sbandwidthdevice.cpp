@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include "recordingdevice.h"
+
 #include <brixlib/devices/sbandwidthdevice.h>
 
 #include <QtNetwork/QTcpServer>
@@ -163,6 +165,19 @@ private Q_SLOTS:
         QCOMPARE(device.isOpen(), opens);
     }
 
+    void openDeviceThatCanBeWrittenMayHaveAnotherMode()
+    {
+        const QTemporaryDir folder;
+        QFile file(folder.filePath(u"file"_s));
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        for (const auto mode : {QIODevice::ReadOnly, QIODevice::WriteOnly}) {
+            SBandwidthDevice device(&file, true);
+            QVERIFY(device.open(mode));
+            QCOMPARE(device.openMode(), mode | QIODevice::Unbuffered);
+            QCOMPARE(file.openMode(), QIODevice::ReadWrite);
+        }
+    }
+
     void startsWhereAnOpenDeviceStands()
     {
         QByteArray bytes("abcdef");
@@ -189,6 +204,19 @@ private Q_SLOTS:
         QCOMPARE(closing.count(), 1);
     }
 
+    void closeTellsThenClosesItselfThenTheUnderlyingDevice()
+    {
+        QBuffer buffer;
+        SBandwidthDevice device(&buffer);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        QList<bool> open;
+        connect(&device, &QIODevice::aboutToClose, this,
+                [&] { open << device.isOpen() << buffer.isOpen(); });
+        connect(&buffer, &QIODevice::aboutToClose, this, [&] { open << device.isOpen(); });
+        device.close();
+        QCOMPARE(open, (QList<bool>{true, true, false}));
+    }
+
     void closeLeavesTheUnderlyingDeviceOpen()
     {
         QBuffer buffer;
@@ -207,6 +235,16 @@ private Q_SLOTS:
             QVERIFY(device.open(QIODevice::ReadOnly));
         }
         QVERIFY(!buffer.isOpen());
+    }
+
+    void destructorLeavesTheUnderlyingDeviceOpen()
+    {
+        QBuffer buffer;
+        {
+            SBandwidthDevice device(&buffer, true);
+            QVERIFY(device.open(QIODevice::ReadOnly));
+        }
+        QVERIFY(buffer.isOpen());
     }
 
     void opensAgainAtTheStart()
@@ -269,6 +307,19 @@ private Q_SLOTS:
         QVERIFY(device.canReadLine());
     }
 
+    // A look ahead keeps what it saw in a device without positions.
+    void countsWhatItHoldsItself()
+    {
+        RecordingDevice inner("a\nbcdef");
+        inner.sequential = true;
+        SBandwidthDevice device(&inner);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        QVERIFY(!device.canReadLine());
+        QCOMPARE(device.peek(3), "a\nb"_ba);
+        QCOMPARE(device.bytesAvailable(), 3 + 4);
+        QVERIFY(device.canReadLine());
+    }
+
     void countsOfARandomAccessDeviceAdd()
     {
         Source source;
@@ -294,6 +345,19 @@ private Q_SLOTS:
         QCOMPARE(bytes, "abcdeF"_ba);
         QTest::ignoreMessage(QtWarningMsg, "QIODevice::seek: Invalid pos: -1");
         QVERIFY(!device.seek(-1));
+    }
+
+    void failedSeekLeavesTheUnderlyingDeviceWhereItStands()
+    {
+        RecordingDevice inner("abcdef");
+        SBandwidthDevice device(&inner);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        inner.seeks.clear();
+        QTest::ignoreMessage(QtWarningMsg, "QIODevice::seek: Invalid pos: -1");
+        QVERIFY(!device.seek(-1));
+        QVERIFY(inner.seeks.isEmpty());
+        inner.seekable = false;
+        QVERIFY(!device.seek(1));
     }
 
     void asksForNoMoreThanTheCaller()

@@ -479,6 +479,23 @@ private Q_SLOTS:
         QCOMPARE(array, "badcfehg"_ba);
     }
 
+    // A device asked once more at its end may give nothing or a failure.
+    void shortReadAtTheEndIsTheLast()
+    {
+        RecordingDevice source("abc");
+        QVERIFY(source.open(QIODevice::ReadOnly));
+        SEndiannessDevice device(&source, ByteOrder::BigEndian);
+        bool ok = true;
+        QCOMPARE(device.readUInt32(&ok), 0u);
+        QVERIFY(!ok);
+        QCOMPARE(source.reads, QList<qint64>{4});
+        QVERIFY(device.seek(0));
+        QByteArray array(4, 'x');
+        QVERIFY(device.readEndianByteArray(array, 2));
+        QCOMPARE(array, "baxc"_ba);
+        QCOMPARE(source.reads, (QList<qint64>{4, 4}));
+    }
+
     void failedReadIsAFailure()
     {
         RecordingDevice source("abcdefgh");
@@ -489,6 +506,18 @@ private Q_SLOTS:
         QVERIFY(!device.readEndianByteArray(array, 2));
         QVERIFY(!device.readEndianBytes(array.data(), 2, 2));
         QCOMPARE(array, "1234"_ba);
+    }
+
+    void readThatFailsOnTheWayIsAFailure()
+    {
+        RecordingDevice source("abcdefgh");
+        source.pieceBytes = 3;
+        source.readsUntilFailure = 1;
+        QVERIFY(source.open(QIODevice::ReadOnly));
+        SEndiannessDevice device(&source, ByteOrder::BigEndian);
+        QByteArray array(8, 'x');
+        QVERIFY(!device.readEndianByteArray(array, 2));
+        QCOMPARE(source.reads, (QList<qint64>{8, 5}));
     }
 
     void failedWriteIsAFailure_data()
@@ -632,6 +661,18 @@ private Q_SLOTS:
         QVERIFY(device.open(QIODevice::ReadOnly));
     }
 
+    void onlyItsOwnModeIsUnbuffered()
+    {
+        const QTemporaryDir folder;
+        QFile file(folder.filePath(u"file"_s));
+        SEndiannessDevice device(&file, ByteOrder::BigEndian);
+        QVERIFY(device.open(QIODevice::ReadWrite));
+        QCOMPARE(file.openMode(), QIODevice::ReadWrite);
+        QCOMPARE(device.openMode(), QIODevice::ReadWrite | QIODevice::Unbuffered);
+        QVERIFY(device.open(device.openMode()));
+        QCOMPARE(file.openMode(), QIODevice::ReadWrite);
+    }
+
     void failsWhenTheUnderlyingDeviceDoesNotOpen()
     {
         RecordingDevice source;
@@ -679,8 +720,10 @@ private Q_SLOTS:
         QCOMPARE(device.read(1), "e"_ba);
         QCOMPARE(device.write("F"), 1);
         QCOMPARE(inner.bytes, "abcdeF"_ba);
+        inner.seeks.clear();
         QTest::ignoreMessage(QtWarningMsg, "QIODevice::seek: Invalid pos: -1");
         QVERIFY(!device.seek(-1));
+        QVERIFY(inner.seeks.isEmpty());
         inner.seekable = false;
         QVERIFY(!device.seek(1));
     }
@@ -702,6 +745,36 @@ private Q_SLOTS:
         QVERIFY(device.isSequential());
     }
 
+    // A look ahead keeps what it saw in a device without positions.
+    void countsWhatItHoldsItself()
+    {
+        RecordingDevice inner("a\nbcdef");
+        inner.sequential = true;
+        SEndiannessDevice device(&inner, ByteOrder::BigEndian);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        QVERIFY(!device.canReadLine());
+        QCOMPARE(device.peek(3), "a\nb"_ba);
+        QCOMPARE(inner.bytesAvailable(), 4);
+        QCOMPARE(device.bytesAvailable(), 3 + 4);
+        QVERIFY(device.canReadLine());
+        QCOMPARE(device.readUInt32(), 0x610a6263u);
+    }
+
+    void waitsOnTheUnderlyingDevice()
+    {
+        RecordingDevice inner;
+        SEndiannessDevice device(&inner, ByteOrder::BigEndian);
+        QVERIFY(!device.waitForReadyRead(12));
+        QVERIFY(!device.waitForBytesWritten(-1));
+        QCOMPARE(inner.readWaits, QList<int>{12});
+        QCOMPARE(inner.writeWaits, QList<int>{-1});
+        inner.waitsEndWell = true;
+        QVERIFY(device.waitForReadyRead(0));
+        QVERIFY(device.waitForBytesWritten(3));
+        QCOMPARE(inner.readWaits, (QList<int>{12, 0}));
+        QCOMPARE(inner.writeWaits, (QList<int>{-1, 3}));
+    }
+
     void closeClosesBothOnce()
     {
         RecordingDevice inner;
@@ -714,6 +787,19 @@ private Q_SLOTS:
         QCOMPARE(closing.count(), 1);
         device.close();
         QCOMPARE(closing.count(), 1);
+    }
+
+    void closeTellsThenClosesItselfThenTheUnderlyingDevice()
+    {
+        RecordingDevice inner;
+        SEndiannessDevice device(&inner, ByteOrder::BigEndian);
+        QVERIFY(device.open(QIODevice::ReadWrite));
+        QList<bool> open;
+        connect(&device, &QIODevice::aboutToClose, this,
+                [&] { open << device.isOpen() << inner.isOpen(); });
+        connect(&inner, &QIODevice::aboutToClose, this, [&] { open << device.isOpen(); });
+        device.close();
+        QCOMPARE(open, (QList<bool>{true, true, false}));
     }
 
     void closesWithTheUnderlyingDevice()
@@ -793,6 +879,26 @@ private Q_SLOTS:
         QVERIFY(device.bytesToWrite() == 0 || device.waitForBytesWritten(10000));
         QTRY_COMPARE(peer->bytesAvailable(), 4);
         QCOMPARE(peer->readAll(), "dcba"_ba);
+    }
+
+    // What came before the end stays readable, and reading on fails.
+    void shortReadOfAnEndedConnectionIsNoFailure()
+    {
+        QTcpServer server;
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        QTcpSocket client;
+        client.connectToHost(server.serverAddress(), server.serverPort());
+        QVERIFY(server.waitForNewConnection(10000));
+        const std::unique_ptr<QTcpSocket> peer(server.nextPendingConnection());
+        peer->write("abcdef");
+        peer->disconnectFromHost();
+        QTRY_COMPARE(client.state(), QAbstractSocket::UnconnectedState);
+
+        SEndiannessDevice device(&client, ByteOrder::BigEndian);
+        QByteArray array("........");
+        QVERIFY(device.readEndianByteArray(array, 4));
+        QCOMPARE(array, "dcba..fe"_ba);
+        QVERIFY(!device.readEndianByteArray(array, 4));
     }
 };
 

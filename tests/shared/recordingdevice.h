@@ -32,6 +32,16 @@ public:
         at = position;
         return seekable && QIODevice::seek(position);
     }
+    bool waitForReadyRead(int msecs) override
+    {
+        readWaits.append(msecs);
+        return waitsEndWell;
+    }
+    bool waitForBytesWritten(int msecs) override
+    {
+        writeWaits.append(msecs);
+        return waitsEndWell;
+    }
 
     QByteArray bytes;
     qsizetype at = 0; //!< where the next byte is read or written
@@ -42,20 +52,26 @@ public:
     qint64 waiting = 0;    //!< bytesToWrite()
     qint64 pieceBytes = 0; //!< most that one call moves, 0 for no bound
     bool failsToRead = false;
+    int readsUntilFailure = -1; //!< how many more reads go well, -1 for no bound
     bool failsToWrite = false;
     qint64 room = -1; //!< how many more bytes are taken, -1 for no bound
+    bool waitsEndWell = false;
 
     QList<qint64> reads;         //!< what was asked for
     QList<QByteArray> writes;    //!< what was taken
     QList<const char *> sources; //!< from where it was taken
     QList<qint64> seeks;
+    QList<int> readWaits;  //!< the time-outs of waitForReadyRead()
+    QList<int> writeWaits; //!< those of waitForBytesWritten()
 
 protected:
     qint64 readData(char *data, qint64 maxSize) override
     {
         reads.append(maxSize);
-        if (failsToRead)
+        if (failsToRead || readsUntilFailure == 0)
             return -1;
+        if (readsUntilFailure > 0)
+            --readsUntilFailure;
         const qint64 count = bounded(std::min<qint64>(maxSize, bytes.size() - at));
         std::copy_n(bytes.constData() + at, count, data);
         at += count;

@@ -51,8 +51,9 @@ public:
 
     /*!
      * Reads \a count elements of \a elementSize bytes each and turns each into the machine's order.
-     * True also when the device ends early; pos() tells how far it came, and what lies beyond in
-     * \a data is turned as well. False when reading fails, and when there is no such size.
+     * True also when the device ends early; pos() tells how far it came unless the device is
+     * sequential, and what lies beyond in \a data is turned as well. False when reading fails, as
+     * past the end of a connection, and when there is no such size; nothing is turned then.
      */
     [[nodiscard]] bool readEndianBytes(char *data, quint64 elementSize, quint64 count);
     //! Fills \a data to its size. False also when \a elementSize is 0 or does not divide that.
