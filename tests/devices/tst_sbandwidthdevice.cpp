@@ -207,12 +207,15 @@ private Q_SLOTS:
     void closeTellsThenClosesItselfThenTheUnderlyingDevice()
     {
         QBuffer buffer;
-        SBandwidthDevice device(&buffer);
-        QVERIFY(device.open(QIODevice::ReadOnly));
+        QIODevice *wrapper = nullptr;
         QList<bool> open;
+        // Connected first, to see the wrapper before it hears of this.
+        connect(&buffer, &QIODevice::aboutToClose, this, [&] { open << wrapper->isOpen(); });
+        SBandwidthDevice device(&buffer);
+        wrapper = &device;
         connect(&device, &QIODevice::aboutToClose, this,
                 [&] { open << device.isOpen() << buffer.isOpen(); });
-        connect(&buffer, &QIODevice::aboutToClose, this, [&] { open << device.isOpen(); });
+        QVERIFY(device.open(QIODevice::ReadOnly));
         device.close();
         QCOMPARE(open, (QList<bool>{true, true, false}));
     }
@@ -478,6 +481,10 @@ private Q_SLOTS:
             QCOMPARE(device.read(&byte, 1), -1);
             QCOMPARE(device.write(&byte, 1), -1);
         }
+        // Nor does it make room for more than the limit.
+        source.broken = false;
+        QCOMPARE(transfer(&device, true, 2000), 1000);
+        QCOMPARE(transfer(&device, false, 2000), 1000);
     }
 
     void endOfTheUnderlyingDeviceIsTheEnd()
