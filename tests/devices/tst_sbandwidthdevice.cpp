@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "recordingdevice.h"
-
 #include <brixlib/devices/sbandwidthdevice.h>
+
+#include <shared/recordingdevice.h>
 
 #include <QtNetwork/QTcpServer>
 #include <QtNetwork/QTcpSocket>
