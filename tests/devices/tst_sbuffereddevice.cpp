@@ -852,6 +852,11 @@ private Q_SLOTS:
         QVERIFY(device.open(QIODevice::WriteOnly));
         QCOMPARE(device.write("abc"), 3);
         QSignalSpy closing(&device, &QIODevice::aboutToClose);
+        connect(&device, &QIODevice::aboutToClose, &target, [&] {
+            QVERIFY(device.isOpen());
+            QVERIFY(target.isOpen());
+            QCOMPARE(target.bytes, "abc"_ba);
+        });
         device.close();
         QVERIFY(!device.isOpen());
         QVERIFY(!target.isOpen());
@@ -1133,6 +1138,7 @@ private Q_SLOTS:
         QCOMPARE(device.read(4), "0000"_ba);
         device._setOpenMode(QIODevice::WriteOnly);
         QCOMPARE(device.bytesAvailable(), 92);
+        QVERIFY(inner.seek(0));
         char bytes[4];
         QCOMPARE(device.readData(bytes, 4), 0);
         QCOMPARE(device.write("abcd"), 4);
