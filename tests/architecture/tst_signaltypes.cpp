@@ -27,6 +27,7 @@ const QList<const QMetaObject *> &leaves()
         &SClientFtp::staticMetaObject,
         &SClientFtpRequester::staticMetaObject,
         &SCommandQueue::staticMetaObject,
+        &SCompressorDevice::staticMetaObject,
         &SEndiannessDevice::staticMetaObject,
         &SGenericQueue::staticMetaObject,
         &SPluggableServerVersion::staticMetaObject,
