@@ -17,6 +17,8 @@ using namespace Qt::StringLiterals;
 using Interfaces::ICompressor;
 using RawBytes::u32;
 
+Q_DECLARE_METATYPE(QIODevice::OpenMode)
+
 namespace {
 
 //! SHA-1 of the names.
@@ -873,8 +875,6 @@ private Q_SLOTS:
         QCOMPARE(target.bytes, data);
     }
 };
-
-Q_DECLARE_METATYPE(QIODevice::OpenMode)
 
 QTEST_GUILESS_MAIN(tst_SCompressorDevice)
 #include "tst_scompressordevice.moc"
