@@ -363,6 +363,47 @@ STAND_IN(int, wakeByDescriptor, "eventfd_write", int descriptor, std::uint64_t v
     return moved;
 }
 
+// -- futures: a function comes after its start, the end of the results after all who used them
+// ----------------------------------------------------------------------------------------------
+
+namespace {
+
+// What the parts of a future share lies behind the pointer to the virtual table.
+[[gnu::no_sanitize("thread")]] void *sharedBy(const void *future)
+{
+    return static_cast<void *const *>(future)[1];
+}
+
+} // namespace
+
+// Called before the function is handed to the pool, whose threads ask whether it has been cancelled
+// before they run it.
+STAND_IN(void, startFuture, "_ZN20QFutureInterfaceBase13reportStartedEv", void *future)
+{
+    QTS_OWN(startFuture, "_ZN20QFutureInterfaceBase13reportStartedEv");
+    __tsan_release(sharedBy(future));
+    own(future);
+}
+
+STAND_IN(bool, isFutureCanceled, "_ZNK20QFutureInterfaceBase10isCanceledEv", const void *future)
+{
+    QTS_OWN(isFutureCanceled, "_ZNK20QFutureInterfaceBase10isCanceledEv");
+    __tsan_acquire(sharedBy(future));
+    return own(future);
+}
+
+// Whoever drops the last reference clears the results.
+STAND_IN(bool, dropFuture, "_ZNK20QFutureInterfaceBase6derefTEv", const void *future)
+{
+    QTS_OWN(dropFuture, "_ZNK20QFutureInterfaceBase6derefTEv");
+    void *const shared = sharedBy(future);
+    __tsan_release(shared);
+    const bool isHeld = own(future);
+    if (!isHeld)
+        __tsan_acquire(shared);
+    return isHeld;
+}
+
 // -- processes
 // ----------------------------------------------------------------------------------------------
 
