@@ -176,14 +176,14 @@ private Q_SLOTS:
 
     void timerRunsEveryTenthOfASecond()
     {
-        STcpSocketSpeedController controller;
-        Rounds rounds(&controller);
-        rounds.next();
+        // From before the first round: one that comes late lets the next come early.
         QElapsedTimer clock;
         clock.start();
-        for (int i = 0; i < 3; ++i)
+        STcpSocketSpeedController controller;
+        Rounds rounds(&controller);
+        for (int i = 0; i < 4; ++i)
             rounds.next();
-        QVERIFY2(clock.elapsed() >= 250, qPrintable(QString::number(clock.elapsed())));
+        QVERIFY2(clock.elapsed() >= 350, qPrintable(QString::number(clock.elapsed())));
     }
 
     void socketThatNeverReportedTakesNoPart()
