@@ -56,7 +56,8 @@ int main(int argc, char *argv[])
     QLoggingCategory::setFilterRules(u"default.debug=false"_s);
 
     Tool tool;
-    CLI::App cli{"Serves, moves and inspects files over the brix protocol.", "brix"};
+    CLI::App cli{"Serves, moves and inspects files over the brix protocol, and compresses them.",
+                 "brix"};
     cli.footer(exitCodesHelp);
     cli.fallthrough();
     cli.require_subcommand(1);
@@ -69,6 +70,7 @@ int main(int argc, char *argv[])
     addFileCommands(&cli, &tool);
     addServerCommands(&cli, &tool);
     addUserCommands(&cli, &tool);
+    addCompressCommands(&cli, &tool);
 
     try {
         cli.parse(argc, argv);

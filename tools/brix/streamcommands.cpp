@@ -4,7 +4,7 @@
 
 #include "blockingwork.h"
 #include "interruption.h"
-#include "progressbar.h"
+#include "liveprogress.h"
 #include "remotefile.h"
 #include "remotepath.h"
 #include "standardstreams.h"
@@ -13,10 +13,8 @@
 
 #include <brixlib/protocol/wire.h>
 
-#include <QtCore/QTimer>
 #include <QtCore/QUuid>
 
-#include <atomic>
 #include <limits>
 
 namespace Brix {
@@ -27,28 +25,6 @@ using namespace Talverine;
 namespace {
 
 constexpr qint64 kBlockBytes = 262144;
-
-// A progress bar for work in another thread.
-class LiveProgress final
-{
-public:
-    explicit LiveProgress(bool hidden)
-        : m_bar(hidden)
-    {
-        QObject::connect(&m_timer, &QTimer::timeout, &m_timer, [this] {
-            m_bar.setTotal(total);
-            m_bar.show(done);
-        });
-        m_timer.start(100);
-    }
-
-    std::atomic<qint64> done = 0;
-    std::atomic<qint64> total = 0; // 0 when it is unknown
-
-private:
-    ProgressBar m_bar;
-    QTimer m_timer;
-};
 
 // cat
 

@@ -50,6 +50,7 @@ CLI::App *addCommand(CLI::App *parent, Tool *tool, const std::string &name,
 }
 
 // One function for each family of sub-commands.
+void addCompressCommands(CLI::App *cli, Tool *tool);
 void addFileCommands(CLI::App *cli, Tool *tool);
 void addServeCommand(CLI::App *cli, Tool *tool);
 void addServerCommands(CLI::App *cli, Tool *tool);
