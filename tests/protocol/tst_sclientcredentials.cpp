@@ -138,18 +138,25 @@ void tst_SClientCredentials::roundTripGivesTheCredentialBack()
 void tst_SClientCredentials::everyFormHashesTheSame_data()
 {
     QTest::addColumn<PasswordType>("type");
-    QTest::newRow("plain") << PasswordType::Plain;
-    QTest::newRow("hash") << PasswordType::Hash;
-    QTest::newRow("aes") << PasswordType::Aes;
+    QTest::addColumn<QString>("password");
+    const auto rows = [](const char *form, PasswordType type) {
+        QTest::addRow("%s", form) << type << kPassword;
+        QTest::addRow("%s, empty", form) << type << u""_s;
+        QTest::addRow("%s, none", form) << type << QString();
+    };
+    rows("plain", PasswordType::Plain);
+    rows("hash", PasswordType::Hash);
+    rows("aes", PasswordType::Aes);
 }
 
 void tst_SClientCredentials::everyFormHashesTheSame()
 {
     QFETCH(PasswordType, type);
+    QFETCH(QString, password);
     QUrl url(u"brix://press.example"_s);
-    SClientBase::addCredential(url, credential(kUser, kPassword), type);
+    SClientBase::addCredential(url, credential(kUser, password), type);
     QCOMPARE(SClientBase::decodeAndHashPassword(QUrl(url.toString(QUrl::FullyEncoded))),
-             hashOf(kPassword));
+             hashOf(password));
 }
 
 void tst_SClientCredentials::textOfTheUrlKeepsThePassword()

@@ -43,6 +43,13 @@ PasswordField decode(const QString &field)
     return {PasswordType::None, field};
 }
 
+// In the other forms no password is an empty one; a null text has no enciphered form.
+Security::SAesString encipheredPassword(const Security::SSecureCredential &credential)
+{
+    return credential.password().isNull() ? Security::SAesString(Security::SSecureString(u""_s))
+                                          : credential.aes();
+}
+
 // The hash of a field that has a form; empty when the field is damaged.
 QByteArray hashOf(const PasswordField &password)
 {
@@ -79,7 +86,7 @@ void SClientBase::addCredential(QUrl &url, const Security::SSecureCredential &cr
         password = encode(type, QString::fromLatin1(passwordHash(credential.password())));
         break;
     case PasswordType::Aes:
-        password = encode(type, credential.aes().toString());
+        password = encode(type, encipheredPassword(credential).toString());
         break;
     case PasswordType::None:
     default:
