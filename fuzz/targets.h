@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QByteArray>
+
+//! The targets; the form of its input stands at each one's definition.
+namespace Fuzz {
+
+bool clientDevice(const QByteArray &input);
+bool clientReplies(const QByteArray &input);
+bool commands(const QByteArray &input);
+bool credentials(const QByteArray &input);
+bool entryList(const QByteArray &input);
+bool ioBuffer(const QByteArray &input);
+bool pluggables(const QByteArray &input);
+bool replies(const QByteArray &input);
+bool serverSession(const QByteArray &input);
+bool userFile(const QByteArray &input);
+
+} // namespace Fuzz
