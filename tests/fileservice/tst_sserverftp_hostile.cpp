@@ -35,6 +35,12 @@ bool makeLarge(const QString &path, qint64 size)
     return file.open(QIODevice::WriteOnly) && file.resize(size);
 }
 
+//! A search for files everywhere below the home folder.
+QByteArray search(const QString &filters)
+{
+    return command("gfls", text(u"") + text(filters) + text(u"") + u32(1), 0x00010100);
+}
+
 /*!
  * A disk that is full: no file of this process grows beyond the limit while it lives.
  */
@@ -277,6 +283,40 @@ private Q_SLOTS:
         QVERIFY(m_server->waitForEnd());
         QVERIFY(stopping.elapsed() < 2000);
         QCOMPARE(FileTree::below(m_server->home()), QStringList{u"large.bin"_s});
+    }
+
+    // Patterns that keep a search busy
+
+    // Only the list of them takes room.
+    void manyPatternsCostLittleMemory()
+    {
+        QVERIFY(FileTree::write(m_server->path(u"a.bin"_s), "12345"));
+        QVERIFY(login());
+        const TestShared::HeldMemoryPeak peak;
+        m_client->send(search(u"xyz;"_s.repeated(100000) + u"*.bin"_s));
+        QCOMPARE(m_client->read(4), ack());
+        QByteArray frame = m_client->read(4);
+        while (frame == QByteArray::fromHex("50A050A0"))
+            frame = m_client->read(4);
+        QCOMPARE(m_client->read(frame.toHex().toInt(nullptr, 16)),
+                 text(m_server->home()) + u32(1) + text(m_server->path(u"a.bin"_s)));
+        QCOMPARE(m_client->read(4), ack());
+        QVERIFY2(peak.growth() < 2 * kAllowedBytes, qPrintable(QString::number(peak.growth())));
+    }
+
+    void stopDoesNotWaitForPatterns()
+    {
+        QVERIFY(FileTree::write(m_server->path(QString(240, u'a') + u"bc"_s), ""));
+        m_server->host().timeoutMs = kShortTimeoutMs;
+        QVERIFY(login());
+        m_client->send(search(u"*a*a*a*a*ab;"_s.repeated(40000)));
+        QCOMPARE(m_client->read(4), ack());
+        QTest::qWait(100);
+        QElapsedTimer stopping;
+        stopping.start();
+        m_server->host().controller.interruptWorkers();
+        QVERIFY(m_server->waitForEnd());
+        QVERIFY(stopping.elapsed() < kShortTimeoutMs + 1000);
     }
 
     // A disk that takes no more

@@ -40,6 +40,7 @@
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtCore/QRegularExpression>
+#include <QtCore/QThread>
 
 #include <algorithm>
 
@@ -60,26 +61,45 @@ class NamePatterns
 {
 public:
     explicit NamePatterns(const QList<QString> &wildcards)
-        : m_fitsAll(wildcards.isEmpty())
+        : m_wildcards(wildcards)
     {
-        for (const QString &wildcard : wildcards) {
-            const auto pattern = QRegularExpression::fromWildcard(wildcard, Qt::CaseInsensitive);
-            // One that cannot be read fits nothing. Qt would warn of it at each name.
-            if (pattern.isValid())
-                m_patterns.append(pattern);
-        }
+        for (const QString &wildcard : wildcards.first(std::min(wildcards.size(), kKeptPatterns)))
+            m_kept.append(compiled(wildcard));
     }
 
+    //! False when the thread was asked to stop meanwhile: a pattern full of asterisks takes some
+    //! 20 ms for one name, and a command has room for a hundred thousand of them.
     bool fit(const QString &name) const
     {
-        return m_fitsAll ||
-               std::any_of(m_patterns.begin(), m_patterns.end(),
-                           [&](const auto &pattern) { return pattern.match(name).hasMatch(); });
+        if (m_wildcards.isEmpty())
+            return true;
+        for (qsizetype i = 0; i < m_wildcards.size(); ++i) {
+            if (QThread::currentThread()->isInterruptionRequested())
+                return false;
+            const QRegularExpression regular = pattern(i);
+            // One that cannot be read fits nothing. Qt would warn of it at each name.
+            if (regular.isValid() && regular.match(name).hasMatch())
+                return true;
+        }
+        return false;
     }
 
 private:
-    bool m_fitsAll;
-    QList<QRegularExpression> m_patterns;
+    // Each takes 2 KiB, half a gigabyte for all that a command has room for.
+    static constexpr qsizetype kKeptPatterns = 256;
+
+    static QRegularExpression compiled(const QString &wildcard)
+    {
+        return QRegularExpression::fromWildcard(wildcard, Qt::CaseInsensitive);
+    }
+
+    QRegularExpression pattern(qsizetype i) const
+    {
+        return i < m_kept.size() ? m_kept.at(i) : compiled(m_wildcards.at(i));
+    }
+
+    QList<QString> m_wildcards;
+    QList<QRegularExpression> m_kept;
 };
 
 } // namespace
