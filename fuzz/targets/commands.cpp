@@ -5,6 +5,7 @@
 #include "../inputforms.h"
 #include "../targets.h"
 
+#include <brixlib/fileservice/scommandfile.h>
 #include <brixlib/fileservice/sserverftp.h>
 #include <brixlib/protocol/scommand.h>
 #include <brixlib/protocol/scommandhelper.h>
@@ -52,6 +53,14 @@ std::unique_ptr<SCommand> cloned(const SCommand &command)
     return std::unique_ptr<SCommand>(static_cast<SCommand *>(command.clone()));
 }
 
+// An empty target travels as the base name that it stands for.
+void spellOutTarget(SCommand &command)
+{
+    auto *const file = dynamic_cast<SCommandFile *>(&command);
+    if (file && file->version() > Wire::version(1, 1, 0))
+        file->setTargetFileName(file->targetFileName());
+}
+
 // What was read can be written, and reads back as the same.
 void requireRoundTrip(const SCommand &command)
 {
@@ -80,6 +89,7 @@ bool commands(const QByteArray &input)
     if (!command)
         return false;
     require(command->version() == version, "a command is read at another version");
+    spellOutTarget(*command);
     requireRoundTrip(*command);
     return true;
 }

@@ -6,6 +6,7 @@
 #include <brixlib/fileservice/filereplies.h>
 
 #include <QtCore/QIODevice>
+#include <QtCore/QTimeZone>
 
 using namespace Talverine;
 
@@ -32,11 +33,17 @@ QByteArray written(const QList<SFileEntry> &entries, QDataStream::Version versio
     return bytes;
 }
 
+// Qt reads a time of a zone that does not exist as a valid one, and writes it as an invalid one.
+bool isInCalendar(const QDateTime &time)
+{
+    return time.isValid() && (time.timeSpec() != Qt::TimeZone || time.timeZone().isValid());
+}
+
 // A date that no calendar has may change, the other fields may not.
 void requireEqual(const SFileEntry &a, const SFileEntry &b)
 {
     require(a.fileName() == b.fileName() && a.size() == b.size() && a.flags() == b.flags() &&
-                (!a.lastModified().isValid() || a.lastModified() == b.lastModified()),
+                (!isInCalendar(a.lastModified()) || a.lastModified() == b.lastModified()),
             "an entry changes");
 }
 

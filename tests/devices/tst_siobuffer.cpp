@@ -342,6 +342,35 @@ private Q_SLOTS:
     }
 
     // The ring against a plain list of bytes.
+    void fullRingThatEndsElsewhereGivesItsBytesOnce_data()
+    {
+        QTest::addColumn<quint64>("start");
+        QTest::addColumn<quint64>("end");
+        QTest::newRow("end behind the start") << quint64(1) << quint64(3);
+        QTest::newRow("end before the start") << quint64(3) << quint64(1);
+    }
+    void fullRingThatEndsElsewhereGivesItsBytesOnce()
+    {
+        QFETCH(quint64, start);
+        QFETCH(quint64, end);
+        SIOBuffer buffer(4);
+        QCOMPARE(buffer.write("abcd"), quint64(4));
+        const QByteArray all = QByteArray("abcdabcd").mid(static_cast<qsizetype>(start), 4);
+        buffer.setStart(start);
+        buffer.setEnd(end);
+        buffer.setFull(true);
+        SIOBuffer dropping = buffer;
+
+        QCOMPARE(buffer.read(1), all.first(1));
+        QCOMPARE(buffer.bytesAvailable(), quint64(3));
+        QCOMPARE(buffer.read(quint64(-1)), all.sliced(1));
+        QVERIFY(buffer.isEmpty());
+
+        QCOMPARE(dropping.discart(3), quint64(3));
+        QCOMPARE(dropping.bytesAvailable(), quint64(1));
+        QCOMPARE(dropping.read(quint64(-1)), all.sliced(3));
+    }
+
     void behavesAsAQueue()
     {
         SeededRandom random;

@@ -116,6 +116,9 @@ quint64 SIOBuffer::discart(quint64 size)
     if (count == 0)
         return 0;
     wrapIndexes();
+    // A ring that is said to be full ends where it starts, whatever its end was set to.
+    if (m_full)
+        m_end = m_start;
     m_start += count;
     wrapIndexes();
     m_full = false;

@@ -106,7 +106,8 @@ public:
     [[nodiscard]] bool serialize(QDataStream &stream) const override;
 
 private:
-    // Bytes up to the edge; 0 also where an index has to be wrapped first.
+    // Bytes up to the edge; 0 also where an index has to be wrapped first, or the end of a full
+    // ring to be set.
     quint64 writableAtOnce() const
     {
         return !m_full && m_start <= m_end && m_end < size() ? size() - m_end : 0;
@@ -114,8 +115,8 @@ private:
     quint64 readableAtOnce() const
     {
         if (m_start < m_end)
-            return m_end <= size() ? m_end - m_start : 0;
-        return (m_full || m_end < m_start) && m_start < size() ? size() - m_start : 0;
+            return !m_full && m_end <= size() ? m_end - m_start : 0;
+        return m_full == (m_start == m_end) && m_start < size() ? size() - m_start : 0;
     }
     quint64 writeAround(const char *data, quint64 size);
     quint64 readAround(char *data, quint64 size);

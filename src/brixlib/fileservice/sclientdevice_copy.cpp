@@ -63,7 +63,8 @@ bool pump(QIODevice *target, QIODevice *source, Interfaces::IProgress *progress,
             if (progress->isAbortRequested())
                 return false;
         }
-        const qint64 count = source->read(buffer, bufferSize);
+        // A remote source that has just lost its server is not at its end.
+        const qint64 count = source->isOpen() ? source->read(buffer, bufferSize) : -1;
         // A source that claims more than it gives is never at its end.
         if (count == 0)
             break;

@@ -7,9 +7,10 @@ namespace Talverine {
 
 namespace {
 
+// No file has a zero in its name, and QFileInfo warns of such a one.
 qint64 localSize(const QString &fileName)
 {
-    return fileName.isEmpty() ? 0 : QFileInfo(fileName).size();
+    return fileName.isEmpty() || fileName.contains(QChar::Null) ? 0 : QFileInfo(fileName).size();
 }
 
 // Which fields a version of the form has, alike for reading and writing.
