@@ -171,6 +171,13 @@ private Q_SLOTS:
         }
     }
 
+    void otherLevelIsZlibsChoice()
+    {
+        const QByteArray data = Streams::text(30'000);
+        for (const int level : {-1000, -2, 10, 1000})
+            QCOMPARE(SZip::compress(data, level), block(data, -1));
+    }
+
     void blockOfNothing()
     {
         QCOMPARE(SZip::compress(QByteArray()).toHex(), "00000000"_ba);
@@ -418,6 +425,28 @@ private Q_SLOTS:
         QCOMPARE(source.readAll(), rest);
     }
 
+    void endOfAStreamIsNoDamage_data()
+    {
+        QTest::addColumn<ZipMode>("mode");
+        QTest::newRow("framed") << ZipMode::ZipFramed;
+        QTest::newRow("block") << ZipMode::ZipQtBlock;
+        QTest::newRow("bare") << ZipMode::ZipRawStream;
+    }
+
+    void endOfAStreamIsNoDamage()
+    {
+        QFETCH(ZipMode, mode);
+        SZip compressor(mode);
+        QBuffer source;
+        source.setData(Streams::encode(&compressor, "bytes"_ba));
+        QVERIFY(source.open(QIODevice::ReadOnly));
+        char data[5];
+        const Streams::Hush hush;
+        QCOMPARE(compressor.decompress(&source, data, 5, 0), 5);
+        QCOMPARE(compressor.decompress(&source, data, 5, 0), 0);
+        QCOMPARE(hush.count(), 0);
+    }
+
     void bareStreamNeedsTheExactSize_data()
     {
         QTest::addColumn<qint64>("maxSize");
@@ -488,12 +517,21 @@ private Q_SLOTS:
         QVERIFY(hush.count() > 0);
     }
 
-    void truncatedBareStreamGivesNothing()
+    void truncatedStreamWithoutFramesGivesNothing_data()
     {
-        const QByteArray stream = deflated(Streams::text(700), 6);
+        QTest::addColumn<ZipMode>("mode");
+        QTest::newRow("block") << ZipMode::ZipQtBlock;
+        QTest::newRow("bare") << ZipMode::ZipRawStream;
+    }
+
+    void truncatedStreamWithoutFramesGivesNothing()
+    {
+        QFETCH(ZipMode, mode);
+        SZip writer(6, mode);
+        const QByteArray stream = Streams::encode(&writer, Streams::text(700));
         const Streams::Hush hush;
         for (qsizetype size = 0; size < stream.size(); ++size) {
-            SZip compressor(ZipMode::ZipRawStream);
+            SZip compressor(mode);
             QCOMPARE(Streams::decode(&compressor, stream.first(size), 700).bytes, QByteArray());
         }
     }
@@ -646,6 +684,18 @@ private Q_SLOTS:
         QCOMPARE(Streams::decode(&reader, stream).bytes, data);
     }
 
+    void twoThreadsWriteWhatOneDoesOfTheSamePieces()
+    {
+        const Processors machine(2);
+        const QByteArray data = Streams::text(1'000'000);
+        SZip two(6);
+        two.setConcurrence(2);
+        SZip one(6);
+        const QByteArray halves = Streams::encode(&one, data.first(500'000)) +
+                                  Streams::encode(&one, data.sliced(500'000));
+        QCOMPARE(Streams::encode(&two, data), halves);
+    }
+
     // The device
 
     void deviceIsFramed_data()
@@ -672,6 +722,18 @@ private Q_SLOTS:
         QCOMPARE(reader.readAll(), data);
         reader.close();
         QVERIFY(file.isOpen());
+    }
+
+    void deviceReadsFewerBytesOfADamagedBlock()
+    {
+        QBuffer file;
+        file.setData(streamOf("one"_ba, 3) + framed(u32(3) + "no stream"));
+        SZipDevice reader(&file, false);
+        QVERIFY(reader.open(QIODevice::ReadOnly));
+        expectWarning();
+        QCOMPARE(reader.read(6), "one"_ba);
+        QCOMPARE(reader.readAll(), QByteArray());
+        QVERIFY(reader.atEnd());
     }
 
     void deviceHasLevel1()

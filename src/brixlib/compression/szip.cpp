@@ -158,6 +158,8 @@ bool SZip::readHeld(QIODevice *source, qint64 maxSize, qint64 compressedSize)
     if (m_mode == ZipMode::ZipFramed)
         return readFramedBlocks(source, compressedSize, decode, &m_held);
     const QByteArray block = readBareBlock(source, compressedSize);
+    if (block.isEmpty())
+        return true; // the end is no damage, which Qt would warn of
     hold(&m_held, m_mode == ZipMode::ZipQtBlock ? decode(block) : decompressStream(block, maxSize));
     return true;
 }

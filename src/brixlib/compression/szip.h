@@ -41,7 +41,7 @@ public:
 
     /*!
      * qCompress(): the block of \a data. Level 0 stores, 1 to 9 compress better and slower the
-     * higher they are, -1 is zlib's own choice. Empty when there is no memory.
+     * higher they are, any other is zlib's own choice. Empty when there is no memory.
      */
     static QByteArray compress(const QByteArray &data, int level = 1);
     /*!
@@ -53,13 +53,15 @@ public:
     //! With the same mode and level, and a concurrence of 1.
     SZip *clone() const override;
     quint64 id() const override;
-    //! Writes one block, or with a concurrence above 1 one for each thread, of at least 16 KiB.
-    //! Nothing for no data. Fails when a block would have 2 GiB or more.
+    //! Writes one block, or with a concurrence above 1 one for each thread, of at least 16 KiB, and
+    //! one for what is left over. Nothing for no data. Fails when a block would be of 2 GiB or
+    //! more.
     qint64 compress(const char *data, qint64 size, QIODevice *target) override;
     /*!
      * Gives fewer bytes where a block is damaged. Framed, it reads one block when it holds nothing,
-     * or all of \a compressedSize, and fails when they are not so long. Of a bare stream, \a
-     * maxSize has to be the exact count of plain bytes: a smaller one gives nothing.
+     * or all of \a compressedSize, and fails when they are not so long; else the block is all that
+     * there is, or \a compressedSize bytes. Of a bare stream, \a maxSize has to be the exact count
+     * of plain bytes: a smaller one gives nothing.
      */
     qint64 decompress(QIODevice *source, char *data, qint64 maxSize,
                       qint64 compressedSize) override;
