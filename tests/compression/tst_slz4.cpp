@@ -9,11 +9,14 @@
 #include <shared/seededrandom.h>
 
 #include <QtConcurrent/QtConcurrentRun>
+#include <QtCore/QSemaphore>
 
 #include <lz4.h>
 #include <lz4hc.h>
 
+#include <functional>
 #include <limits>
+#include <utility>
 
 #ifdef Q_OS_UNIX
 #include <sys/mman.h>
@@ -62,6 +65,56 @@ QByteArray streamOf(const QByteArray &data, qsizetype piece, int level = 1)
         stream += framed(SLz4::compress(data.mid(at, piece), level));
     return stream;
 }
+
+//! Keeps the global thread pool from working, until finish() or the end.
+class BusyPool
+{
+public:
+    BusyPool()
+    {
+        m_pool->setMaxThreadCount(1);
+        m_pool->start([this] { m_end.acquire(); });
+    }
+    ~BusyPool()
+    {
+        finish();
+        m_pool->setMaxThreadCount(m_threads);
+    }
+    Q_DISABLE_COPY_MOVE(BusyPool)
+
+    //! Lets the pool work off what it was given; false when that does not end.
+    bool finish()
+    {
+        m_end.release();
+        return m_pool->waitForDone(30'000);
+    }
+
+private:
+    QThreadPool *m_pool = QThreadPool::globalInstance();
+    int m_threads = m_pool->maxThreadCount();
+    QSemaphore m_end;
+};
+
+//! Does something else before it takes its first bytes.
+class FirstWrite : public RecordingDevice
+{
+public:
+    explicit FirstWrite(std::function<void()> action)
+        : m_action(std::move(action))
+    {
+    }
+
+protected:
+    qint64 writeData(const char *data, qint64 size) override
+    {
+        if (const auto action = std::exchange(m_action, nullptr))
+            action();
+        return RecordingDevice::writeData(data, size);
+    }
+
+private:
+    std::function<void()> m_action;
+};
 
 } // namespace
 
@@ -209,6 +262,7 @@ private Q_SLOTS:
         QTest::newRow("a size of 0 alone") << u32(0);
         QTest::newRow("a size of 1 alone") << u32(1);
         QTest::newRow("a size of 0") << u32(0) + body;
+        QTest::newRow("a size of 1") << u32(1) + body;
         QTest::newRow("a size one too small") << u32(999) + body;
         QTest::newRow("a size larger than the data") << u32(1001) + body;
         QTest::newRow("the largest size that the block can claim")
@@ -226,6 +280,26 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, block);
         QVERIFY(SLz4::decompress(block).isEmpty());
+    }
+
+    void matchWithItselfTellsNothingOfTheMemory_data()
+    {
+        QTest::addColumn<int>("size");
+        for (const int size : {25, 300, 5000})
+            QTest::addRow("%d bytes", size) << size;
+    }
+
+    void matchWithItselfTellsNothingOfTheMemory()
+    {
+        // "x", a match at the distance 0 of all that is left but five, and five literals.
+        QFETCH(int, size);
+        const int more = size - 6 - 19;
+        const QByteArray block = u32(static_cast<quint32>(size)) + QByteArray::fromHex("1f780000") +
+                                 QByteArray(more / 255, '\xFF') + static_cast<char>(more % 255) +
+                                 QByteArray::fromHex("507979797979");
+        QByteArray data = SLz4::decompress(block);
+        data.replace('\0', "").replace('x', "").replace('y', "");
+        QCOMPARE(data, QByteArray());
     }
 
     void blockYields255TimesItsLengthAtMost()
@@ -428,6 +502,23 @@ private Q_SLOTS:
         }
     }
 
+    void heldBlocksGoOutAcrossTheirBorders()
+    {
+        const QByteArray stream = streamOf("onetwosix"_ba, 3);
+        QBuffer source;
+        source.setData(stream + "more");
+        QVERIFY(source.open(QIODevice::ReadOnly));
+        SLz4 compressor;
+        char data[9];
+        QCOMPARE(compressor.decompress(&source, data, 4, stream.size()), 4);
+        QCOMPARE(compressor.bytesAvailable(), 5);
+        // What is held goes first, whatever is asked of the source.
+        QCOMPARE(compressor.decompress(&source, data + 4, 4, 1), 4);
+        QCOMPARE(compressor.decompress(&source, data + 8, 4, 1), 1);
+        QCOMPARE(QByteArray(data, 9), "onetwosix"_ba);
+        QCOMPARE(source.readAll(), "more"_ba);
+    }
+
     void damagedBlockYieldsNothingAndTheNextComes()
     {
         QByteArray damaged = SLz4::compress("bad"_ba);
@@ -496,6 +587,17 @@ private Q_SLOTS:
         QCOMPARE(Streams::decode(&compressor, stream, 4096, stream.size() + 1).bytes.size(), 1000);
     }
 
+    void rawBlockOfANegativeSizeTakesNothing()
+    {
+        QBuffer source;
+        source.setData(SLz4::compress("bytes"_ba));
+        QVERIFY(source.open(QIODevice::ReadOnly));
+        SLz4 compressor(Lz4Mode::Lz4Raw);
+        char data[10];
+        QCOMPARE(compressor.decompress(&source, data, 10, -1), 0);
+        QCOMPARE(source.pos(), 0);
+    }
+
     // Damage
 
     void truncatedStreamGivesFewerBytes_data()
@@ -528,12 +630,22 @@ private Q_SLOTS:
             QCOMPARE(Streams::decode(&compressor, stream.first(size)).bytes, QByteArray());
     }
 
+    void flippedBitGivesNoMoreThanABlockCan_data()
+    {
+        QTest::addColumn<Lz4Mode>("mode");
+        QTest::newRow("framed") << Lz4Mode::Lz4Framed;
+        QTest::newRow("raw") << Lz4Mode::Lz4Raw;
+    }
+
     void flippedBitGivesNoMoreThanABlockCan()
     {
-        const QByteArray stream = streamOf(Streams::text(200), 100);
+        QFETCH(Lz4Mode, mode);
+        const QByteArray data = Streams::text(200);
+        const QByteArray stream =
+            mode == Lz4Mode::Lz4Framed ? streamOf(data, 100) : SLz4::compress(data);
         const TestShared::HeldMemoryPeak held;
         for (const QByteArray &damaged : Streams::withOneBitFlipped(stream)) {
-            SLz4 compressor;
+            SLz4 compressor(mode);
             const Streams::Decoded decoded = Streams::decode(&compressor, damaged);
             QCOMPARE(decoded.last, 0);
             QVERIFY(decoded.bytes.size() <= 255 * damaged.size());
@@ -700,6 +812,18 @@ private Q_SLOTS:
         QCOMPARE(Streams::decode(&reader, stream).bytes, data);
     }
 
+    void twoThreadsWriteWhatOneDoesOfTheSamePieces()
+    {
+        const Processors machine(2);
+        const QByteArray data = Streams::text(1'000'000);
+        SLz4 two(9);
+        two.setConcurrence(2);
+        SLz4 one(9);
+        const QByteArray halves = Streams::encode(&one, data.first(500'000)) +
+                                  Streams::encode(&one, data.sliced(500'000));
+        QCOMPARE(Streams::encode(&two, data), halves);
+    }
+
     void levelHoldsInEachThread()
     {
         const Processors machine(8);
@@ -746,6 +870,59 @@ private Q_SLOTS:
         QCOMPARE(stream.result(), streamOf(data, 25'000));
         pool->setMaxThreadCount(before);
     }
+
+    void piecesAreViewsOfTheData()
+    {
+        // The pool has no time, so that the last piece is encoded after the first is written.
+        const Processors machine(8);
+        const BusyPool pool;
+        QByteArray data = Streams::text(65'536);
+        FirstWrite target([&data] { data.replace(49'152, 16'384, QByteArray(16'384, 'x')); });
+        QVERIFY(target.open(QIODevice::WriteOnly));
+        SLz4 compressor;
+        compressor.setConcurrence(4);
+        QCOMPARE(compressor.compress(data.constData(), data.size(), &target), data.size());
+        QVERIFY(data.endsWith("xxx"));
+        QCOMPARE(target.bytes, streamOf(data, 16'384));
+    }
+
+    void allPiecesStartBeforeAResultIsRead()
+    {
+        // The pool gets time when the first block is written, and has no work left afterwards.
+        const Processors machine(8);
+        BusyPool pool;
+        QByteArray data = Streams::text(65'536);
+        const QByteArray expected = streamOf(data, 16'384);
+        FirstWrite target([&] {
+            QVERIFY(pool.finish());
+            data.fill('x');
+        });
+        QVERIFY(target.open(QIODevice::WriteOnly));
+        SLz4 compressor;
+        compressor.setConcurrence(4);
+        QCOMPARE(compressor.compress(data.constData(), data.size(), &target), data.size());
+        QCOMPARE(target.bytes, expected);
+    }
+
+#ifdef Q_OS_UNIX
+    void noPieceIsReadAfterAFailedCall()
+    {
+        constexpr qsizetype size = 65'536;
+        const Processors machine(8);
+        void *zeros = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        QVERIFY(zeros != MAP_FAILED);
+        BusyPool pool;
+        RecordingDevice target;
+        target.failsToWrite = true;
+        QVERIFY(target.open(QIODevice::WriteOnly));
+        SLz4 compressor;
+        compressor.setConcurrence(4);
+        QCOMPARE(compressor.compress(static_cast<const char *>(zeros), size, &target), -1);
+        // A piece that waited in the pool would now be read where there is nothing.
+        ::munmap(zeros, size);
+        QVERIFY(pool.finish());
+    }
+#endif
 
     void severalCompressorsAtOnce()
     {
@@ -795,6 +972,19 @@ private Q_SLOTS:
         QCOMPARE(reader.readAll(), data);
         reader.close();
         QVERIFY(file.isOpen());
+    }
+
+    void deviceReadsFewerBytesOfADamagedBlock()
+    {
+        QByteArray damaged = SLz4::compress("bad"_ba);
+        damaged[3] = 4; // a plain size larger than the data
+        QBuffer file;
+        file.setData(streamOf("one"_ba, 3) + framed(damaged));
+        SLz4Device reader(&file, false);
+        QVERIFY(reader.open(QIODevice::ReadOnly));
+        QCOMPARE(reader.read(6), "one"_ba);
+        QCOMPARE(reader.readAll(), QByteArray());
+        QVERIFY(reader.atEnd());
     }
 
     void deviceHasLevel1()

@@ -87,7 +87,7 @@ QByteArray readClaimed(QIODevice *source, qint64 size)
 
 QByteArray readBareBlock(QIODevice *source, qint64 compressedSize)
 {
-    return readClaimed(source, compressedSize > 0 ? compressedSize : kAllBytes);
+    return readClaimed(source, compressedSize == 0 ? kAllBytes : compressedSize);
 }
 
 QByteArray uninitialized(qint64 size)

@@ -38,9 +38,9 @@ QByteArray uninitialized(qint64 size);
 [[nodiscard]] bool writeFramedBlock(QIODevice *target, const QByteArray &block);
 
 /*!
- * Cuts \a data in as many pieces as \a concurrence says, none but the last below 16 KiB, encodes
- * each on the global thread pool, and writes the blocks in the order of the pieces. No data makes
- * one block of an empty piece.
+ * Cuts \a data in as many pieces as \a concurrence says, none below 16 KiB, and one more of what is
+ * left over; encodes each on the global thread pool, and writes the blocks in the order of the
+ * pieces. No data makes one block of an empty piece.
  *
  * \a encode is called from several threads at once, on views of \a data; all calls have returned
  * before this one does. False when a block can't be made or written; none is written after it.

@@ -40,8 +40,8 @@ public:
 
     /*!
      * The block of \a data, which may be empty. A \a level of 1 to 12 compresses better and slower
-     * the higher it is; a lower one is the fastest. Empty when \a data is larger than LZ4 takes,
-     * 2,113,929,216 bytes, or when there is no memory.
+     * the higher it is, and a higher one is 12; a lower one is the fastest. Empty when \a data is
+     * larger than LZ4 takes, 2,113,929,216 bytes, or when there is no memory.
      */
     static QByteArray compress(const QByteArray &data, int level = 1);
     //! The plain bytes of a block. Empty when it is damaged, or when there is no memory.
@@ -51,12 +51,16 @@ public:
     SLz4 *clone() const override;
     quint64 id() const override;
     /*!
-     * Writes one block, or with a concurrence above 1 one for each thread, of at least 16 KiB. No
-     * data makes a block, too, at which a reader ends unless it reads on.
+     * Writes one block, or with a concurrence above 1 one for each thread, of at least 16 KiB, and
+     * one for what is left over. No data makes a block, too, at which a reader ends unless it reads
+     * on. Fails when a block would be of more bytes than LZ4 takes.
      */
     qint64 compress(const char *data, qint64 size, QIODevice *target) override;
-    //! Gives fewer bytes where a block is damaged. Framed, it reads one block when it holds
-    //! nothing, or all of \a compressedSize, and fails when they are not so long.
+    /*!
+     * Gives fewer bytes where a block is damaged. Framed, it reads one block when it holds nothing,
+     * or all of \a compressedSize, and fails when they are not so long; raw, the block is all that
+     * there is, or \a compressedSize bytes.
+     */
     qint64 decompress(QIODevice *source, char *data, qint64 maxSize,
                       qint64 compressedSize) override;
     //! Forgets what is held; always true.
