@@ -11,6 +11,8 @@
 #include <QtCore/QSignalBlocker>
 #include <QtCore/QUrl>
 
+#include <limits>
+
 // What goes over the wire stands in sclientdevice_session.cpp, copying in sclientdevice_copy.cpp.
 namespace Talverine {
 
@@ -223,8 +225,12 @@ bool SClientDevice::seek(qint64 position)
 qint64 SClientDevice::bytesAvailable() const
 {
     const auto &socket = m_session->socket;
-    return static_cast<qint64>(m_session->readBuffer.bytesAvailable()) +
-           (socket ? socket->bytesAvailable() : 0) + QIODevice::bytesAvailable();
+    const qint64 here = static_cast<qint64>(m_session->readBuffer.bytesAvailable()) +
+                        (socket ? socket->bytesAvailable() : 0);
+    // The size is the server's word, up to the largest number there is.
+    const qint64 there = QIODevice::bytesAvailable();
+    return there < std::numeric_limits<qint64>::max() - here ? here + there
+                                                             : std::numeric_limits<qint64>::max();
 }
 
 qint64 SClientDevice::bytesToWrite() const
