@@ -3,6 +3,10 @@
 
     containers.py read FILE            the plain bytes go to stdout
     containers.py write NAME FILE      a compressed file of FILE goes to stdout
+    containers.py decode NAME FILE     the plain bytes of a block without frame go to stdout
+    containers.py encode NAME FILE     a block of FILE, packed as well as can be, goes to stdout
+
+A NAME is lz4 or zip, for a compressed file also uncompressed, for a block also stream: zlib's alone.
 """
 import hashlib
 import struct
@@ -18,6 +22,11 @@ def encode_lz4(data):
     return struct.pack(">I", len(data)) + lz4.block.compress(data, store_size=False)
 
 
+def encode_best_lz4(data):
+    block = lz4.block.compress(data, mode="high_compression", compression=12, store_size=False)
+    return struct.pack(">I", len(data)) + block
+
+
 def decode_lz4(block):
     (size,) = struct.unpack_from(">I", block)
     return lz4.block.decompress(block[4:], uncompressed_size=size)
@@ -27,6 +36,10 @@ def encode_zip(data):
     return struct.pack(">I", len(data)) + zlib.compress(data, 1)
 
 
+def encode_best_zip(data):
+    return struct.pack(">I", len(data)) + zlib.compress(data, 9)
+
+
 def decode_zip(block):
     (size,) = struct.unpack_from(">I", block)
     data = zlib.decompress(block[4:])
@@ -34,7 +47,16 @@ def decode_zip(block):
     return data
 
 
+def encode_best_stream(data):
+    return zlib.compress(data, 9)
+
+
 CODECS = {"lz4": (encode_lz4, decode_lz4), "zip": (encode_zip, decode_zip)}
+BLOCKS = {
+    "lz4": (encode_best_lz4, decode_lz4),
+    "zip": (encode_best_zip, decode_zip),
+    "stream": (encode_best_stream, zlib.decompress),
+}
 
 
 def name_hash(name):
@@ -78,8 +100,15 @@ def content(path):
         return file.read()
 
 
+def answer(command, *arguments):
+    data = content(arguments[-1])
+    if command == "read":
+        return read(data)
+    if command == "write":
+        return write(arguments[0], data)
+    encode, decode = BLOCKS[arguments[0]]
+    return encode(data) if command == "encode" else decode(data)
+
+
 if __name__ == "__main__":
-    if sys.argv[1] == "read":
-        sys.stdout.buffer.write(read(content(sys.argv[2])))
-    else:
-        sys.stdout.buffer.write(write(sys.argv[2], content(sys.argv[3])))
+    sys.stdout.buffer.write(answer(*sys.argv[1:]))

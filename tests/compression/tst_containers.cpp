@@ -33,6 +33,15 @@ std::unique_ptr<ICompressor> compressorOf(const QString &name)
     return std::make_unique<SNullCompressor>();
 }
 
+//! Of blocks without frames.
+std::unique_ptr<ICompressor> blockCompressorOf(const QString &name, int level)
+{
+    if (name == u"lz4")
+        return std::make_unique<SLz4>(level, Lz4Mode::Lz4Raw);
+    return std::make_unique<SZip>(level,
+                                  name == u"zip" ? ZipMode::ZipQtBlock : ZipMode::ZipRawStream);
+}
+
 } // namespace
 
 class tst_Containers : public QObject
@@ -98,6 +107,32 @@ private Q_SLOTS:
         QVERIFY2(SCompressorDevice::decompress(&source, &target, compressorOf(name).release()),
                  source.data().first(qMin<qsizetype>(source.data().size(), 200)).constData());
         QVERIFY(target.data() == data);
+    }
+
+    void blocksWithoutFramesAreReadBothWays_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QByteArray>("data");
+        const QByteArray disorder = SeededRandom().bytes(200'000);
+        for (const QString &name : {u"lz4"_s, u"zip"_s, u"stream"_s}) {
+            QTest::addRow("%s, a byte", qPrintable(name)) << name << "x"_ba;
+            QTest::addRow("%s, text", qPrintable(name)) << name << Streams::text(300'000);
+            QTest::addRow("%s, disorder", qPrintable(name)) << name << disorder;
+        }
+    }
+
+    void blocksWithoutFramesAreReadBothWays()
+    {
+        QFETCH(QString, name);
+        QFETCH(QByteArray, data);
+        for (const int level : {0, 1, 9}) {
+            const QByteArray block = Streams::encode(blockCompressorOf(name, level).get(), data);
+            QVERIFY(!block.isEmpty());
+            QVERIFY(runPeer({u"decode"_s, name, store(block)}) == data);
+        }
+        const QByteArray block = runPeer({u"encode"_s, name, store(data)});
+        QVERIFY(Streams::decode(blockCompressorOf(name, 1).get(), block, data.size()).bytes ==
+                data);
     }
 
     void peerNoticesDamage()
