@@ -34,6 +34,8 @@ const QList<const QMetaObject *> &leaves()
         &SPluggableString::staticMetaObject,
         &SPluggableStringList::staticMetaObject,
         &Compression::SLz4Device::staticMetaObject,
+        &Compression::SPackBitsDevice::staticMetaObject,
+        &Compression::STiffLZWDevice::staticMetaObject,
         &Compression::SZipDevice::staticMetaObject,
         &SProgress::staticMetaObject,
         &SServerController::staticMetaObject,

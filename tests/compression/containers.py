@@ -51,7 +51,33 @@ def encode_best_stream(data):
     return zlib.compress(data, 9)
 
 
-CODECS = {"lz4": (encode_lz4, decode_lz4), "zip": (encode_zip, decode_zip)}
+def encode_packbits(data):
+    # As simple as can be: all bytes as they are.
+    packets = b""
+    for at in range(0, len(data), 128):
+        literal = data[at:at + 128]
+        packets += bytes([len(literal) - 1]) + literal
+    return packets
+
+
+def decode_packbits(block):
+    data = b""
+    at = 0
+    while at < len(block):
+        n = block[at]
+        stored = n + 1 if n < 128 else 0 if n == 128 else 1
+        content = block[at + 1:at + 1 + stored]
+        assert len(content) == stored, "a packet is cut"
+        data += content if n < 128 else content * (257 - n)
+        at += 1 + stored
+    return data
+
+
+CODECS = {
+    "lz4": (encode_lz4, decode_lz4),
+    "zip": (encode_zip, decode_zip),
+    "packbits": (encode_packbits, decode_packbits),
+}
 BLOCKS = {
     "lz4": (encode_best_lz4, decode_lz4),
     "zip": (encode_best_zip, decode_zip),

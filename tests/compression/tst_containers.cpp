@@ -30,6 +30,8 @@ std::unique_ptr<ICompressor> compressorOf(const QString &name)
         return std::make_unique<SLz4>();
     if (name == u"zip")
         return std::make_unique<SZip>();
+    if (name == u"packbits")
+        return std::make_unique<SPackBits>(PackBitsMode::PackBitsFramed);
     return std::make_unique<SNullCompressor>();
 }
 
@@ -65,7 +67,7 @@ private:
         QTest::addColumn<QByteArray>("data");
         SeededRandom random;
         const QByteArray disorder = random.bytes(400'000);
-        for (const QString &name : {u"lz4"_s, u"zip"_s, u"uncompressed"_s}) {
+        for (const QString &name : {u"lz4"_s, u"zip"_s, u"packbits"_s, u"uncompressed"_s}) {
             QTest::addRow("%s, nothing", qPrintable(name)) << name << QByteArray();
             QTest::addRow("%s, a byte", qPrintable(name)) << name << "x"_ba;
             QTest::addRow("%s, one block", qPrintable(name)) << name << Streams::text(131'072);

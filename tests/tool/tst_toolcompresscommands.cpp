@@ -112,7 +112,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("algorithm");
         QTest::addColumn<QByteArray>("content");
-        for (const QString &algorithm : {u"lz4"_s, u"zip"_s, u"none"_s}) {
+        for (const QString &algorithm : {u"lz4"_s, u"zip"_s, u"packbits"_s, u"lzw"_s, u"none"_s}) {
             QTest::addRow("%s, nothing", qPrintable(algorithm)) << algorithm << QByteArray();
             QTest::addRow("%s, a byte", qPrintable(algorithm)) << algorithm << "x"_ba;
             QTest::addRow("%s, a piece", qPrintable(algorithm)) << algorithm << text(131'072);
@@ -153,22 +153,33 @@ private Q_SLOTS:
         QVERIFY(read(u"zip"_s) == container(content, new SZip(9)));
         QCOMPARE(compress({u"--level"_s, u"0"_s, u"file"_s, u"fast"_s}).exitCode, 0);
         QVERIFY(read(u"fast"_s) == container(content, new SLz4(0)));
+        QCOMPARE(compress({u"--algorithm"_s, u"packbits"_s, u"file"_s, u"packbits"_s}).exitCode, 0);
+        QVERIFY(read(u"packbits"_s) ==
+                container(content, new SPackBits(PackBitsMode::PackBitsFramed)));
+        QCOMPARE(compress({u"--algorithm"_s, u"lzw"_s, u"file"_s, u"lzw"_s}).exitCode, 0);
+        QVERIFY(read(u"lzw"_s) == container(content, new STiffLZW));
     }
 
     void severalThreadsCompress_data()
     {
+        QTest::addColumn<QString>("algorithm");
         QTest::addColumn<QString>("threads");
-        QTest::newRow("half of all") << u"0"_s;
-        QTest::newRow("two") << u"2"_s;
-        QTest::newRow("more than there are") << u"1000"_s;
+        QTest::newRow("half of all") << u"lz4"_s << u"0"_s;
+        QTest::newRow("two") << u"lz4"_s << u"2"_s;
+        QTest::newRow("more than there are") << u"lz4"_s << u"1000"_s;
+        QTest::newRow("two, packbits") << u"packbits"_s << u"2"_s;
+        QTest::newRow("two where one has to do") << u"lzw"_s << u"2"_s;
     }
 
     void severalThreadsCompress()
     {
+        QFETCH(QString, algorithm);
         QFETCH(QString, threads);
         const QByteArray content = text(1'500'000);
         write(u"file"_s, content);
-        QCOMPARE(compress({u"--threads"_s, threads, u"file"_s}).exitCode, 0);
+        QCOMPARE(
+            compress({u"--algorithm"_s, algorithm, u"--threads"_s, threads, u"file"_s}).exitCode,
+            0);
         QCOMPARE(decompress({u"file.brixz"_s, u"back"_s}).exitCode, 0);
         QVERIFY(read(u"back"_s) == content);
     }
@@ -219,6 +230,8 @@ private Q_SLOTS:
         QVERIFY(read(u"raw"_s) == lz4(content).sliced(24));
         const auto result = compress({u"--raw"_s, u"--algorithm"_s, u"zip"_s, u"file"_s, u"-"_s});
         QVERIFY(result.out == container(content, new SZip).sliced(24));
+        QVERIFY(compress({u"--raw"_s, u"--algorithm"_s, u"lzw"_s, u"file"_s, u"-"_s}).out ==
+                container(content, new STiffLZW).sliced(24));
         m_tool.input = content;
         QVERIFY(compress({u"--raw"_s, u"-"_s}).out == lz4(content).sliced(24));
         QCOMPARE(
@@ -300,6 +313,22 @@ private Q_SLOTS:
                                     "blocks      0\n"_ba
                                  << R"({"algorithm":"lz4","blocks":0,"compressed":24,)"
                                     R"("crc":"00000000","plain":0,"whole":true})"_ba;
+        QTest::newRow("packbits")
+            << container("123456789", new SPackBits(PackBitsMode::PackBitsFramed))
+            << "algorithm   packbits\n"
+               "crc         cbf43926\n"
+               "plain       9\n"
+               "compressed  38\n"
+               "blocks      1\n"_ba
+            << R"({"algorithm":"packbits","blocks":1,"compressed":38,"crc":"cbf43926",)"
+               R"("plain":9,"whole":true})"_ba;
+        QTest::newRow("lzw") << container("123456789", new STiffLZW)
+                             << "algorithm   lzw\n"
+                                "crc         cbf43926\n"
+                                "plain       9\n"
+                                "compressed  37\n"_ba
+                             << R"({"algorithm":"lzw","compressed":37,"crc":"cbf43926",)"
+                                R"("plain":9,"whole":true})"_ba;
         QTest::newRow("none") << container("123456789", new SNullCompressor)
                               << "algorithm   none\n"
                                  "crc         cbf43926\n"
@@ -395,6 +424,12 @@ private Q_SLOTS:
         row("a level where there is none",
             {u"compress"_s, u"--algorithm"_s, u"none"_s, u"--level"_s, u"1"_s, u"file"_s},
             "none has no levels");
+        row("a level of packbits",
+            {u"compress"_s, u"--algorithm"_s, u"packbits"_s, u"--level"_s, u"1"_s, u"file"_s},
+            "packbits has no levels");
+        row("a level of lzw",
+            {u"compress"_s, u"--algorithm"_s, u"lzw"_s, u"--level"_s, u"1"_s, u"file"_s},
+            "lzw has no levels");
         row("negative threads", {u"compress"_s, u"--threads=-1"_s, u"file"_s}, "threads");
         row("a raw stream without a place", {u"compress"_s, u"--raw"_s, u"file"_s},
             "say where the stream goes");
@@ -500,10 +535,28 @@ private Q_SLOTS:
         QCOMPARE(files(), (QStringList{u"out"_s, u"packed"_s}));
     }
 
-    void damagedZipIsToldInOneLine()
+    void otherDamageIsToldInOneLine_data()
     {
-        QByteArray packed = container(text(400'000), new SZip);
-        packed[1000] = static_cast<char>(packed.at(1000) ^ 0x55);
+        QTest::addColumn<QByteArray>("packed");
+        const auto row = [](const char *name, Interfaces::ICompressor *compressor) {
+            const QByteArray whole = container(text(400'000), compressor);
+            QByteArray wrongByte = whole;
+            wrongByte[1000] = static_cast<char>(wrongByte.at(1000) ^ 0x55);
+            QTest::addRow("%s, wrong byte", name) << wrongByte;
+            QTest::addRow("%s, half", name) << whole.first(whole.size() / 2);
+            QTest::addRow("%s, a stream missing", name) << whole.first(24);
+        };
+        row("zip", new SZip);
+        row("packbits", new SPackBits(PackBitsMode::PackBitsFramed));
+        row("lzw", new STiffLZW);
+        // Codes without one that clears the table fill it up.
+        QTest::newRow("lzw, a full table")
+            << container("content", new STiffLZW).first(24) + QByteArray(10'000, 'x');
+    }
+
+    void otherDamageIsToldInOneLine()
+    {
+        QFETCH(QByteArray, packed);
         write(u"packed"_s, packed);
         const auto result = decompress({u"packed"_s, u"out"_s});
         QCOMPARE(result.exitCode, 1);

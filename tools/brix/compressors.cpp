@@ -3,6 +3,8 @@
 
 #include <brixlib/compression/slz4.h>
 #include <brixlib/compression/snullcompressor.h>
+#include <brixlib/compression/spackbits.h>
+#include <brixlib/compression/stifflzw.h>
 #include <brixlib/compression/szip.h>
 
 #include <QtCore/QCryptographicHash>
@@ -24,6 +26,12 @@ const QList<Algorithm> &algorithms()
          [](int level) -> std::unique_ptr<ICompressor> { return std::make_unique<SLz4>(level); }},
         {u"zip"_s, true, 0, 9,
          [](int level) -> std::unique_ptr<ICompressor> { return std::make_unique<SZip>(level); }},
+        {u"packbits"_s, true, 0, 0,
+         [](int) -> std::unique_ptr<ICompressor> {
+             return std::make_unique<SPackBits>(PackBitsMode::PackBitsFramed);
+         }},
+        {u"lzw"_s, false, 0, 0,
+         [](int) -> std::unique_ptr<ICompressor> { return std::make_unique<STiffLZW>(); }},
         {u"none"_s, false, 0, 0,
          [](int) -> std::unique_ptr<ICompressor> { return std::make_unique<SNullCompressor>(); }},
     };

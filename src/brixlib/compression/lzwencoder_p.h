@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <brixlib/compression/lzwcodes_p.h>
+#include <brixlib/compression/lzwcodewriter_p.h>
+
+#include <array>
+
+namespace Talverine::Compression {
+
+/*!
+ * Writes LZW streams of TIFF 6.0, one after the other.
+ *
+ * How the bytes of a stream are spread over the calls of add() does not show in it. The object is
+ * some 200 KiB large.
+ */
+class LzwEncoder final
+{
+public:
+    //! Starts a stream; one that has not been ended is forgotten.
+    void begin();
+    //! False when \a device did not take something; what follows it in \a data is not encoded.
+    [[nodiscard]] bool add(QIODevice *device, const char *data, qint64 size);
+    //! Whether the stream has got a byte yet, without which it can't be ended.
+    bool isEmpty() const { return m_isEmpty; }
+    //! Writes what is left of the stream, and its end.
+    [[nodiscard]] bool end(QIODevice *device);
+
+private:
+    // The string matched so far.
+    struct Match
+    {
+        quint32 code;
+        quint32 hash;
+    };
+
+    static constexpr int kSlotBits = 14;
+    static constexpr quint32 kSlots = 1U << kSlotBits;
+    // The decoder's table is one string behind; it is cleared before that one could fill it up.
+    static constexpr quint32 kClearAt = kLzwTableSize - 3;
+
+    static Match oneByte(uchar byte);
+    static quint32 extendedHash(quint32 hash, uchar byte);
+
+    void initWriteDictionary();
+    quint32 *findSlot(quint32 key, quint32 hash);
+    bool writeString(QIODevice *device, quint32 code);
+
+    // Codes of the strings of two bytes, 0 for those not in the table: most searches end here.
+    std::array<quint16, 256 * 256> m_pairs;
+    // The longer strings: the code of all but the last byte, that byte, and the string's own code,
+    // from the highest bit on; 0 is an empty slot. Four times as many slots as there can be strings
+    // keep those apart that hash alike.
+    std::array<quint32, kSlots> m_slots;
+    Match m_match{};
+    bool m_isEmpty = true;
+    quint32 m_nextCode = kLzwFirstCode;
+    int m_width = kLzwNarrowest;
+    LzwCodeWriter m_writer;
+};
+
+} // namespace Talverine::Compression
