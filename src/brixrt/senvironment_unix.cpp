@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: MIT
+#include <brixrt/senvironment_p.h>
+
+#include <QtCore/QStandardPaths>
+
+namespace Talverine {
+
+QString systemColorFolder()
+{
+    return QStandardPaths::locate(QStandardPaths::GenericDataLocation, QStringLiteral("color/icc"),
+                                  QStandardPaths::LocateDirectory);
+}
+
+} // namespace Talverine
