@@ -28,6 +28,7 @@ const QList<const QMetaObject *> &leaves()
         &SClientFtpRequester::staticMetaObject,
         &SCommandQueue::staticMetaObject,
         &SEndiannessDevice::staticMetaObject,
+        &Interfaces::ISDatabase::staticMetaObject,
         &SGenericQueue::staticMetaObject,
         &SPluggableServerVersion::staticMetaObject,
         &SPluggableJson::staticMetaObject,

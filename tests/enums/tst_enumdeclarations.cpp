@@ -160,6 +160,10 @@ QMap<QString, QList<QString>> compiledTables()
     addTable<Compression::CompressionAlgorithm_T>(&tables);
     addTable<ConcurrenceMode_T>(&tables);
     addTable<CpuFeatureFlags_T>(&tables);
+    addTable<DatabaseSpecialRecordField_T>(&tables);
+    addTable<DBAuthGrants_T>(&tables);
+    addTable<DBError_T>(&tables);
+    addTable<DBRecordSpecialField_T>(&tables);
     addTable<MetadataFlags_T>(&tables);
     addTable<OperatingSystemType_T>(&tables);
     addTable<PasswordType_T>(&tables);

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+#include <brixlib/database/signaturechain_p.h>
+
+namespace Talverine {
+
+QByteArrayView LowBytes::of(QStringView text)
+{
+    // A shorter text leaves the buffer as long as it is, so that it isn't filled again.
+    if (m_buffer.size() < text.size())
+        m_buffer.resize(text.size());
+    char *bytes = m_buffer.data();
+    const char16_t *units = text.utf16();
+    for (qsizetype i = 0; i < text.size(); ++i)
+        bytes[i] = static_cast<char>(units[i] & 0xFF);
+    return QByteArrayView(bytes, text.size());
+}
+
+SignatureChain::SignatureChain(const QString &seed)
+{
+    m_hash.addData(m_lowBytes.of(seed));
+    takeState();
+}
+
+void SignatureChain::add(QStringView text)
+{
+    m_hash.addData(m_state);
+    m_hash.addData(m_lowBytes.of(text));
+    takeState();
+}
+
+void SignatureChain::takeState()
+{
+    m_state = m_hash.result().toHex();
+    m_hash.reset();
+}
+
+LegacySignature::LegacySignature(const QString &seed)
+{
+    m_hash.addData(m_lowBytes.of(seed));
+}
+
+void LegacySignature::add(QStringView text)
+{
+    m_hash.addData(QByteArrayView(";"));
+    m_hash.addData(m_lowBytes.of(text));
+}
+
+QString LegacySignature::result() const
+{
+    return QString::fromLatin1(m_hash.result().toHex());
+}
+
+} // namespace Talverine
