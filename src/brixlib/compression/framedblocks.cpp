@@ -22,22 +22,6 @@ constexpr qint64 kSmallestPieceBytes = 16 * 1024;
 constexpr int kReadStepBytes = 256 * 1024;
 constexpr qint64 kAllBytes = std::numeric_limits<qint64>::max();
 
-void writeLengthWord(QIODevice *target, quint32 length)
-{
-    const quint32 word = qToBigEndian(length);
-    static_cast<void>(
-        writeBytes(target, QByteArrayView(reinterpret_cast<const char *>(&word), sizeof word)));
-}
-
-// 0 when there is no whole word.
-quint32 readLengthWord(QIODevice *source)
-{
-    quint32 word = 0;
-    if (readBytes(source, reinterpret_cast<char *>(&word), sizeof word) != sizeof word)
-        return 0;
-    return qFromBigEndian(word);
-}
-
 QList<QFuture<QByteArray>> startPieces(const char *data, qint64 size, int concurrence,
                                        const BlockFunction &encode)
 {
@@ -64,6 +48,20 @@ bool writeBytes(QIODevice *target, QByteArrayView bytes)
         bytes = bytes.sliced(count);
     }
     return true;
+}
+
+bool writeWord(QIODevice *target, quint32 value)
+{
+    const quint32 word = qToBigEndian(value);
+    return writeBytes(target, QByteArrayView(reinterpret_cast<const char *>(&word), sizeof word));
+}
+
+quint32 readWord(QIODevice *source)
+{
+    quint32 word = 0;
+    const bool whole =
+        readBytes(source, reinterpret_cast<char *>(&word), sizeof word) == sizeof word;
+    return whole ? qFromBigEndian(word) : 0;
 }
 
 qint64 readBytes(QIODevice *source, char *data, qint64 size)
@@ -101,7 +99,7 @@ QByteArray uninitialized(qint64 size)
 
 bool writeFramedBlock(QIODevice *target, const QByteArray &block)
 {
-    writeLengthWord(target, static_cast<quint32>(block.size()));
+    static_cast<void>(writeWord(target, static_cast<quint32>(block.size())));
     return writeBytes(target, block);
 }
 
@@ -133,7 +131,7 @@ bool readFramedBlocks(QIODevice *source, qint64 compressedSize, const BlockFunct
 {
     qint64 total = 0;
     do {
-        const quint32 length = readLengthWord(source);
+        const quint32 length = readWord(source);
         if (length == 0)
             break;
         hold(held, decode(readClaimed(source, length)));

@@ -19,6 +19,12 @@ using BlockFunction = std::function<QByteArray(const QByteArray &)>;
 //! Writes all of \a bytes; false when \a target fails or takes no more.
 [[nodiscard]] bool writeBytes(QIODevice *target, QByteArrayView bytes);
 
+//! Writes \a value big-endian; false when \a target fails or takes no more.
+[[nodiscard]] bool writeWord(QIODevice *target, quint32 value);
+
+//! Reads what writeWord() wrote; 0 when there is no whole word.
+quint32 readWord(QIODevice *source);
+
 //! Reads until \a size or the end; -1 when reading fails before there is anything.
 qint64 readBytes(QIODevice *source, char *data, qint64 size);
 

@@ -7,7 +7,6 @@
 #include <brixrt/sfilehelper.h>
 
 #include <QtCore/QCryptographicHash>
-#include <QtCore/QtEndian>
 
 namespace Talverine::Compression {
 
@@ -20,22 +19,6 @@ constexpr int kReaderPieceBytes = 32768;
 QByteArray nameHash(Interfaces::ICompressor *compressor)
 {
     return QCryptographicHash::hash(compressor->name().toUtf8(), QCryptographicHash::Sha1);
-}
-
-QByteArray bigEndianWord(quint32 value)
-{
-    QByteArray word(sizeof value, Qt::Uninitialized);
-    qToBigEndian(value, word.data());
-    return word;
-}
-
-// 0 when there is no whole word.
-quint32 readWord(QIODevice *source)
-{
-    quint32 word = 0;
-    const bool whole =
-        readBytes(source, reinterpret_cast<char *>(&word), sizeof word) == sizeof word;
-    return whole ? qFromBigEndian(word) : 0;
 }
 
 } // namespace
@@ -209,9 +192,9 @@ bool SCompressorDevice::writeContainer(QIODevice *source)
     if (!writeBytes(m_device, nameHash(m_compressor.get())))
         return false;
     const qint64 crcPosition = m_device->pos();
-    return writeBytes(m_device, bigEndianWord(0)) &&
+    return writeWord(m_device, 0) &&
            SFileHelper::copyDevice(this, source, concurrence() << kWriterPieceShift) && flush() &&
-           m_device->seek(crcPosition) && writeBytes(m_device, bigEndianWord(crc())) &&
+           m_device->seek(crcPosition) && writeWord(m_device, crc()) &&
            flushUnderlyingFile(m_device);
 }
 
