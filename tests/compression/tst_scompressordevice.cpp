@@ -11,6 +11,7 @@
 #include <shared/seededrandom.h>
 
 #include <functional>
+#include <thread>
 
 using namespace Talverine::Compression;
 using namespace Qt::StringLiterals;
@@ -262,6 +263,7 @@ private Q_SLOTS:
         row("both of read-only", Mode::ReadOnly, Mode::ReadWrite, false);
         row("write of write-only", Mode::WriteOnly, Mode::WriteOnly, true);
         row("read of write-only", Mode::WriteOnly, Mode::ReadOnly, true);
+        row("both of write-only", Mode::WriteOnly, Mode::ReadWrite, true);
         row("both of both", Mode::ReadWrite, Mode::ReadWrite, true);
     }
 
@@ -352,6 +354,31 @@ private Q_SLOTS:
         QVERIFY(!device.open(QIODevice::ReadOnly));
     }
 
+    void closeEndsTheStreamOfADeviceThatIsGone()
+    {
+        Log log;
+        auto file = std::make_unique<QBuffer>();
+        SCompressorDevice device(file.get(), new PlayedCompressor(&log), false);
+        QSignalSpy closing(&device, &QIODevice::aboutToClose);
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        file.reset();
+        QVERIFY(device.isOpen());
+        device.close();
+        QCOMPARE(log.calls, QList<QByteArray>{"finalize"});
+        QCOMPARE(closing.size(), 1);
+    }
+
+    // Nothing waits for the event loop of the thread that the wrapper lives in.
+    void underlyingDeviceMayGoInAnotherThread()
+    {
+        auto file = std::make_unique<QBuffer>();
+        SCompressorDevice device(file.get(), new SNullCompressor, false);
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        std::thread([&] { file.reset(); }).join();
+        QVERIFY(!device.underlyingDevice());
+        QCOMPARE(device.write("x"), -1);
+    }
+
     void opensAgain()
     {
         QBuffer file;
@@ -389,6 +416,16 @@ private Q_SLOTS:
         QCOMPARE(device.read(4), "some"_ba);
         const QList<QByteArray> expected{"compress 4", "compress 100000", "decompress 0"};
         QCOMPARE(log.calls.first(3), expected);
+    }
+
+    void emptyWriteIsACallToo()
+    {
+        Log log;
+        RecordingDevice file;
+        SCompressorDevice device(&file, new PlayedCompressor(&log), false);
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        QCOMPARE(device.write("", 0), 0);
+        QCOMPARE(log.calls, QList<QByteArray>{"compress 0"});
     }
 
     void resultsArePassedOn()
@@ -605,6 +642,32 @@ private Q_SLOTS:
         QVERIFY(!target.isOpen());
     }
 
+    void containerMayStandBehindOtherBytes()
+    {
+        //! Goes on behind what it holds.
+        class Appending : public QBuffer
+        {
+        public:
+            bool open(OpenMode mode) override { return QBuffer::open(mode) && seek(size()); }
+        } target;
+        target.setData("other bytes"_ba);
+        QBuffer source;
+        source.setData("123456789"_ba);
+        QVERIFY(SCompressorDevice::compress(&source, &target, new SNullCompressor));
+        QCOMPARE(target.data(), "other bytes" + packed("123456789"_ba, new SNullCompressor));
+    }
+
+    void containerKeepsWhatOpeningKeeps()
+    {
+        QBuffer target;
+        target.setData(QByteArray(40, 'x'));
+        QBuffer source;
+        source.setData("123456789"_ba);
+        QVERIFY(SCompressorDevice::compress(&source, &target, new SNullCompressor));
+        QCOMPARE(target.data(),
+                 packed("123456789"_ba, new SNullCompressor) + QByteArray(40 - 33, 'x'));
+    }
+
     void containerOfMuchData_data() { addCompressors(); }
 
     // A whole count of what two threads are fed with, so that the pieces are those of one thread.
@@ -668,6 +731,15 @@ private Q_SLOTS:
         QVERIFY(log.deleted);
         QVERIFY(!source.isOpen());
         QVERIFY(!target.isOpen());
+    }
+
+    void failedWritingLeavesWhatWasWritten()
+    {
+        RecordingDevice source("123456789"_ba);
+        RecordingDevice target;
+        target.room = 30;
+        QVERIFY(!SCompressorDevice::compress(&source, &target, new SNullCompressor));
+        QCOMPARE(target.bytes, kNullHash + u32(0) + "123456");
     }
 
     void failedCompressorFailsTheContainer()
@@ -775,7 +847,9 @@ private Q_SLOTS:
         QBuffer source;
         source.setData(container);
         QBuffer target;
+        const Streams::Hush hush;
         QVERIFY(!SCompressorDevice::decompress(&source, &target, new SLz4));
+        QCOMPARE(hush.count(), 0);
         QCOMPARE(target.data(), "some bytes"_ba);
     }
 
@@ -861,6 +935,30 @@ private Q_SLOTS:
             }
         }
         QVERIFY(held.growth() < 8 * 1024 * 1024);
+    }
+
+    void contentComesInPieces()
+    {
+        RecordingDevice source(packed(QByteArray(100'000, 'x'), new SNullCompressor));
+        RecordingDevice target;
+        QVERIFY(SCompressorDevice::decompress(&source, &target, new SNullCompressor));
+        QList<qsizetype> sizes;
+        for (const QByteArray &piece : std::as_const(target.writes))
+            sizes.append(piece.size());
+        QCOMPARE(sizes, (QList<qsizetype>{32'768, 32'768, 32'768, 1'696}));
+    }
+
+    void openTargetStaysOpen()
+    {
+        QBuffer source;
+        source.setData(packed("some bytes"_ba, new SLz4));
+        QBuffer target;
+        target.setData("old bytes, "_ba);
+        QVERIFY(target.open(QIODevice::Append));
+        QVERIFY(SCompressorDevice::decompress(&source, &target, new SLz4));
+        QVERIFY(!source.isOpen());
+        QVERIFY(target.isOpen());
+        QCOMPARE(target.data(), "old bytes, some bytes"_ba);
     }
 
     void containerMayCrawl()

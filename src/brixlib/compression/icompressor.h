@@ -38,7 +38,8 @@ public:
      */
     virtual qint64 decompress(QIODevice *source, char *data, qint64 maxSize,
                               qint64 compressedSize) = 0;
-    //! Ends the current stream: writes what is due, or forgets what has not been read.
+    //! Ends the current stream: writes what is due, or forgets what has not been read. The stream's
+    //! device may have been destroyed by then.
     virtual bool finalize() = 0;
     //! Decoded bytes held inside, which decompress() gives before it reads on.
     virtual qint64 bytesAvailable() const = 0;

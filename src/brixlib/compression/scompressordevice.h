@@ -79,8 +79,10 @@ public:
      * name, 4 bytes CRC of the plain data, big-endian, and the compressor's stream.
      *
      * Opens \a target, which has to be closed and to allow seeking, and closes it again; a closed
-     * \a source is opened and closed too. Takes \a compressor, also on failure. What was written
-     * when something failed stays.
+     * \a source is opened and closed too. Old bytes that opening for writing does not drop, of a
+     * QBuffer or of a QTemporaryFile that was open before, are overwritten and not cut off.
+     *
+     * Takes \a compressor, also on failure. What was written when something failed stays.
      */
     [[nodiscard]] static bool compress(QIODevice *source, QIODevice *target,
                                        Interfaces::ICompressor *compressor);
