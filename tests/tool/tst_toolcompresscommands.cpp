@@ -329,6 +329,14 @@ private Q_SLOTS:
                                 "compressed  37\n"_ba
                              << R"({"algorithm":"lzw","compressed":37,"crc":"cbf43926",)"
                                 R"("plain":9,"whole":true})"_ba;
+        QTest::newRow("no whole checksum") << lz4(QByteArray()).first(22)
+                                           << "algorithm   lz4\n"
+                                              "crc         00000000\n"
+                                              "plain       0\n"
+                                              "compressed  22\n"
+                                              "blocks      0\n"_ba
+                                           << R"({"algorithm":"lz4","blocks":0,"compressed":22,)"
+                                              R"("crc":"00000000","plain":0,"whole":true})"_ba;
         QTest::newRow("none") << container("123456789", new SNullCompressor)
                               << "algorithm   none\n"
                                  "crc         cbf43926\n"
@@ -435,6 +443,10 @@ private Q_SLOTS:
             "say where the stream goes");
         row("list with a place", {u"compress"_s, u"--list"_s, u"file"_s, u"out"_s}, "--list");
         row("list with a level", {u"compress"_s, u"--list"_s, u"--level"_s, u"1"_s, u"file"_s},
+            "--list");
+        row("list with an algorithm",
+            {u"compress"_s, u"--list"_s, u"--algorithm"_s, u"lz4"_s, u"file"_s}, "--list");
+        row("list with threads", {u"compress"_s, u"--list"_s, u"--threads"_s, u"2"_s, u"file"_s},
             "--list");
         row("raw list", {u"compress"_s, u"--list"_s, u"--raw"_s, u"file"_s}, "--list");
         row("a name without the ending", {u"decompress"_s, u"file"_s}, "does not end in .brixz");

@@ -53,15 +53,14 @@ struct PlaceOptions
     LocalPlace outputPlace() const { return {toStdout ? QString() : output}; }
 };
 
-// Adds FILE and OUT; "-" stands for a standard stream.
-void declarePlaces(CLI::App *command, PlaceOptions *places, const std::string &outputHelp)
+// Adds FILE and OUT, and gives OUT; "-" stands for a standard stream.
+CLI::Option *declarePlaces(CLI::App *command, PlaceOptions *places, const std::string &outputHelp)
 {
     addPath(command, "FILE", &places->input, "The file to read; \"-\" for stdin")
         ->required()
         ->each([places](const std::string &text) { places->fromStdin = text == "-"; });
-    addPath(command, "OUT", &places->output, outputHelp)->each([places](const std::string &text) {
-        places->toStdout = text == "-";
-    });
+    auto *out = addPath(command, "OUT", &places->output, outputHelp);
+    return out->each([places](const std::string &text) { places->toStdout = text == "-"; });
 }
 
 // The name of OUT where none was given must not cost a file that is there.
@@ -140,21 +139,25 @@ void declareCompress(CLI::App *command, CompressOptions *options)
     for (const QString &name : Compressors::names())
         names.push_back(name.toStdString());
     options->algorithm = names.front();
-    declarePlaces(command, &options->places,
-                  "Where it goes; \"-\" for stdout. Default: FILE.brixz, or stdout for stdin");
-    command->add_option("--algorithm", options->algorithm, "How to compress")
-        ->check(CLI::IsMember(names))
-        ->capture_default_str();
-    command->add_option("--level", options->level,
-                        "How well: 0, the fastest, to 12 for lz4, 0 for not at all to 9 for zip. "
-                        "Default: 1");
-    command
-        ->add_option("--threads", options->threads, "Threads to use; 0 for half of those there are")
-        ->check(CLI::NonNegativeNumber)
-        ->capture_default_str();
-    command->add_flag("--raw", options->raw,
-                      "The compressed stream alone: no algorithm and no checksum in front");
-    command->add_flag("--list", options->list, "Tell what is in a compressed file");
+    auto *out =
+        declarePlaces(command, &options->places,
+                      "Where it goes; \"-\" for stdout. Default: FILE.brixz, or stdout for stdin");
+    auto *algorithm = command->add_option("--algorithm", options->algorithm, "How to compress")
+                          ->check(CLI::IsMember(names))
+                          ->capture_default_str();
+    auto *level = command->add_option(
+        "--level", options->level,
+        "How well: 0, the fastest, to 12 for lz4, 0 for not at all to 9 for zip. Default: 1");
+    auto *threads = command
+                        ->add_option("--threads", options->threads,
+                                     "Threads to use; 0 for half of those there are")
+                        ->check(CLI::NonNegativeNumber)
+                        ->capture_default_str();
+    auto *raw = command->add_flag("--raw", options->raw,
+                                  "The compressed stream alone: no algorithm and no checksum in "
+                                  "front");
+    command->add_flag("--list", options->list, "Tell what is in a compressed file")
+        ->excludes(out, algorithm, level, threads, raw);
 }
 
 LocalPlace compressedPlace(const CompressOptions &options)
@@ -370,8 +373,6 @@ void write(const Output &output, const Content &content)
 
 ExitCode list(const Output &output, const CompressOptions &options)
 {
-    if (options.places.hasOutput() || options.raw || options.level || options.threads != 1)
-        throw Failure{ExitCode::Usage, u"--list takes a FILE and nothing else"_s};
     leaveWarningsToTheTool();
     const LocalPlace input = options.places.inputPlace();
     Content content;
