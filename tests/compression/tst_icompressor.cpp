@@ -3,6 +3,8 @@
 
 #include <brixlib/compression/slz4.h>
 #include <brixlib/compression/snullcompressor.h>
+#include <brixlib/compression/spackbits.h>
+#include <brixlib/compression/stifflzw.h>
 #include <brixlib/compression/szip.h>
 
 using namespace Talverine::Compression;
@@ -44,11 +46,14 @@ private Q_SLOTS:
 
     void idTellsTheClass()
     {
-        const QList<quint64> ids{SNullCompressor::uniqueId(), SLz4::uniqueId(), SZip::uniqueId()};
-        QCOMPARE(QSet<quint64>(ids.begin(), ids.end()).size(), 3);
+        const QList<quint64> ids{SNullCompressor::uniqueId(), SLz4::uniqueId(), SZip::uniqueId(),
+                                 SPackBits::uniqueId(), STiffLZW::uniqueId()};
+        QCOMPARE(QSet<quint64>(ids.begin(), ids.end()).size(), ids.size());
         QCOMPARE(SNullCompressor().id(), SNullCompressor::uniqueId());
         QCOMPARE(SLz4().id(), SLz4::uniqueId());
         QCOMPARE(SZip().id(), SZip::uniqueId());
+        QCOMPARE(SPackBits().id(), SPackBits::uniqueId());
+        QCOMPARE(STiffLZW().id(), STiffLZW::uniqueId());
         QCOMPARE(SLz4(9, Lz4Mode::Lz4Raw).id(), SLz4::uniqueId());
     }
 
@@ -57,6 +62,8 @@ private Q_SLOTS:
         QVERIFY(!SNullCompressor().isNull());
         QVERIFY(!SLz4().isNull());
         QVERIFY(!SZip().isNull());
+        QVERIFY(!SPackBits().isNull());
+        QVERIFY(!STiffLZW().isNull());
     }
 
     void basesAreUsable()
