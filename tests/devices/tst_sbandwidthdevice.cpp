@@ -6,6 +6,8 @@
 #include <QtNetwork/QTcpServer>
 #include <QtNetwork/QTcpSocket>
 
+#include <limits>
+
 using namespace Talverine;
 using namespace Qt::StringLiterals;
 
@@ -308,6 +310,18 @@ private Q_SLOTS:
         QVERIFY(!device.canReadLine());
         source.line = true;
         QVERIFY(device.canReadLine());
+    }
+
+    // A remote file is as long as its server says.
+    void aClaimOfTheLargestSizeStaysInRange()
+    {
+        RecordingDevice source("abcdef");
+        source.claimedSize = std::numeric_limits<qint64>::max();
+        SBandwidthDevice device(&source);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        QCOMPARE(device.bytesAvailable(), std::numeric_limits<qint64>::max());
+        QCOMPARE(device.read(6), "abcdef"_ba);
+        QVERIFY(!device.atEnd());
     }
 
     // A look ahead keeps what it saw in a device without positions.

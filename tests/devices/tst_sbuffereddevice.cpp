@@ -6,6 +6,8 @@
 #include <shared/refusedallocation.h>
 #include <shared/seededrandom.h>
 
+#include <limits>
+
 #ifdef Q_OS_LINUX
 #include <shared/processfacts.h>
 
@@ -614,6 +616,18 @@ private Q_SLOTS:
         QCOMPARE(source.seeks, QList<qint64>{kSmallest});
         QVERIFY(device.seek(4000));
         QCOMPARE(source.pos(), 4000);
+    }
+
+    // A remote file is as long as its server says.
+    void aClaimOfTheLargestSizeStaysInRange()
+    {
+        RecordingDevice source("abcdef");
+        source.claimedSize = std::numeric_limits<qint64>::max();
+        SBufferedDevice device(&source, kSmallest);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        QCOMPARE(device.bytesAvailable(), std::numeric_limits<qint64>::max());
+        QCOMPARE(device.read(6), "abcdef"_ba);
+        QVERIFY(!device.atEnd());
     }
 
     void seekToPositionPlusSizeClearsTheReadBuffer()

@@ -754,6 +754,18 @@ private Q_SLOTS:
         QVERIFY(device.isSequential());
     }
 
+    // A remote file is as long as its server says.
+    void aClaimOfTheLargestSizeStaysInRange()
+    {
+        RecordingDevice source("abcdef");
+        source.claimedSize = std::numeric_limits<qint64>::max();
+        SEndiannessDevice device(&source, ByteOrder::BigEndian);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        QCOMPARE(device.bytesAvailable(), std::numeric_limits<qint64>::max());
+        QCOMPARE(device.read(6), "abcdef"_ba);
+        QVERIFY(!device.atEnd());
+    }
+
     // A look ahead keeps what it saw in a device without positions.
     void countsWhatItHoldsItself()
     {

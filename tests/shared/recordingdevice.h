@@ -19,7 +19,12 @@ public:
     // Unbuffered, so that each request is seen as it was made.
     bool open(OpenMode mode) override { return opens && QIODevice::open(mode | Unbuffered); }
     bool isSequential() const override { return sequential; }
-    qint64 size() const override { return sequential ? 0 : bytes.size(); }
+    qint64 size() const override
+    {
+        if (sequential)
+            return 0;
+        return claimedSize < 0 ? bytes.size() : claimedSize;
+    }
     qint64 bytesAvailable() const override
     {
         return QIODevice::bytesAvailable() + (sequential ? bytes.size() - at : 0);
@@ -49,8 +54,9 @@ public:
     bool sequential = false;
     bool seekable = true;
     bool line = false;
-    qint64 waiting = 0;    //!< bytesToWrite()
-    qint64 pieceBytes = 0; //!< most that one call moves, 0 for no bound
+    qint64 claimedSize = -1; //!< size(), -1 for that of the bytes
+    qint64 waiting = 0;      //!< bytesToWrite()
+    qint64 pieceBytes = 0;   //!< most that one call moves, 0 for no bound
     bool failsToRead = false;
     int readsUntilFailure = -1; //!< how many more reads go well, -1 for no bound
     bool failsToWrite = false;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/devices/sbandwidthdevice.h>
 
+#include <brixlib/foundation/saturated_p.h>
 #include <brixlib/foundation/underlyingdevice_p.h>
 
 #include <QtCore/QThread>
@@ -105,7 +106,7 @@ qint64 SBandwidthDevice::size() const
 
 qint64 SBandwidthDevice::bytesAvailable() const
 {
-    return QIODevice::bytesAvailable() + (m_device ? m_device->bytesAvailable() : 0);
+    return Saturated::sum(QIODevice::bytesAvailable(), m_device ? m_device->bytesAvailable() : 0);
 }
 
 qint64 SBandwidthDevice::bytesToWrite() const

@@ -2,6 +2,7 @@
 #include <brixlib/devices/sbuffereddevice.h>
 
 #include <brixlib/enums/binaryunit.h>
+#include <brixlib/foundation/saturated_p.h>
 #include <brixlib/foundation/underlyingdevice_p.h>
 
 #include <brixrt/sunitconvert.h>
@@ -121,8 +122,9 @@ bool SBufferedDevice::atEnd() const
 
 qint64 SBufferedDevice::bytesAvailable() const
 {
-    return QIODevice::bytesAvailable() + (m_device ? m_device->bytesAvailable() : 0) +
-           static_cast<qint64>(m_readBuffer.bytesAvailable());
+    const qint64 there =
+        Saturated::sum(QIODevice::bytesAvailable(), m_device ? m_device->bytesAvailable() : 0);
+    return Saturated::sum(there, static_cast<qint64>(m_readBuffer.bytesAvailable()));
 }
 
 qint64 SBufferedDevice::bytesToWrite() const

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/devices/sendiannessdevice.h>
 
+#include <brixlib/foundation/saturated_p.h>
 #include <brixlib/foundation/underlyingdevice_p.h>
 
 #include <brixrt/sarray.h>
@@ -195,7 +196,7 @@ qint64 SEndiannessDevice::size() const
 
 qint64 SEndiannessDevice::bytesAvailable() const
 {
-    return QIODevice::bytesAvailable() + (m_device ? m_device->bytesAvailable() : 0);
+    return Saturated::sum(QIODevice::bytesAvailable(), m_device ? m_device->bytesAvailable() : 0);
 }
 
 qint64 SEndiannessDevice::bytesToWrite() const
