@@ -128,20 +128,26 @@ bool SFileHelper::copyDevice(QIODevice *target, QIODevice *source, int bufferSiz
 QByteArray SFileHelper::readAllBuffer(QIODevice *device, qint64 size, int bufferSize)
 {
     QByteArray data;
+    readAllBuffer(device, size, bufferSize, &data);
+    return data;
+}
+
+void SFileHelper::readAllBuffer(QIODevice *device, qint64 size, int bufferSize, QByteArray *data)
+{
+    data->resize(0);
     if (!device)
-        return data;
+        return;
     const qint64 step = std::max(bufferSize, 1);
-    while (data.size() < size) {
-        const qsizetype done = data.size();
+    while (data->size() < size) {
+        const qsizetype done = data->size();
         const qint64 room = std::min(step, size - done);
-        if (!resized(data, done + room))
+        if (!resized(*data, done + room))
             break;
-        const qint64 count = device->read(data.data() + done, room);
-        data.truncate(done + std::max(count, qint64(0)));
+        const qint64 count = device->read(data->data() + done, room);
+        data->truncate(done + std::max(count, qint64(0)));
         if (count <= 0)
             break;
     }
-    return data;
 }
 
 void SFileHelper::deleteFileOnExit(const QString &fileName)

@@ -37,6 +37,8 @@ public:
      * some file merely claims costs nothing.
      */
     static QByteArray readAllBuffer(QIODevice *device, qint64 size, int bufferSize);
+    //! The same in place of what \a data held, whose memory serves again.
+    static void readAllBuffer(QIODevice *device, qint64 size, int bufferSize, QByteArray *data);
 
     /*!
      * Removes the file \a fileName when the program ends: when its QCoreApplication is destroyed,

@@ -14,6 +14,7 @@
 #include <lz4.h>
 #include <lz4hc.h>
 
+#include <algorithm>
 #include <functional>
 #include <limits>
 #include <utility>
@@ -412,6 +413,42 @@ private Q_SLOTS:
         QCOMPARE(decoded.bytes, data);
         QCOMPARE(decoded.last, 0);
         QCOMPARE(compressor.bytesAvailable(), 0);
+    }
+
+    // What a buffer in memory holds is decoded in place, but not behind a derived class's back.
+    void derivedBufferIsAskedForItsBytes()
+    {
+        class InvertedBuffer : public QBuffer
+        {
+        protected:
+            qint64 readData(char *data, qint64 maxSize) override
+            {
+                const qint64 count = QBuffer::readData(data, maxSize);
+                std::transform(data, data + count, data, std::bit_not<char>());
+                return count;
+            }
+        } source;
+        const QByteArray data = Streams::text(2000);
+        QByteArray inverted = streamOf(data, 1000);
+        std::transform(inverted.begin(), inverted.end(), inverted.begin(), std::bit_not<char>());
+        source.setData(inverted);
+        QVERIFY(source.open(QIODevice::ReadOnly));
+        SLz4 compressor;
+        QCOMPARE(Streams::decode(&compressor, &source).bytes, data);
+    }
+
+    void bufferStandsBehindTheBlockThatWasRead()
+    {
+        const QByteArray stream = streamOf("onetwo"_ba, 3);
+        QBuffer source;
+        source.setData(stream);
+        QVERIFY(source.open(QIODevice::ReadOnly));
+        SLz4 compressor;
+        char data[3];
+        QCOMPARE(compressor.decompress(&source, data, 3, 0), 3);
+        QCOMPARE(source.pos(), stream.size() / 2);
+        QCOMPARE(compressor.decompress(&source, data, 3, 0), 3);
+        QVERIFY(source.atEnd());
     }
 
     void heldBytesAreCounted()

@@ -80,7 +80,14 @@ qint64 readBytes(QIODevice *source, char *data, qint64 size)
 
 QByteArray readClaimed(QIODevice *source, qint64 size)
 {
-    return SFileHelper::readAllBuffer(source, size, kReadStepBytes);
+    QByteArray bytes;
+    readClaimed(source, size, &bytes);
+    return bytes;
+}
+
+void readClaimed(QIODevice *source, qint64 size, QByteArray *bytes)
+{
+    SFileHelper::readAllBuffer(source, size, kReadStepBytes, bytes);
 }
 
 QByteArray readBareBlock(QIODevice *source, qint64 compressedSize)
@@ -124,53 +131,6 @@ bool writeBlocks(QIODevice *target, const char *data, qint64 size, bool framed, 
     if (block.isEmpty())
         return false;
     return framed ? writeFramedBlock(target, block) : writeBytes(target, block);
-}
-
-bool readFramedBlocks(QIODevice *source, qint64 compressedSize, const BlockFunction &decode,
-                      QList<QByteArray> *held)
-{
-    qint64 total = 0;
-    do {
-        const quint32 length = readWord(source);
-        if (length == 0)
-            break;
-        hold(held, decode(readClaimed(source, length)));
-        total += qint64(sizeof length) + length;
-    } while (total < compressedSize);
-    if (compressedSize == 0 || compressedSize == total)
-        return true;
-    held->clear();
-    return false;
-}
-
-void hold(QList<QByteArray> *held, const QByteArray &block)
-{
-    if (!block.isEmpty())
-        held->append(block);
-}
-
-qint64 takeHeld(QList<QByteArray> *held, char *data, qint64 maxSize)
-{
-    qint64 done = 0;
-    while (done < maxSize && !held->isEmpty()) {
-        QByteArray &front = held->first();
-        const qint64 count = std::min<qint64>(front.size(), maxSize - done);
-        std::memcpy(data + done, front.constData(), static_cast<size_t>(count));
-        done += count;
-        if (count == front.size())
-            held->removeFirst();
-        else
-            front.remove(0, count);
-    }
-    return done;
-}
-
-qint64 heldBytes(const QList<QByteArray> &held)
-{
-    qint64 bytes = 0;
-    for (const QByteArray &block : held)
-        bytes += block.size();
-    return bytes;
 }
 
 } // namespace Talverine::Compression

@@ -5,7 +5,6 @@
 
 #include <QtCore/QByteArray>
 #include <QtCore/QByteArrayView>
-#include <QtCore/QList>
 
 #include <functional>
 
@@ -30,6 +29,8 @@ qint64 readBytes(QIODevice *source, char *data, qint64 size);
 
 //! Up to \a size bytes, fewer at the end: memory is taken as they arrive, whatever \a size claims.
 QByteArray readClaimed(QIODevice *source, qint64 size);
+//! The same, in the memory that \a bytes have already.
+void readClaimed(QIODevice *source, qint64 size, QByteArray *bytes);
 
 //! The block that has no length word: \a compressedSize bytes, or with 0 all to the end.
 QByteArray readBareBlock(QIODevice *source, qint64 compressedSize);
@@ -61,23 +62,5 @@ QByteArray uninitialized(qint64 size);
  */
 [[nodiscard]] bool writeBlocks(QIODevice *target, const char *data, qint64 size, bool framed,
                                int concurrence, const BlockFunction &encode);
-
-/*!
- * Reads and decodes the next block, or with a \a compressedSize all blocks until so many bytes, and
- * appends what they yield. A length word of 0, or none, ends the stream.
- *
- * False, with nothing held, when the blocks do not add up to a \a compressedSize.
- */
-[[nodiscard]] bool readFramedBlocks(QIODevice *source, qint64 compressedSize,
-                                    const BlockFunction &decode, QList<QByteArray> *held);
-
-//! Holds \a block for takeHeld(); an empty one, of a damaged block, leaves no trace.
-void hold(QList<QByteArray> *held, const QByteArray &block);
-
-//! Moves up to \a maxSize bytes from the front of \a held to \a data and gives their count.
-qint64 takeHeld(QList<QByteArray> *held, char *data, qint64 maxSize);
-
-//! How many bytes are held.
-qint64 heldBytes(const QList<QByteArray> &held);
 
 } // namespace Talverine::Compression

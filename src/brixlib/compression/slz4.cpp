@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/compression/slz4.h>
 
+#include <brixlib/compression/blockreader_p.h>
 #include <brixlib/compression/framedblocks_p.h>
 
 #include <QtCore/QtEndian>
@@ -17,6 +18,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+constexpr int kDefaultLevel = 1;
 constexpr qsizetype kSizeBytes = 4;
 // A byte of a block stands for no more plain bytes: it lengthens a match by that many.
 constexpr qint64 kLargestYield = 255;
@@ -27,16 +29,35 @@ int compressBlock(const char *data, int size, char *block, int capacity, int lev
                      : LZ4_compress_HC(data, block, size, capacity, level);
 }
 
+// What a block claims to hold; 0 when it can't be.
+qint64 plainSize(QByteArrayView block)
+{
+    const qint64 length = block.size() - kSizeBytes;
+    if (length < 0 || length > std::numeric_limits<int>::max())
+        return 0;
+    const qint64 size = qFromBigEndian<quint32>(block.data());
+    return size > LZ4_MAX_INPUT_SIZE || size > length * kLargestYield ? 0 : size;
+}
+
+bool decodeInto(QByteArrayView block, char *data, qint64 size)
+{
+    const int decoded =
+        LZ4_decompress_safe(block.data() + kSizeBytes, data,
+                            static_cast<int>(block.size() - kSizeBytes), static_cast<int>(size));
+    return decoded == size;
+}
+
 } // namespace
 
 SLz4::SLz4(const Lz4Mode &mode)
-    : m_mode(mode)
+    : SLz4(kDefaultLevel, mode)
 {
 }
 
 SLz4::SLz4(int level, const Lz4Mode &mode)
     : m_mode(mode)
     , m_compressionLevel(level)
+    , m_reader(std::make_unique<BlockReader>(BlockDecoder{plainSize, decodeInto, decompress}))
 {
 }
 
@@ -80,18 +101,10 @@ QByteArray SLz4::compress(const QByteArray &data, int level)
 
 QByteArray SLz4::decompress(const QByteArray &block)
 {
-    const qint64 length = block.size() - kSizeBytes;
-    if (length < 0 || length > std::numeric_limits<int>::max())
+    QByteArray data = uninitialized(plainSize(block));
+    if (data.isEmpty() || !decodeInto(block, data.data(), data.size()))
         return QByteArray();
-    const qint64 size = qFromBigEndian<quint32>(block.constData());
-    if (size > LZ4_MAX_INPUT_SIZE || size > length * kLargestYield)
-        return QByteArray();
-    QByteArray data = uninitialized(size);
-    if (data.isEmpty())
-        return data;
-    const int decoded = LZ4_decompress_safe(block.constData() + kSizeBytes, data.data(),
-                                            static_cast<int>(length), static_cast<int>(size));
-    return decoded == size ? data : QByteArray();
+    return data;
 }
 
 SLz4 *SLz4::clone() const
@@ -117,25 +130,22 @@ qint64 SLz4::decompress(QIODevice *source, char *data, qint64 maxSize, qint64 co
 {
     if (maxSize <= 0)
         return 0;
-    if (m_held.isEmpty()) {
-        const auto decode = [](const QByteArray &block) { return decompress(block); };
-        if (m_mode != Lz4Mode::Lz4Framed)
-            hold(&m_held, decode(readBareBlock(source, compressedSize)));
-        else if (!readFramedBlocks(source, compressedSize, decode, &m_held))
-            return -1;
-    }
-    return takeHeld(&m_held, data, maxSize);
+    if (m_mode == Lz4Mode::Lz4Framed)
+        return m_reader->readFramed(source, data, maxSize, compressedSize);
+    if (m_reader->isEmpty())
+        m_reader->hold(decompress(readBareBlock(source, compressedSize)));
+    return m_reader->take(data, maxSize);
 }
 
 bool SLz4::finalize()
 {
-    m_held.clear();
+    m_reader->clear();
     return true;
 }
 
 qint64 SLz4::bytesAvailable() const
 {
-    return heldBytes(m_held);
+    return m_reader->bytesAvailable();
 }
 
 QString SLz4::name()

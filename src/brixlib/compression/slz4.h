@@ -5,9 +5,12 @@
 #include <brixlib/compression/scompressordevice.h>
 
 #include <QtCore/QByteArray>
-#include <QtCore/QList>
+
+#include <memory>
 
 namespace Talverine::Compression {
+
+class BlockReader;
 
 //! What SLz4 writes for each call. The numbers are fixed.
 enum class Lz4Mode {
@@ -73,8 +76,8 @@ public:
 
 private:
     Lz4Mode m_mode;
-    int m_compressionLevel = 1;
-    QList<QByteArray> m_held;
+    int m_compressionLevel;
+    std::unique_ptr<BlockReader> m_reader;
 };
 
 //! Compresses with SLz4 into another device, and reads that back.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/compression/spackbits.h>
 
+#include <brixlib/compression/blockreader_p.h>
 #include <brixlib/compression/framedblocks_p.h>
 #include <brixlib/compression/lookahead_p.h>
 #include <brixlib/compression/packbitscodec_p.h>
@@ -57,10 +58,22 @@ Packet readPacket(QIODevice *source, char *data)
     return {length, true};
 }
 
+qint64 plainSize(QByteArrayView block)
+{
+    return packBitsDecodedSize(block.data(), block.size());
+}
+
+bool decodeInto(QByteArrayView block, char *data, qint64 size)
+{
+    packBitsDecode(block.data(), block.size(), data, size);
+    return true;
+}
+
 } // namespace
 
 SPackBits::SPackBits(const PackBitsMode &mode)
     : m_mode(mode)
+    , m_reader(std::make_unique<BlockReader>(BlockDecoder{plainSize, decodeInto, decompress}))
 {
 }
 
@@ -120,29 +133,25 @@ qint64 SPackBits::decompress(QIODevice *source, char *data, qint64 maxSize, qint
 {
     if (maxSize <= 0)
         return 0;
-    if (m_held.isEmpty()) {
-        const auto decode = [](const QByteArray &block) { return decompress(block); };
-        if (m_mode == PackBitsMode::PackBitsFramed) {
-            if (!readFramedBlocks(source, compressedSize, decode, &m_held))
-                return -1;
-        } else {
-            if (compressedSize == 0)
-                return _decompress(source, data, maxSize);
-            hold(&m_held, decode(readClaimed(source, compressedSize)));
-        }
+    if (m_mode == PackBitsMode::PackBitsFramed)
+        return m_reader->readFramed(source, data, maxSize, compressedSize);
+    if (m_reader->isEmpty()) {
+        if (compressedSize == 0)
+            return _decompress(source, data, maxSize);
+        m_reader->hold(decompress(readClaimed(source, compressedSize)));
     }
-    return takeHeld(&m_held, data, maxSize);
+    return m_reader->take(data, maxSize);
 }
 
 bool SPackBits::finalize()
 {
-    m_held.clear();
+    m_reader->clear();
     return true;
 }
 
 qint64 SPackBits::bytesAvailable() const
 {
-    return heldBytes(m_held);
+    return m_reader->bytesAvailable();
 }
 
 QString SPackBits::name()

@@ -5,9 +5,12 @@
 #include <brixlib/compression/scompressordevice.h>
 
 #include <QtCore/QByteArray>
-#include <QtCore/QList>
+
+#include <memory>
 
 namespace Talverine::Compression {
+
+class BlockReader;
 
 //! What SPackBits writes for each call. The numbers are fixed.
 enum class PackBitsMode {
@@ -68,7 +71,7 @@ private:
     static qint64 _decompress(QIODevice *source, char *data, qint64 maxSize);
 
     PackBitsMode m_mode;
-    QList<QByteArray> m_held;
+    std::unique_ptr<BlockReader> m_reader;
 };
 
 //! Compresses with SPackBits into another device, and reads that back.

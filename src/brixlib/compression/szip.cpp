@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/compression/szip.h>
 
+#include <brixlib/compression/blockreader_p.h>
 #include <brixlib/compression/framedblocks_p.h>
 
 #include <QtCore/QtEndian>
@@ -10,12 +11,15 @@
 #include <new>
 #include <typeinfo>
 
+#include <zlib.h>
+
 namespace Talverine::Compression {
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
+constexpr int kDefaultLevel = 1;
 constexpr qsizetype kSizeBytes = 4;
 // A byte of a stream stands for no more plain bytes: two bits can repeat 258 of them.
 constexpr qint64 kLargestYield = 1032;
@@ -42,16 +46,36 @@ QByteArray decompressStream(const QByteArray &stream, qint64 maxSize)
     return data.size() <= maxSize ? data : QByteArray();
 }
 
+// What a block claims to hold; 0 when it can't be.
+qint64 plainSize(QByteArrayView block)
+{
+    if (block.size() <= kSizeBytes)
+        return 0;
+    const qint64 size = qFromBigEndian<quint32>(block.data());
+    return size > largestYield(block.size() - kSizeBytes) ? 0 : size;
+}
+
+// What Qt does with a block that is what it claims, without a copy. Any other is left to Qt.
+bool decodeInto(QByteArrayView block, char *data, qint64 size)
+{
+    auto decoded = static_cast<uLongf>(size);
+    const int result = uncompress(reinterpret_cast<Bytef *>(data), &decoded,
+                                  reinterpret_cast<const Bytef *>(block.data()) + kSizeBytes,
+                                  static_cast<uLong>(block.size() - kSizeBytes));
+    return result == Z_OK && static_cast<qint64>(decoded) == size;
+}
+
 } // namespace
 
 SZip::SZip(const ZipMode &mode)
-    : m_mode(mode)
+    : SZip(kDefaultLevel, mode)
 {
 }
 
 SZip::SZip(int level, const ZipMode &mode)
     : m_compressionLevel(level)
     , m_mode(mode)
+    , m_reader(std::make_unique<BlockReader>(BlockDecoder{plainSize, decodeInto, decompress}))
 {
 }
 
@@ -126,20 +150,22 @@ qint64 SZip::decompress(QIODevice *source, char *data, qint64 maxSize, qint64 co
 {
     if (maxSize <= 0)
         return 0;
-    if (m_held.isEmpty() && !readHeld(source, maxSize, compressedSize))
-        return -1;
-    return takeHeld(&m_held, data, maxSize);
+    if (m_mode == ZipMode::ZipFramed)
+        return m_reader->readFramed(source, data, maxSize, compressedSize);
+    if (m_reader->isEmpty())
+        readBare(source, maxSize, compressedSize);
+    return m_reader->take(data, maxSize);
 }
 
 bool SZip::finalize()
 {
-    m_held.clear();
+    m_reader->clear();
     return true;
 }
 
 qint64 SZip::bytesAvailable() const
 {
-    return heldBytes(m_held);
+    return m_reader->bytesAvailable();
 }
 
 QString SZip::name()
@@ -152,16 +178,13 @@ int SZip::concurrence() const
     return m_mode == ZipMode::ZipFramed ? ICompressor::concurrence() : 1;
 }
 
-bool SZip::readHeld(QIODevice *source, qint64 maxSize, qint64 compressedSize)
+void SZip::readBare(QIODevice *source, qint64 maxSize, qint64 compressedSize)
 {
-    const auto decode = [](const QByteArray &block) { return decompress(block); };
-    if (m_mode == ZipMode::ZipFramed)
-        return readFramedBlocks(source, compressedSize, decode, &m_held);
     const QByteArray block = readBareBlock(source, compressedSize);
     if (block.isEmpty())
-        return true; // the end is no damage, which Qt would warn of
-    hold(&m_held, m_mode == ZipMode::ZipQtBlock ? decode(block) : decompressStream(block, maxSize));
-    return true;
+        return; // the end is no damage, which Qt would warn of
+    const bool hasSize = m_mode == ZipMode::ZipQtBlock;
+    m_reader->hold(hasSize ? decompress(block) : decompressStream(block, maxSize));
 }
 
 SZipDevice::SZipDevice(QIODevice *device, bool leaveOpen, int level, QObject *parent)

@@ -5,9 +5,12 @@
 #include <brixlib/compression/scompressordevice.h>
 
 #include <QtCore/QByteArray>
-#include <QtCore/QList>
+
+#include <memory>
 
 namespace Talverine::Compression {
+
+class BlockReader;
 
 //! What SZip writes for each call. The numbers are fixed.
 enum class ZipMode {
@@ -74,11 +77,11 @@ public:
     int concurrence() const override;
 
 private:
-    bool readHeld(QIODevice *source, qint64 maxSize, qint64 compressedSize);
+    void readBare(QIODevice *source, qint64 maxSize, qint64 compressedSize);
 
-    int m_compressionLevel = 1;
+    int m_compressionLevel;
     ZipMode m_mode;
-    QList<QByteArray> m_held;
+    std::unique_ptr<BlockReader> m_reader;
 };
 
 //! Compresses with SZip into another device, and reads that back.
