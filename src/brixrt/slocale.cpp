@@ -28,7 +28,9 @@ QString nameWithScript(const QLocale &locale)
 SLocale::SLocale(const QString &name, NumberOptions options)
     : QLocale(namedLocale(name))
 {
-    setNumberOptions(options);
+    // The C locale has an option of its own, without which it would group digits.
+    if (options != DefaultNumberOptions)
+        setNumberOptions(options);
 }
 
 QString SLocale::lcName(const QLocale &locale, bool underscores)
