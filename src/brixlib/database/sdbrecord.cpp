@@ -212,29 +212,48 @@ void SDBRecord::setSignatureSeed(const QString &seed)
 
 QString SDBRecord::signature() const
 {
-    const SDBField &stored = search(signatureKey());
-    return stored.isEmpty() ? QString() : stored.toString(true, locale(signatureFallback()));
+    return signature(locale(signatureFallback()));
 }
 
 bool SDBRecord::checkSignature() const
 {
-    const QString stored = signature();
+    const QLocale values = locale(signatureFallback());
+    const QString stored = signature(values);
     if (stored.isEmpty())
         return false;
-    return stored ==
-           (stored.size() < kShortestChainSignature ? legacyGenerator() : signatureGenerator());
+    const bool isLegacy = stored.size() < kShortestChainSignature;
+    return stored == (isLegacy ? legacyGenerator(values) : signatureGenerator(values));
 }
 
 bool SDBRecord::updateSignature()
 {
-    return insert(signatureKey(), signatureGenerator());
+    return insert(signatureKey(), signatureGenerator(locale(signatureFallback())));
+}
+
+QString SDBRecord::signature(const QLocale &values) const
+{
+    const SDBField &stored = search(signatureKey());
+    return stored.isEmpty() ? QString() : stored.toString(true, values);
+}
+
+QString SDBRecord::legacyGenerator(const QLocale &values) const
+{
+    LegacySignature signature(m_seed);
+    takeSignedTexts(values, [&](QStringView text) { signature.add(text); });
+    return signature.result();
+}
+
+QString SDBRecord::signatureGenerator(const QLocale &values) const
+{
+    SignatureChain chain(m_seed);
+    takeSignedTexts(values, [&](QStringView text) { chain.add(text); });
+    return chain.result();
 }
 
 // The text of each value that is signed, trimmed as a reader will get it, in order.
 template<typename Take>
-void SDBRecord::takeSignedTexts(const Take &take) const
+void SDBRecord::takeSignedTexts(const QLocale &values, const Take &take) const
 {
-    const QLocale values = locale(signatureFallback());
     const auto takeText = [&](const QVariant &value) {
         const QString text = SConvert::toString(value, values);
         take(QStringView(text).trimmed());
@@ -256,20 +275,6 @@ void SDBRecord::takeSignedTexts(const Take &take) const
         const QList<QVariant> elements = field.valueList();
         std::for_each(elements.begin(), elements.end(), takeElement);
     }
-}
-
-QString SDBRecord::legacyGenerator() const
-{
-    LegacySignature signature(m_seed);
-    takeSignedTexts([&](QStringView text) { signature.add(text); });
-    return signature.result();
-}
-
-QString SDBRecord::signatureGenerator() const
-{
-    SignatureChain chain(m_seed);
-    takeSignedTexts([&](QStringView text) { chain.add(text); });
-    return chain.result();
 }
 
 const SDBField &SDBRecord::search(const QString &name) const

@@ -124,10 +124,11 @@ public:
     bool updateSignature();
 
 private:
-    QString legacyGenerator() const;
-    QString signatureGenerator() const;
+    QString signature(const QLocale &values) const;
+    QString legacyGenerator(const QLocale &values) const;
+    QString signatureGenerator(const QLocale &values) const;
     template<typename Take>
-    void takeSignedTexts(const Take &take) const;
+    void takeSignedTexts(const QLocale &values, const Take &take) const;
 
     const SDBField &search(const QString &name) const;
     SDBField &search(const QString &name);

@@ -17,21 +17,28 @@ QByteArrayView LowBytes::of(QStringView text)
 
 SignatureChain::SignatureChain(const QString &seed)
 {
-    m_hash.addData(m_lowBytes.of(seed));
-    takeState();
+    setState(m_hash.hash(m_lowBytes.of(seed)));
 }
 
 void SignatureChain::add(QStringView text)
 {
-    m_hash.addData(m_state);
-    m_hash.addData(m_lowBytes.of(text));
-    takeState();
+    setState(m_hash.hash(m_state, m_lowBytes.of(text)));
 }
 
-void SignatureChain::takeState()
+QString SignatureChain::result() const
 {
-    m_state = m_hash.result().toHex();
-    m_hash.reset();
+    return QString::fromLatin1(m_state.data(), m_state.size());
+}
+
+void SignatureChain::setState(const Sha256::Digest &digest)
+{
+    static constexpr char kDigits[] = "0123456789abcdef";
+    auto *digit = m_state.data();
+    for (const char byte : digest) {
+        const auto number = static_cast<unsigned char>(byte);
+        *digit++ = kDigits[number >> 4];
+        *digit++ = kDigits[number & 0xF];
+    }
 }
 
 LegacySignature::LegacySignature(const QString &seed)

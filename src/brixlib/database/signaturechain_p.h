@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <brixlib/database/sha256_p.h>
+
 #include <QtCore/QByteArray>
 #include <QtCore/QCryptographicHash>
 #include <QtCore/QString>
+
+#include <array>
 
 namespace Talverine {
 
@@ -31,14 +35,14 @@ public:
     explicit SignatureChain(const QString &seed);
 
     void add(QStringView text);
-    QString result() const { return QString::fromLatin1(m_state); }
+    QString result() const;
 
 private:
-    void takeState();
+    void setState(const Sha256::Digest &digest);
 
-    QCryptographicHash m_hash{QCryptographicHash::Sha256};
+    Sha256 m_hash;
     LowBytes m_lowBytes;
-    QByteArray m_state; //!< hexadecimal
+    std::array<char, 64> m_state; //!< hexadecimal
 };
 
 //! The signature of old records: the SHA-1 of the seed and all texts with ";" between them.
