@@ -21,11 +21,21 @@ namespace {
 constexpr rlim_t kLargestFileBytes = 4 * 1024 * 1024;
 
 constexpr Target kTargets[] = {
-    {"clientdevice", clientDevice},   {"clientreplies", clientReplies},
-    {"commands", commands},           {"credentials", credentials},
-    {"entrylist", entryList},         {"iobuffer", ioBuffer},
-    {"pluggables", pluggables},       {"replies", replies},
-    {"serversession", serverSession}, {"userfile", userFile},
+    {"clientdevice", clientDevice},
+    {"clientreplies", clientReplies},
+    {"commands", commands},
+    {"compressedfile", compressedFile},
+    {"credentials", credentials},
+    {"entrylist", entryList},
+    {"iobuffer", ioBuffer},
+    {"lz4", lz4},
+    {"lzw", lzw},
+    {"packbits", packBits},
+    {"pluggables", pluggables},
+    {"replies", replies},
+    {"serversession", serverSession},
+    {"userfile", userFile},
+    {"zip", zip},
 };
 
 // A peer may write one byte far behind the end of a file and have the file copied.

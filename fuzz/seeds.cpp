@@ -4,11 +4,18 @@
 #include "inputforms.h"
 #include "sessionbytes.h"
 
+#include <brixlib/compression/slz4.h>
+#include <brixlib/compression/snullcompressor.h>
+#include <brixlib/compression/spackbits.h>
+#include <brixlib/compression/stifflzw.h>
+#include <brixlib/compression/szip.h>
+
 #include <shared/basecommandforms.h>
 #include <shared/filecommandforms.h>
 #include <shared/goldenbytes.h>
 #include <shared/rawbytes.h>
 
+#include <QtCore/QBuffer>
 #include <QtCore/QRegularExpression>
 #include <QtCore/QSet>
 #include <QtCore/QtEndian>
@@ -17,6 +24,8 @@
 #include <iterator>
 
 using namespace RawBytes;
+using namespace Talverine::Compression;
+using Talverine::Compression::Interfaces::ICompressor;
 using namespace TestShared;
 using namespace Qt::StringLiterals;
 
@@ -262,6 +271,47 @@ void addRecords(QList<Seed> *seeds)
     seeds->append({"credentials", "no-password", "brix://ann@press.example"});
 }
 
+// ---- Compression
+
+void addDecoders(QList<Seed> *seeds)
+{
+    const QByteArray plain("aaaaaaaaaaaaaaaaaaaaaaaa, abcabcabcabc: 0123456789");
+    const auto add = [&](const char *target, int mode, ICompressor &&compressor) {
+        QBuffer stream;
+        stream.open(QIODevice::WriteOnly);
+        compressor.compress(plain.constData(), plain.size(), &stream);
+        compressor.finalize();
+        const QByteArray name = "mode-" + QByteArray::number(mode);
+        seeds->append({target, name, bytesOf(mode, plain.size()) + stream.data()});
+        seeds->append(
+            {target, name + "-size-told", bytesOf(0x80 + mode, plain.size()) + stream.data()});
+    };
+    add("lz4", 0, SLz4());
+    add("lz4", 1, SLz4(Lz4Mode::Lz4Raw));
+    add("lzw", 0, STiffLZW());
+    add("packbits", 0, SPackBits(PackBitsMode::PackBitsFramed));
+    add("packbits", 1, SPackBits(PackBitsMode::PackBitsRaw));
+    add("zip", 0, SZip());
+    add("zip", 1, SZip(ZipMode::ZipQtBlock));
+    add("zip", 2, SZip(ZipMode::ZipRawStream));
+}
+
+void addCompressedFiles(QList<Seed> *seeds)
+{
+    QBuffer plain;
+    plain.setData("aaaaaaaaaaaaaaaaaaaaaaaa, abcabcabcabc: 0123456789");
+    const auto add = [&](int number, ICompressor *compressor) {
+        const QByteArray name = compressor->name().toLatin1();
+        QBuffer file;
+        if (SCompressorDevice::compress(&plain, &file, compressor))
+            seeds->append({"compressedfile", name, bytesOf(number) + file.data()});
+    };
+    add(0, new SNullCompressor);
+    add(1, new SLz4);
+    add(2, new SPackBits);
+    add(3, new STiffLZW);
+}
+
 } // namespace
 
 QList<Seed> seeds()
@@ -270,6 +320,8 @@ QList<Seed> seeds()
     addClientDevices(&list);
     addClientReplies(&list);
     addCommands(&list);
+    addCompressedFiles(&list);
+    addDecoders(&list);
     addRecords(&list);
     addServerSessions(&list);
     return list;
