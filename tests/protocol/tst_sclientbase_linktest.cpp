@@ -269,7 +269,7 @@ private Q_SLOTS:
             peer.send(theEnd());
             peer.readToEnd();
         }));
-        QVERIFY(run.start(0, 0, -1));
+        QVERIFY(run.start(0, 0, timeout));
         QVERIFY(run.succeeds());
     }
 
@@ -283,8 +283,17 @@ private Q_SLOTS:
     void aBlockCutOffEndsTheSession()
     {
         QFETCH(bool, goes);
+    void aNegativeTimeOutWaits_data()
+    {
+        QTest::addColumn<int>("timeout");
+        QTest::newRow("-1 ms") << -1;
+        QTest::newRow("-2 ms") << -2;
+        QTest::newRow("least") << std::numeric_limits<int>::min();
+    }
+
         Run run(accepting([goes](RawConnection &peer) {
             peer.send(block(1000).chopped(1));
+        QFETCH(int, timeout);
             if (!goes)
                 peer.readToEnd();
         }));

@@ -159,7 +159,7 @@ private Q_SLOTS:
     void aNegativeTimeOutWaits()
     {
         SessionHost host;
-        host.timeoutMs = -1;
+        host.timeoutMs = timeout;
         RawClient client;
         QVERIFY(start(client, host, 1, 0));
         QVERIFY(client.staysQuiet(500));
@@ -253,8 +253,17 @@ private:
                     [this](int value) { m_progress = value; });
             connect(server, &SServerBase::commandResult, this, [this](SCommandId id, bool result) {
                 if (id == CommandIds::kLinkTest)
+    void aNegativeTimeOutWaits_data()
+    {
+        QTest::addColumn<int>("timeout");
+        QTest::newRow("-1 ms") << -1;
+        QTest::newRow("-2 ms") << -2;
+        QTest::newRow("least") << std::numeric_limits<int>::min();
+    }
+
                     m_result = result;
             });
+        QFETCH(int, timeout);
         };
         if (!client.openAndLogin(host.port(), u"alice"_s, u"secret"_s))
             return false;

@@ -81,7 +81,7 @@ bool SCommunicatorBase::receiveLinkTest(int seconds, const LinkTestPhase *first,
 // The time-out counts from block to block.
 bool SCommunicatorBase::waitForLinkTestBlock()
 {
-    const QDeadlineTimer deadline(timeout()); // negative lasts for ever
+    const QDeadlineTimer deadline(std::max(timeout(), -1)); // only -1 lasts for ever
     while (socket() && socket()->state() == QAbstractSocket::ConnectedState &&
            !isInterruptionRequested()) {
         const qint64 slice =
