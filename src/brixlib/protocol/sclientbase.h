@@ -129,7 +129,8 @@ public Q_SLOTS:
      */
     void pluggable(const QString &command, const QByteArray &params);
     void pluggableList();
-    //! Measures the connection by sending and then receiving for so many seconds.
+    //! Measures the connection by sending and then receiving for so many seconds; below 1 a phase
+    //! carries nothing.
     void linkTest(int uploadSeconds, int downloadSeconds);
     //! Closes the connection; hides QObject::disconnect(). Only in the worker thread.
     void disconnect();
@@ -164,7 +165,9 @@ Q_SIGNALS:
     void pluggableResult(const QString &command, bool result, const QByteArray &params,
                          const QByteArray &output);
     void pluggableListResult(const QList<QString> &list);
+    //! The server has accepted a link test; transferredBytes() follows after half a second.
     void linkTestStarted(int uploadSeconds, int downloadSeconds);
+    //! Both phases are through; does not come for a test that failed on its way.
     void linkTestFinished(double uploadBytesPerSeconds, double downloadBytesPerSeconds);
 
 protected:

@@ -8,11 +8,12 @@ namespace Talverine {
 
 bool SClientBase::executeCommandLinkTest(const SCommandLinkTest &command)
 {
+    const auto block = makeLinkTestBlock();
     Q_EMIT linkTestStarted(command.uploadSeconds(), command.downloadSeconds());
     LinkTestPhase upload;
     LinkTestPhase download;
-    if (!sendLinkTest(command.uploadSeconds(), nullptr, &upload) ||
-        !receiveLinkTest(command.downloadSeconds(), &upload, &download))
+    if (!sendLinkTest(command.uploadSeconds(), block.get(), nullptr, &upload) ||
+        !receiveLinkTest(command.downloadSeconds(), block.get(), &upload, &download))
         return false;
     Q_EMIT progress(100);
     Q_EMIT linkTestFinished(upload.bytesPerSecond(), download.bytesPerSecond());

@@ -236,17 +236,21 @@ protected:
         //! 0.0 when it took no time.
         double bytesPerSecond() const;
     };
+    //! The buffer for both phases of a link test, not initialised; null without the memory.
+    static std::unique_ptr<char[]> makeLinkTestBlock();
     /*!
-     * Sends blocks for \a seconds, then the end word. Reports by transferredBytes() after the first
-     * half second; \a first is the phase that went before, or null. False on an interruption or
-     * when the connection fails.
+     * Fills \a block with zeros and sends it again and again for \a seconds, then the end word.
+     * Reports by transferredBytes() after the first half second; \a first is the phase that went
+     * before, or null. False without a block, on an interruption or when the connection fails, and
+     * with a timeout() of 0 when a block does not leave at once.
      */
-    bool sendLinkTest(int seconds, const LinkTestPhase *first, LinkTestPhase *phase);
+    bool sendLinkTest(int seconds, char *block, const LinkTestPhase *first, LinkTestPhase *phase);
     /*!
-     * Takes blocks until the end word; \a seconds is how long they are expected. False also when
-     * no block comes within timeout(), unless that is negative.
+     * Takes blocks into \a block until the end word; \a seconds is how long they are expected.
+     * False also when no block comes within timeout(), unless that is negative.
      */
-    bool receiveLinkTest(int seconds, const LinkTestPhase *first, LinkTestPhase *phase);
+    bool receiveLinkTest(int seconds, char *block, const LinkTestPhase *first,
+                         LinkTestPhase *phase);
 
     //! Registers a prototype in this object's context; takes ownership.
     void registerCommand(SCommand *prototype);

@@ -6,6 +6,9 @@
 #include <QtCore/QDeadlineTimer>
 #include <QtCore/QElapsedTimer>
 
+#include <algorithm>
+#include <new>
+
 namespace Talverine {
 
 namespace {
@@ -18,10 +21,18 @@ constexpr int kReportAfterMs = 500;
 // The planned time is the peer's word; twice this still fits the signal's numbers.
 constexpr double kLargestEstimate = 1e18;
 
-// Zeros, since what lay in the memory before is not the peer's business; null without the memory.
-std::unique_ptr<char[]> makeBlock()
+// Less than none is none.
+qint64 plannedMs(int seconds)
 {
-    return std::unique_ptr<char[]>(new (std::nothrow) char[kBlockBytes]());
+    return std::max<qint64>(seconds, 0) * 1000;
+}
+
+// With a time-out of 0 no write waits, and what the peer does not take would pile up here.
+bool hasLeft(STcpSocket *socket)
+{
+    if (socket->bytesToWrite() != 0)
+        socket->flush();
+    return socket->bytesToWrite() == 0;
 }
 
 } // namespace
@@ -31,17 +42,24 @@ double SCommunicatorBase::LinkTestPhase::bytesPerSecond() const
     return seconds > 0.0 ? static_cast<double>(bytes) / seconds : 0.0;
 }
 
-bool SCommunicatorBase::sendLinkTest(int seconds, const LinkTestPhase *first, LinkTestPhase *phase)
+std::unique_ptr<char[]> SCommunicatorBase::makeLinkTestBlock()
 {
-    const auto block = makeBlock();
+    return std::unique_ptr<char[]>(new (std::nothrow) char[kBlockBytes]);
+}
+
+bool SCommunicatorBase::sendLinkTest(int seconds, char *block, const LinkTestPhase *first,
+                                     LinkTestPhase *phase)
+{
     if (!block)
         return false;
-    const qint64 planned = qint64(seconds) * 1000;
+    // What lay in the memory before is not the peer's business.
+    std::fill_n(block, kBlockBytes, '\0');
+    const qint64 planned = plannedMs(seconds);
     QElapsedTimer timer;
     timer.start();
     while (timer.elapsed() < planned) {
         if (isInterruptionRequested() || !writeWord64(socket(), kBlockBytes) ||
-            writeAll(socket(), block.get(), kBlockBytes) != kBlockBytes)
+            writeAll(socket(), block, kBlockBytes) != kBlockBytes || !hasLeft(socket()))
             return false;
         phase->bytes += kBlockBytes;
         reportLinkTest(phase->bytes, timer.elapsed(), planned, first);
@@ -52,13 +70,12 @@ bool SCommunicatorBase::sendLinkTest(int seconds, const LinkTestPhase *first, Li
     return true;
 }
 
-bool SCommunicatorBase::receiveLinkTest(int seconds, const LinkTestPhase *first,
+bool SCommunicatorBase::receiveLinkTest(int seconds, char *block, const LinkTestPhase *first,
                                         LinkTestPhase *phase)
 {
-    const auto block = makeBlock();
     if (!block)
         return false;
-    const qint64 planned = qint64(seconds) * 1000;
+    const qint64 planned = plannedMs(seconds);
     QElapsedTimer timer;
     timer.start();
     while (waitForLinkTestBlock()) {
@@ -70,7 +87,7 @@ bool SCommunicatorBase::receiveLinkTest(int seconds, const LinkTestPhase *first,
         if (size > quint64(kBlockBytes))
             return false;
         const auto count = static_cast<qint64>(size);
-        if (readAll(socket(), block.get(), count) != count)
+        if (readAll(socket(), block, count) != count)
             return false;
         phase->bytes += count;
         reportLinkTest(phase->bytes, timer.elapsed(), planned, first);

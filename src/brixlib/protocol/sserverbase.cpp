@@ -470,11 +470,12 @@ bool SServerBase::executeCommandPluggableList()
 // The client sends first.
 bool SServerBase::executeCommandLinkTest(const SCommandLinkTest &command)
 {
+    const auto block = makeLinkTestBlock();
     Q_EMIT linkTestStarted(command.uploadSeconds(), command.downloadSeconds());
     LinkTestPhase upload;
     LinkTestPhase download;
-    if (!receiveLinkTest(command.uploadSeconds(), nullptr, &upload) ||
-        !sendLinkTest(command.downloadSeconds(), &upload, &download))
+    if (!receiveLinkTest(command.uploadSeconds(), block.get(), nullptr, &upload) ||
+        !sendLinkTest(command.downloadSeconds(), block.get(), &upload, &download))
         return false;
     Q_EMIT progress(100);
     Q_EMIT linkTestFinished(upload.bytesPerSecond(), download.bytesPerSecond());

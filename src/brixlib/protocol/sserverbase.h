@@ -99,8 +99,10 @@ Q_SIGNALS:
     void clientDeviceStarted(const QString &fileName);
     //! A client has closed its remote device; does not come when the connection is lost.
     void clientDeviceFinished(const QString &fileName);
+    //! A link test begins: the client sends for so many seconds, then it is sent to.
     void linkTestStarted(int uploadSeconds, int downloadSeconds);
-    //! Both rates are the client's: what it sent and what it was sent.
+    //! Both rates are the client's: what it sent and what it was sent. Does not come for a test
+    //! that failed on its way.
     void linkTestFinished(double uploadBytesPerSeconds, double downloadBytesPerSeconds);
     //! The connection is up and the client has been greeted.
     void connectionInfo(const QHostAddress &peerAddress);
