@@ -8,6 +8,10 @@
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 
+#ifdef Q_OS_UNIX
+#include <csignal>
+#endif
+
 using namespace Qt::StringLiterals;
 
 class tst_ToolServerCommands : public QObject
@@ -98,6 +102,32 @@ private Q_SLOTS:
         // Of two seconds, at most ten times in each.
         const auto drawn = terminal.screen().count("% ");
         QVERIFY2(drawn > 1 && drawn < 30, terminal.screen().constData());
+    }
+
+    void theLinkTestIsInterrupted_data()
+    {
+        QTest::addColumn<QStringList>("seconds");
+        QTest::newRow("while it sends") << QStringList{u"--up"_s, u"600"_s, u"--down"_s, u"0"_s};
+        QTest::newRow("while it receives") << QStringList{u"--up"_s, u"0"_s, u"--down"_s, u"600"_s};
+    }
+
+    void theLinkTestIsInterrupted()
+    {
+        QFETCH(QStringList, seconds);
+        FakeTerminal terminal;
+        QProcess client;
+        m_server.client().prepare(&client, QStringList{u"linktest"_s, m_server.url(), u"--json"_s} +
+                                               seconds);
+        terminal.attach(&client, {2});
+        client.start();
+        QTRY_VERIFY_WITH_TIMEOUT(terminal.screen().contains("% "), 20'000);
+        kill(pid_t(client.processId()), SIGINT);
+        QVERIFY(client.waitForFinished(20'000));
+        QCOMPARE(client.exitCode(), 130);
+        QVERIFY(client.readAllStandardOutput().isEmpty());
+        QVERIFY(terminal.screen().contains("interrupted"));
+        // The server goes on.
+        QCOMPARE(run(u"whoami"_s).out, "ann\n"_ba);
     }
 #endif
 
