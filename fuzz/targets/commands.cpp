@@ -7,6 +7,7 @@
 
 #include <brixlib/fileservice/scommandfile.h>
 #include <brixlib/fileservice/sserverftp.h>
+#include <brixlib/protocol/commands/scommandauthentication.h>
 #include <brixlib/protocol/scommand.h>
 #include <brixlib/protocol/scommandhelper.h>
 #include <brixlib/protocol/wire.h>
@@ -61,6 +62,14 @@ void spellOutTarget(SCommand &command)
         file->setTargetFileName(file->targetFileName());
 }
 
+// A hash travels as text, which loses a byte order mark at its front: no hash has one.
+void dropByteOrderMarks(SCommand &command)
+{
+    auto *const login = dynamic_cast<SCommandAuthentication *>(&command);
+    while (login && login->hashedPassword().startsWith("\xEF\xBB\xBF"))
+        login->setHashedPassword(login->hashedPassword().mid(3));
+}
+
 // What was read can be written, and reads back as the same.
 void requireRoundTrip(const SCommand &command)
 {
@@ -90,6 +99,7 @@ bool commands(const QByteArray &input)
         return false;
     require(command->version() == version, "a command is read at another version");
     spellOutTarget(*command);
+    dropByteOrderMarks(*command);
     requireRoundTrip(*command);
     return true;
 }
