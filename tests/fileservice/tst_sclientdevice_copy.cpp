@@ -83,6 +83,21 @@ protected:
     qint64 writeData(const char *, qint64) override { return 0; }
 };
 
+// Takes all, and closes a device at that, as the end of a connection does that it has noticed.
+class Closer : public QIODevice
+{
+public:
+    QIODevice *closed = nullptr;
+
+protected:
+    qint64 readData(char *, qint64) override { return -1; }
+    qint64 writeData(const char *, qint64 size) override
+    {
+        closed->close();
+        return size;
+    }
+};
+
 } // namespace
 
 class tst_SClientDevice_copy : public QObject
@@ -238,22 +253,66 @@ private Q_SLOTS:
         QVERIFY(!SClientDevice::copy(&target, &source, 100));
     }
 
-    // Both hold a small file back until they are closed, which tells nobody.
+    // A device that is closed says that it is at its end.
+    void aSourceThatIsClosedOnTheWayFailsTheCopy_data()
+    {
+        QTest::addColumn<bool>("isBuffered");
+        QTest::newRow("itself") << false;
+        QTest::newRow("a buffer over it") << true;
+    }
+
+    void aSourceThatIsClosedOnTheWayFailsTheCopy()
+    {
+        QFETCH(bool, isBuffered);
+        QBuffer from;
+        from.setData(pattern(5000));
+        SBufferedDevice buffered(&from, 1024);
+        Closer target;
+        target.closed = &from;
+        QIODevice *source = isBuffered ? static_cast<QIODevice *>(&buffered) : &from;
+        QVERIFY(!SClientDevice::copy(&target, source, 1024));
+    }
+
+    void aTargetThatIsClosedByItsLastWriteFailsTheCopy()
+    {
+        QBuffer source;
+        source.setData("abc");
+        Closer target;
+        target.closed = &target;
+        QVERIFY(!SClientDevice::copy(&target, &source));
+    }
+
+    // A buffer gives nothing there, as at the end.
+    void aReadThatFailsBehindABufferFailsTheCopy()
+    {
+        QBuffer from;
+        from.setData(pattern(5000));
+        FaultDevice failing(&from, {.read = {.errorAt = 2048}});
+        SBufferedDevice source(&failing, 1024);
+        QBuffer target;
+        QVERIFY(!SClientDevice::copy(&target, &source, 100));
+        QCOMPARE(target.data(), pattern(2048));
+    }
+
+    // They hold a small file back until they are closed, which tells nobody.
     void aFullDiskFailsTheCopy_data()
     {
         QTest::addColumn<bool>("isBuffered");
-        QTest::newRow("a file") << false;
-        QTest::newRow("a buffer over a file") << true;
+        QTest::addColumn<bool>("isFileBuffered");
+        QTest::newRow("a file") << false << true;
+        QTest::newRow("a buffer over a file") << true << false;
+        QTest::newRow("a buffer over a file with one of its own") << true << true;
     }
 
     void aFullDiskFailsTheCopy()
     {
         QFETCH(bool, isBuffered);
+        QFETCH(bool, isFileBuffered);
         QBuffer source;
         source.setData("small");
         QFile file(u"/dev/full"_s);
         SBufferedDevice buffered(&file);
-        if (isBuffered)
+        if (!isFileBuffered)
             QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
         QIODevice *target = isBuffered ? static_cast<QIODevice *>(&buffered) : &file;
         QVERIFY(!SClientDevice::copy(target, &source));
@@ -367,6 +426,24 @@ private Q_SLOTS:
         QBuffer target;
         QVERIFY(!SClientDevice::copy(&target, &source, 100));
         QCOMPARE(target.data(), pattern(100));
+    }
+
+    void aRefusedReadBehindABufferFailsTheCopy()
+    {
+        RawServer server([](RawConnection &peer) {
+            openDevice(peer);
+            answerRequest(peer, DeviceRequest::size(), RawBytes::i64(1000));
+            answerRequest(peer, DeviceRequest::read(1024), DeviceReply::got(pattern(100)));
+            for (int i = 0; i < 2; ++i)
+                answerRequest(peer, DeviceRequest::read(1024), RawBytes::i64(-1));
+            answerRequest(peer, DeviceRequest::close(), RawBytes::ack());
+        });
+        RawDevice device(server);
+        SBufferedDevice source(&device, 1024);
+        QBuffer target;
+        QVERIFY(!SClientDevice::copy(&target, &source, 1024));
+        QCOMPARE(target.data(), pattern(100));
+        QVERIFY(!device.isOpen());
     }
 
     void aRemoteDeviceThatWasOpenStaysOpen()

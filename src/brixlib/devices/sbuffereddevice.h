@@ -43,6 +43,9 @@ public:
     //! Closes the device.
     ~SBufferedDevice() override;
 
+    //! Null when it has died.
+    QIODevice *underlyingDevice() const { return m_device; }
+
     //! 32 KiB.
     static int defaultBufferSize();
     //! 2 MiB, for files on a network share or a remote device.

@@ -4,8 +4,7 @@
 
 #include <brixlib/devices/sbuffereddevice.h>
 #include <brixlib/foundation/interfaces.h>
-
-#include <QtCore/QFileDevice>
+#include <brixlib/foundation/underlyingdevice_p.h>
 
 #include <algorithm>
 
@@ -16,10 +15,9 @@ namespace {
 // Some devices hold bytes back, and their close() does not tell that it could not write them.
 bool flushWhole(QIODevice *device)
 {
-    if (auto *const file = qobject_cast<QFileDevice *>(device))
-        return file->flush();
-    auto *const buffered = qobject_cast<SBufferedDevice *>(device);
-    return !buffered || buffered->flush();
+    if (auto *const buffered = qobject_cast<SBufferedDevice *>(device))
+        return buffered->flush() && flushWhole(buffered->underlyingDevice());
+    return flushUnderlyingFile(device);
 }
 
 bool closeWhole(QIODevice *device)
@@ -46,6 +44,17 @@ bool writeWhole(QIODevice *device, const char *data, qint64 size)
     return true;
 }
 
+// A remote source that has just lost its server is not at its end, but closed. A buffer gives
+// nothing also where the device behind it fails, so that one is asked itself then.
+qint64 readSome(QIODevice *device, char *data, qint64 size)
+{
+    if (!device || !device->isOpen())
+        return -1;
+    const qint64 count = device->read(data, size);
+    const auto *const buffered = qobject_cast<SBufferedDevice *>(device);
+    return count == 0 && buffered ? readSome(buffered->underlyingDevice(), data, size) : count;
+}
+
 // The size is the source's word.
 int percent(qint64 done, qint64 size)
 {
@@ -63,8 +72,7 @@ bool pump(QIODevice *target, QIODevice *source, Interfaces::IProgress *progress,
             if (progress->isAbortRequested())
                 return false;
         }
-        // A remote source that has just lost its server is not at its end.
-        const qint64 count = source->isOpen() ? source->read(buffer, bufferSize) : -1;
+        const qint64 count = readSome(source, buffer, bufferSize);
         // A source that claims more than it gives is never at its end.
         if (count == 0)
             break;
@@ -72,7 +80,8 @@ bool pump(QIODevice *target, QIODevice *source, Interfaces::IProgress *progress,
             return false;
         done += count;
     }
-    return flushWhole(target);
+    // A device that was closed on the way says that it is at its end, too.
+    return source->isOpen() && target->isOpen() && flushWhole(target);
 }
 
 } // namespace
