@@ -325,6 +325,36 @@ private Q_SLOTS:
         QVERIFY(result.out.isEmpty());
     }
 
+    // Without a size an offset would seem to lie beyond the end.
+    void aServerThatTellsNoSizeEndsCat_data()
+    {
+        QTest::addColumn<QByteArray>("size");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QByteArray>("message");
+        QTest::newRow("refused") << RawBytes::i64(-1) << 1 << "does not tell the size of file"_ba;
+        QTest::newRow("gone") << QByteArray() << 3 << "ended the connection"_ba;
+    }
+
+    void aServerThatTellsNoSizeEndsCat()
+    {
+        QFETCH(QByteArray, size);
+        QFETCH(QByteArray, message);
+        RawServer server([size](RawConnection &peer) {
+            peer.send(RawServer::uuid());
+            peer.answer(RawBytes::u32(1));
+            peer.readCommand();
+            peer.send(RawBytes::ack());
+            peer.read(8);
+            peer.send(QByteArray(1, '\1'));
+            peer.read(4);
+            peer.send(size);
+        });
+        const auto result = m_server->run({u"cat"_s, u"--offset"_s, u"10"_s,
+                                           u"brix://ann@127.0.0.1:%1/file"_s.arg(server.port())});
+        QTEST(result.exitCode, "exitCode");
+        QVERIFY2(result.err.contains(message), result.err.constData());
+    }
+
     void signalsEndCat_data()
     {
         QTest::addColumn<int>("signal");

@@ -26,6 +26,14 @@ RemoteFile::RemoteFile(const Login &login, const QString &path, const QString &n
         fail({});
 }
 
+qint64 RemoteFile::size() const
+{
+    const qint64 bytes = m_device.size();
+    if (bytes < 0)
+        fail(u"the server does not tell the size of %1"_s);
+    return bytes;
+}
+
 void RemoteFile::seek(qint64 position)
 {
     if (!m_buffered.seek(position))
@@ -57,10 +65,8 @@ void RemoteFile::write(const char *data, qint64 size)
 void RemoteFile::finish()
 {
     if (!m_buffered.flush() || !m_device.seek(m_written))
-        fail({});
-    const qint64 stored = m_device.size();
-    if (stored < 0)
-        fail({});
+        fail(u"the server does not tell what it has stored of %1"_s);
+    const qint64 stored = size();
     if (stored != m_written)
         throw Failure{ExitCode::Refused, u"the server stored only %1 of %2: it has no room"_s.arg(
                                              QString::number(stored), QString::number(m_written))};

@@ -21,7 +21,8 @@ public:
     RemoteFile(const Login &login, const QString &path, const QString &name,
                QIODevice::OpenMode mode);
 
-    qint64 size() const { return m_device.size(); }
+    //! Never negative.
+    qint64 size() const;
     void seek(qint64 position);
     //! At most \a size bytes; 0 at the end.
     qint64 read(char *data, qint64 size);

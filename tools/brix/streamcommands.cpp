@@ -57,7 +57,7 @@ void writeFile(const Login &login, const CatOptions &options, LiveProgress *prog
             return;
         file.seek(options.offset);
     }
-    progress->total = std::min(std::max<qint64>(size - options.offset, 0), options.count);
+    progress->total = std::min(size - options.offset, options.count);
     const auto block = std::make_unique<char[]>(kBlockBytes);
     for (qint64 left = options.count; left > 0;) {
         const qint64 count = file.read(block.get(), std::min(left, kBlockBytes));

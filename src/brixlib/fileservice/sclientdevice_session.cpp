@@ -118,8 +118,12 @@ qint64 SClientDevice::Session::askSize()
     quint64 word = 0;
     const bool isAnswered = exchange(
         [&] { return command(ClientDeviceCommands::Size) && io.readWord64(socket, &word); });
+    if (!isAnswered)
+        return kUnknownSize;
     const auto size = static_cast<qint64>(word);
-    return isAnswered && size >= 0 ? size : kUnknownSize;
+    if (size < 0)
+        fail(Error::File);
+    return std::max(size, kUnknownSize);
 }
 
 bool SClientDevice::Session::finish()
