@@ -107,6 +107,9 @@ private Q_SLOTS:
             device.close(&ok);
             QVERIFY(ok);
             QVERIFY(!device.isOpen());
+            const auto *socket = device.findChild<QAbstractSocket *>();
+            QVERIFY(socket);
+            QCOMPARE(socket->state(), QAbstractSocket::UnconnectedState);
         }
         QCOMPARE(server.received().toHex(),
                  (deviceHandshake() + DeviceRequest::open(1) + DeviceRequest::close()).toHex());
@@ -177,6 +180,7 @@ private Q_SLOTS:
         RawDevice device(server, kShortTimeoutMs);
         QVERIFY(!device.open(QIODevice::WriteOnly | QIODevice::Append));
         QVERIFY(!device.isOpen());
+        QCOMPARE(device.error(), Error::File);
     }
 
     void readsAndWritesAreOneRequestEach()
@@ -293,11 +297,26 @@ private Q_SLOTS:
         RawDevice device(server);
         QVERIFY(device.open(QIODevice::ReadOnly));
         QCOMPARE(device.size(), -1);
+        QCOMPARE(device.error(), Error::File);
         QCOMPARE(device.bytesAvailable(), 0);
         QVERIFY(device.atEnd());
         bool ok = false;
         device.close(&ok);
         QVERIFY(ok);
+    }
+
+    void theLargestSizeStaysInRange()
+    {
+        RawServer server([](RawConnection &peer) {
+            openDevice(peer);
+            answerRequest(peer, DeviceRequest::size(), RawBytes::i64(kLargest));
+            confirmClose(peer);
+        });
+        RawDevice device(server);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        QCOMPARE(device.readBuffer().write("x", 1), 1u);
+        QCOMPARE(device.size(), kLargest);
+        QCOMPARE(device.bytesAvailable(), kLargest);
     }
 
     // ---- The count of a read is the server's word
@@ -740,13 +759,29 @@ private Q_SLOTS:
         QCOMPARE(told.count(), 1);
     }
 
+    void closingWhenTheEndIsToldTellsItOnce()
+    {
+        QSemaphore end;
+        RawServer server([&](RawConnection &peer) {
+            openDevice(peer);
+            end.acquire();
+        });
+        RawDevice device(server);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        SignalLog told(&device, &QIODevice::aboutToClose);
+        connect(&device, &QIODevice::aboutToClose, &device, [&] { device.close(); });
+        end.release();
+        QTRY_VERIFY(!device.isOpen());
+        QCOMPARE(told.count(), 1);
+    }
+
     void aSocketThatDiesLeavesTheDeviceWithout()
     {
         RawServer server([](RawConnection &peer) {
             openDevice(peer);
             stayQuiet(peer);
         });
-        RawDevice device(server);
+        RawDevice device(server, kShortTimeoutMs);
         QVERIFY(device.open(QIODevice::ReadOnly));
         delete device.findChild<QAbstractSocket *>();
         QVERIFY(!device.isOpen());
@@ -757,6 +792,10 @@ private Q_SLOTS:
         QCOMPARE(device.bytesAvailable(), 0);
         QCOMPARE(device.bytesToWrite(), 0);
         QVERIFY(!device.waitForReadyRead(0));
+        // It does not begin another session either: this fails at once, not in the handshake.
+        const Error before = device.error();
+        QVERIFY(!device.open(QIODevice::ReadOnly));
+        QCOMPARE(device.error(), before);
         bool ok = true;
         device.close(&ok);
         QVERIFY(!ok);
@@ -840,6 +879,27 @@ private Q_SLOTS:
         QCOMPARE(device.size(), 3);
         QVERIFY(!told.isEmpty());
         QVERIFY(device.waitForReadyRead(0));
+    }
+
+    void waitingAtTheEndOfTheFileIsWaitingForTheConnection()
+    {
+        QSemaphore go;
+        RawServer server([&](RawConnection &peer) {
+            openDevice(peer);
+            answerRequest(peer, DeviceRequest::size(), RawBytes::i64(0));
+            go.acquire();
+            peer.send("x");
+            confirmClose(peer);
+        });
+        RawDevice device(server);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        QElapsedTimer timer;
+        timer.start();
+        QVERIFY(!device.waitForReadyRead(kShortTimeoutMs));
+        QVERIFY(timer.elapsed() >= kShortTimeoutMs - 1);
+        go.release();
+        QVERIFY(device.waitForReadyRead(5000));
+        QCOMPARE(device.bytesAvailable(), 1);
     }
 
     // Its request would go out in the middle of the other's reply.

@@ -3,6 +3,7 @@
 
 #include "sclientdevice_p.h"
 
+#include <brixlib/foundation/saturated_p.h>
 #include <brixlib/protocol/passwordhash_p.h>
 #include <brixlib/protocol/protocolsocket_p.h>
 #include <brixlib/protocol/sclientbase.h>
@@ -10,8 +11,6 @@
 
 #include <QtCore/QSignalBlocker>
 #include <QtCore/QUrl>
-
-#include <limits>
 
 // What goes over the wire stands in sclientdevice_session.cpp, copying in sclientdevice_copy.cpp.
 namespace Talverine {
@@ -131,7 +130,7 @@ SIOBuffer &SClientDevice::writeBuffer()
 // Without the flag Qt would read 16,384 bytes ahead for a read of ten.
 bool SClientDevice::open(OpenMode mode)
 {
-    if (m_session->socket || !connectToHost())
+    if (m_session->hasBegun() || !connectToHost())
         return false;
     if (!m_session->authenticate(m_user, m_hashedPassword) ||
         !m_session->clientDevice(m_fileName) || !m_session->openFile(mode & ~Unbuffered))
@@ -228,9 +227,7 @@ qint64 SClientDevice::bytesAvailable() const
     const qint64 here = static_cast<qint64>(m_session->readBuffer.bytesAvailable()) +
                         (socket ? socket->bytesAvailable() : 0);
     // The size is the server's word, up to the largest number there is.
-    const qint64 there = QIODevice::bytesAvailable();
-    return there < std::numeric_limits<qint64>::max() - here ? here + there
-                                                             : std::numeric_limits<qint64>::max();
+    return Saturated::sum(here, QIODevice::bytesAvailable());
 }
 
 qint64 SClientDevice::bytesToWrite() const
@@ -289,6 +286,7 @@ void SClientDevice::endOpenState()
 {
     if (!isOpen() || m_session->isClosing)
         return;
+    const QScopedValueRollback closing(m_session->isClosing, true);
     Q_EMIT aboutToClose();
     setOpenMode(NotOpen);
 }

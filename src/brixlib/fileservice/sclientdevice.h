@@ -37,7 +37,8 @@ class SSecureString;
  *         show(buffered.readLine());
  *
  * - An object serves one open(): once there was a connection, a further call fails.
- * - A read() gives at most 1,048,576 bytes, and so does readAll(): read in a loop.
+ * - A read() gives at most 1,048,576 bytes, and so does readAll(), which makes room for as many as
+ *   the server claims: use read(), in a loop.
  * - The server does not answer a write: what it could not store shows only in size(), after a
  *   seek().
  * - When an exchange breaks off midway, through a time-out for example, this end no longer knows
@@ -45,7 +46,7 @@ class SSecureString;
  * - A slot that is called during an exchange, by readyRead() for example, cannot begin another.
  *
  * Every call blocks for up to timeout() at each step. The object belongs to the thread that opens
- * it.
+ * it: one that was made in another has to be moved there before.
  */
 class BRIXLIB_EXPORT SClientDevice : public QIODevice
 {
@@ -93,8 +94,8 @@ public:
     //! negative has no limit.
     int timeout() const;
     void setTimeout(int milliseconds);
-    //! Moves the connection from the old controller to \a controller (null for none), which must
-    //! outlive it or be taken off before it dies.
+    //! Moves the connection from the old controller to \a controller (null for none), which may
+    //! die at any time in the thread of this object; in another it has to be taken off before.
     void setSpeedController(STcpSocketSpeedController *controller);
 
     //! Why the last call that failed has failed.
@@ -102,8 +103,8 @@ public:
 
     /*!
      * Connects, logs in and opens the file on the server with \a mode, making its folder if need
-     * be. The device itself is always unbuffered. After a failure it may still be connected; it is
-     * of no more use then.
+     * be. The device itself is always unbuffered; it is writable only with WriteOnly in \a mode,
+     * also when it appends. After a failure it may still be connected; it is of no more use then.
      */
     bool open(OpenMode mode) override;
     //! As below, without a result.
@@ -129,7 +130,7 @@ public:
     qint64 bytesAvailable() const override;
     qint64 bytesToWrite() const override;
     bool waitForReadyRead(int milliseconds) override;
-    //! True when nothing is left to be written.
+    //! True when nothing is left to be written, or when some of it has left in time.
     bool waitForBytesWritten(int milliseconds) override;
 
     /*!

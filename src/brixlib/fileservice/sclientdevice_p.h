@@ -32,6 +32,8 @@ public:
 
     //! Reads the greeting from \a newSocket and takes it for the session's.
     bool begin(STcpSocket *newSocket);
+    //! Stays true for good: another server would know nothing of this session.
+    bool hasBegun() const { return !m_uuid.isNull(); }
     bool authenticate(const QString &user, const QByteArray &hashedPassword);
     //! Names the file; from here on requests are answered.
     bool clientDevice(const QString &fileName);
@@ -57,7 +59,7 @@ public:
     SIOBuffer readBuffer{1};
     SIOBuffer writeBuffer{1};
     Error error = Error::None;
-    bool isClosing = false;
+    bool isClosing = false; // the end has been told, or is being told
 
 private:
     template<class Steps>
