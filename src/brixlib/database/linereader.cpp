@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: MIT
+#include <brixlib/database/linereader_p.h>
+
+#include <QtCore/QIODevice>
+
+#include <algorithm>
+
+namespace Talverine {
+
+LineReader::LineReader(QIODevice *device, qint64 position, qsizetype blockBytes)
+    : m_device(device)
+    , m_blockBytes(blockBytes)
+    , m_blockPosition(position)
+    , m_ended(!device)
+{
+    if (device && (!device->isOpen() || !device->seek(position))) {
+        m_ended = true;
+        m_failed = true;
+    }
+}
+
+// What has been given out goes, and at least one more byte comes behind the rest.
+bool LineReader::fill()
+{
+    if (m_ended)
+        return false;
+    dropRead();
+    if (m_end == m_block.size())
+        m_block.resize(std::max(m_blockBytes, 2 * m_end));
+    const qint64 count = m_device->read(m_block.data() + m_end, m_block.size() - m_end);
+    m_failed = count < 0;
+    m_ended = count <= 0;
+    m_end += std::max(count, qint64(0));
+    return count > 0;
+}
+
+void LineReader::dropRead()
+{
+    if (m_begin == 0)
+        return;
+    std::memmove(m_block.data(), m_block.constData() + m_begin,
+                 static_cast<size_t>(m_end - m_begin));
+    m_blockPosition += m_begin;
+    m_end -= m_begin;
+    m_lineBegin = 0;
+    m_begin = 0;
+}
+
+// Goes behind the end of the line that begins here, keeping none of it.
+bool LineReader::skipLine()
+{
+    for (;;) {
+        const qsizetype end = lineEnd(m_begin);
+        m_begin = end < 0 ? m_end : end + 1;
+        if (end >= 0)
+            return true;
+        if (!fill())
+            return false;
+    }
+}
+
+} // namespace Talverine

@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QByteArray>
+#include <QtCore/QByteArrayView>
+
+#include <cstring>
+
+class QIODevice;
+
+namespace Talverine {
+
+/*!
+ * Reads the lines of a device in blocks, and knows where each begins.
+ *
+ *     LineReader lines(device, position, LineReader::kScanBytes);
+ *     QByteArrayView line;
+ *     while (lines.next(&line))
+ *         use(line, lines.position());
+ *
+ * Holds one block, or the longest line that was asked for. Where the device stands meanwhile is
+ * this reader's affair.
+ */
+class LineReader
+{
+public:
+    //! The size of a block for a walk through the file.
+    static constexpr qsizetype kScanBytes = 256 * 1024;
+    //! The size of the first block for a single record.
+    static constexpr qsizetype kRecordBytes = 2 * 1024;
+
+    //! Begins at \a position. \a device may be null, and has no lines then.
+    LineReader(QIODevice *device, qint64 position, qsizetype blockBytes);
+
+    //! The next line without its LF. The view holds until the next call.
+    bool next(QByteArrayView *line)
+    {
+        return next(line, [](QByteArrayView, bool) { return true; });
+    }
+    /*!
+     * The next line for which \a wanted is true. It is called with the line and true, and before
+     * that, where a line is longer than what has been read, with its beginning and false: a line
+     * refused then is not held.
+     */
+    template<typename Wanted>
+    bool next(QByteArrayView *line, Wanted wanted);
+
+    //! The next call gives the last line again.
+    void unread() { m_begin = m_lineBegin; }
+
+    //! Where the last line begins in the device.
+    qint64 position() const { return m_blockPosition + m_lineBegin; }
+    //! Whether the end came by a failed seek or read.
+    bool hasFailed() const { return m_failed; }
+
+private:
+    bool fill();
+    void dropRead();
+    bool skipLine();
+    qsizetype lineEnd(qsizetype from) const;
+
+    QIODevice *m_device;
+    QByteArray m_block;
+    qsizetype m_blockBytes;
+    qint64 m_blockPosition; // of the block's first byte
+    qsizetype m_lineBegin = 0;
+    qsizetype m_begin = 0; // of what has not been given out
+    qsizetype m_end = 0;   // of what has been read
+    bool m_ended = false;
+    bool m_failed = false;
+};
+
+// Offset of the LF, or -1.
+inline qsizetype LineReader::lineEnd(qsizetype from) const
+{
+    const char *data = m_block.constData();
+    const void *found = std::memchr(data + from, '\n', static_cast<size_t>(m_end - from));
+    return found ? static_cast<const char *>(found) - data : -1;
+}
+
+template<typename Wanted>
+bool LineReader::next(QByteArrayView *line, Wanted wanted)
+{
+    qsizetype searched = m_begin;
+    for (;;) {
+        qsizetype end = lineEnd(searched);
+        if (end < 0) {
+            const qsizetype rest = m_end - m_begin;
+            const QByteArrayView beginning(m_block.constData() + m_begin, rest);
+            if (rest >= m_blockBytes && !wanted(beginning, false)) {
+                if (!skipLine())
+                    return false;
+                searched = m_begin;
+                continue;
+            }
+            if (fill()) {
+                searched = m_begin + rest;
+                continue;
+            }
+            if (m_begin == m_end)
+                return false;
+            end = m_end;
+        }
+        const QByteArrayView found(m_block.constData() + m_begin, end - m_begin);
+        m_lineBegin = m_begin;
+        m_begin = end < m_end ? end + 1 : end;
+        if (wanted(found, true)) {
+            *line = found;
+            return true;
+        }
+        searched = m_begin;
+    }
+}
+
+} // namespace Talverine

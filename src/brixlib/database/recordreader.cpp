@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: MIT
+#include <brixlib/database/recordreader_p.h>
+
+#include <brixlib/database/sdbrecord.h>
+
+#include <brixrt/sconvert.h>
+
+#include <limits>
+
+namespace Talverine {
+
+RecordReader::RecordReader(QIODevice *device, const QString &keyName, qint64 position,
+                           qsizetype blockBytes)
+    : m_keyLines(device, keyName, position, blockBytes)
+    , m_keyName(keyName)
+    , m_recordLimit(std::numeric_limits<qint64>::max())
+{
+}
+
+bool RecordReader::next(SDBRecord *record)
+{
+    record->clear();
+    if (!findBegin(record))
+        return false;
+    readRest(record);
+    return true;
+}
+
+bool RecordReader::findBegin(SDBRecord *record)
+{
+    std::optional<KeyLine> line;
+    do {
+        line = m_keyLines.next();
+    } while (line && line->field.isDeletedKey());
+    if (!line)
+        return false;
+    m_key = line->field.ownValue();
+    m_position = line->position;
+    record->insert(m_keyName, SConvert::toVariant(m_key, QString(), m_locale));
+    return true;
+}
+
+void RecordReader::readRest(SDBRecord *record)
+{
+    LineReader &lines = m_keyLines.lines();
+    QByteArrayView line;
+    while (lines.next(&line)) {
+        const std::optional<FieldLine> field = parseFieldLine(line);
+        if (field && field->name == m_keyName) {
+            lines.unread();
+            return;
+        }
+        if (lines.position() - m_position > m_recordLimit)
+            return;
+        if (field) {
+            record->append(field->name.toString(),
+                           SConvert::toVariant(field->ownValue(), QString(), m_locale));
+        }
+    }
+}
+
+} // namespace Talverine

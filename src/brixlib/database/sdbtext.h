@@ -1,0 +1,200 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <brixlib/brixlib_export.h>
+#include <brixlib/compression/compressionalgorithm.h>
+#include <brixlib/database/isdatabase.h>
+#include <brixlib/database/sdbiterator.h>
+#include <brixlib/database/sdbreverseiterator.h>
+
+#include <memory>
+
+namespace Talverine {
+
+class SDBTextPrivate;
+
+/*!
+ * A database in one text file that can be read in an editor. Records are signed and appended; a
+ * removed one has its key line scrambled and the rest of it stays in the file until purge(). Only
+ * the keys are held in memory.
+ *
+ *     SDBText database;
+ *     database.authenticate("ada", "secret");
+ *     if (!database.create("inks.db", "name", DBAuthGrants::ReadOnly))
+ *         return false;
+ *     SDBRecord ink;
+ *     ink.insert("name", "cyan");
+ *     ink.insert("level", 12);
+ *     database.insert(ink);
+ *
+ * Each inserted record gets the fields of SDBRecord's static names: its owner, the culture that its
+ * values are written in, the time, and the signature. Names that begin with "_" are the database's.
+ * What the file can't hold: a line feed in a value, blanks at the ends of one, a "." or "=" in a
+ * name, a key that begins with "$". Values come back as text.
+ *
+ * While it is open, "FILE.lck" keeps other programs out; "FILE.srec" holds a copy of the head, for
+ * when that is damaged, and "FILE.idx" the index since the last close(). A database on a device
+ * that is no file has none of these.
+ *
+ * Nothing is forced to disk. A program that is killed loses no record that was inserted; a machine
+ * that stops may leave the last one without its end, which SDBRecord::checkSignature() tells.
+ * purge() keeps the records in memory while the file is written anew: what stops the program then
+ * loses them.
+ *
+ * Thread: fully shared; the device of open() is used in the thread that calls.
+ */
+class BRIXLIB_EXPORT SDBText : public Interfaces::ISDatabase
+{
+    Q_OBJECT
+    Q_INTERFACES(Talverine::Interfaces::ISDatabase)
+
+public:
+    // The names of the special record's fields.
+    static const QString Version;
+    static const QString Password;
+    static const QString Owner;
+    static const QString Grants;
+    static const QString Key;
+    static const QString Culture;
+
+    //! A null database of the user "Everybody" without a password.
+    explicit SDBText(QObject *parent = nullptr);
+    //! A copy in memory, by operator=().
+    SDBText(const SDBText &other);
+    //! Closes the database.
+    ~SDBText() override;
+
+public Q_SLOTS:
+    bool close() override;
+
+public:
+    bool open(const QString &fileName) override;
+    bool open(QIODevice *device) override;
+    bool create(const QString &fileName, const QString &key,
+                DBAuthGrants grants = DBAuthGrants::All,
+                const QLocale &locale = QLocale(QLocale::English, QLocale::UnitedStates),
+                const QString &version = QString()) override;
+    bool create(QIODevice *device, const QString &key, DBAuthGrants grants = DBAuthGrants::All,
+                const QLocale &locale = QLocale(QLocale::English, QLocale::UnitedStates),
+                const QString &version = QString()) override;
+    /*!
+     * The owner is whoever has the owner's name, in any case, and password. A user who is not the
+     * owner gets false here and can still do what the database grants.
+     */
+    bool authenticate(const QString &user, const QString &password) override;
+
+    bool insert(const QString &key, const SDBField &field) override;
+    //! A database whose key is SDBRecord::UniqueIncKey gives the record a key of 16 digits.
+    bool insert(const SDBRecord &record) override;
+    //! Removes the old record and inserts the new one: recordInserted() alone is emitted.
+    bool replace(const SDBRecord &record) override;
+    bool remove(const QString &key) override;
+    bool remove(const SDBRecord &record) override;
+    bool purge() override;
+    bool clear() override;
+
+    bool contains(const QString &key) const override;
+    bool contains(const SDBRecord &record) const override;
+    bool first(SDBRecord &record) override;
+    bool last(SDBRecord &record) override;
+    bool next(const QString &key, SDBRecord &record) override;
+    bool previous(const QString &key, SDBRecord &record) override;
+    bool value(const QString &key, SDBRecord &record) override;
+    //! The record of \a key, or an empty one.
+    SDBRecord operator[](const QString &key);
+
+    //! Iterators over the records in the order of their keys; end() is on an empty record.
+    SDBIterator begin();
+    SDBIterator end();
+    SDBReverseIterator rbegin();
+    SDBReverseIterator rend();
+    //! An iterator on the record of the \a index-th key, on an empty record when there is none.
+    SDBIterator find(int index);
+
+    DBError error() const override;
+    int count() const override;
+    QLocale culture() const override;
+    QString owner() const override;
+    QString version() const override;
+    QString key() const override;
+    //! The file that was opened last; empty for a device that is no file.
+    QString fileName() const;
+
+    /*!
+     * With a compressor, \a device has to be closed. Afterwards this database is open still, but
+     * no longer locked: another program may open the file.
+     */
+    bool backup(QIODevice *device, bool clearAfter = false) override;
+    bool backup(const QString &fileName, bool clearAfter = false) override;
+    /*!
+     * Knows compressed backups by itself. With \a merge, records come in as inserted anew, each in
+     * place of that of its key; under unique keys, all of them with new keys. Without, what stops
+     * it halfway leaves what was copied till then.
+     */
+    bool restore(QIODevice *device, bool merge = false) override;
+    bool restore(const QString &fileName, bool merge = false) override;
+    //! Zip, Lz4 or Uncompressed, the default.
+    Compression::CompressionAlgorithm backupCompressor() const;
+
+public Q_SLOTS:
+    //! Any other algorithm means Uncompressed.
+    void setBackupCompressor(Talverine::Compression::CompressionAlgorithm algorithm);
+
+public:
+    bool isEmpty() const override;
+    bool isNull() const override;
+    DBAuthGrants grants() const override;
+
+    bool addFieldIndex(const QString &name) override;
+    bool delFieldIndex(const QString &name) override;
+    bool isFieldIndexed(const QString &name) override;
+    /*!
+     * The records of a text come the latest first. The index does not follow replace() and
+     * remove(): until it is built anew, it gives a record under the texts it had too, and under one
+     * that it kept twice.
+     */
+    bool searchField(const SDBField &field, QList<SDBRecord> &records) override;
+    //! Indexes the field from now on. The texts of removed records may be among the values.
+    QList<SDBField> values(const QString &name) override;
+    QList<QString> fieldsIndexed() const override;
+    qint64 bytes() const override;
+
+public Q_SLOTS:
+    //! Makes all field indexes be built anew too.
+    bool reindex() override;
+
+public:
+    //! Whether both have the same settings and equal records; false without the right to read both.
+    bool operator==(const SDBText &other) const;
+    bool operator!=(const SDBText &other) const { return !(*this == other); }
+    /*!
+     * Takes the records, settings, user and field indexes of \a other, of which nothing is left in
+     * this database's file; a null one gets a place in memory. Needs the right to write to both.
+     */
+    SDBText &operator=(const SDBText &other);
+    //! A copy in memory with the records of \a other, or without those of the same keys.
+    SDBText operator+(const SDBText &other) const;
+    SDBText operator-(const SDBText &other) const;
+    //! Adds the records of \a other whose keys aren't here, unchanged.
+    SDBText &operator+=(const SDBText &other);
+    //! Removes the records whose keys \a other has.
+    SDBText &operator-=(const SDBText &other);
+
+private:
+    bool init(QIODevice *device);
+    bool createOn(QIODevice *device, const QString &key, DBAuthGrants grants, const QLocale &locale,
+                  const QString &version);
+    bool returnBool(DBError error);
+    bool _insert(const SDBRecord &record, bool notify);
+    bool _remove(const QString &key, bool notify);
+    bool walkTo(const QString &key, SDBRecord *record);
+    bool assign(const SDBText &other);
+    bool add(const SDBText &other);
+    bool subtract(const SDBText &other);
+    bool mergeFrom(const SDBText &other);
+    bool replaceBy(const SDBText &other);
+
+    std::unique_ptr<SDBTextPrivate> d;
+};
+
+} // namespace Talverine

@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <brixlib/compression/compressionalgorithm.h>
+#include <brixlib/database/databasehead_p.h>
+#include <brixlib/database/dberror.h>
+#include <brixlib/database/fieldindexes_p.h>
+#include <brixlib/database/keyindex_p.h>
+#include <brixlib/database/stextscramble.h>
+
+#include <QtCore/QIODevice>
+#include <QtCore/QLockFile>
+#include <QtCore/QMutex>
+#include <QtCore/QPointer>
+
+#include <memory>
+
+namespace Talverine {
+
+class RecordReader;
+
+//! Pieces in which whole databases are copied.
+inline constexpr int kCopyPieceBytes = 32768;
+
+/*!
+ * The state of a database and what is done with its device. It knows neither signals nor
+ * permissions to act: SDBText asks for these first, with the mutex held.
+ *
+ * How each operation ended is its result; the caller keeps it in error.
+ */
+class SDBTextPrivate
+{
+public:
+    SDBTextPrivate() = default;
+    Q_DISABLE_COPY_MOVE(SDBTextPrivate)
+
+    // The user
+    void setUser(const QString &name, const QString &secret);
+    bool isOwner() const;
+    bool mayRead() const;
+    bool mayWrite() const;
+    bool mayInsert() const;
+    //! Whether the record of \a key is the user's own, and the user may change such.
+    bool mayWriteOwn(const QString &key);
+
+    // The device
+    bool isNull() const { return !device || !isOpen; }
+    //! As !isNull(), and nobody has closed the device meanwhile.
+    bool hasOpenDevice() const { return device && device->isOpen(); }
+    QString fileName() const;
+    DBError openDevice();
+    //! Locks and opens \a target with \a mode; \a failure is what not being able to open is called.
+    DBError openEmpty(QIODevice *target, DBError failure);
+    //! Closes \a target, which may be another device, and lets go of the lock.
+    void closeDevice(QIODevice *target);
+    DBError seekEnd();
+    //! Makes the device empty, and the indexes with it.
+    DBError truncate();
+
+    // The head
+    //! Reads the head of the open device, or its copy, and the index.
+    DBError load();
+    void saveHeadCopy();
+    //! Copies the whole device to the open \a target; a head of its own first if this one's is
+    //! damaged.
+    DBError copyTo(QIODevice *target);
+    //! The same, opening \a target if need be and closing it, and the lock is gone.
+    DBError copyToClosed(QIODevice *target);
+
+    // Records
+    DBError append(SDBRecord record, bool keepAsIs);
+    DBError search(const QString &key, SDBRecord *record);
+    DBError scrambleKey(const QString &key);
+    QString keyOf(const SDBRecord &record) const;
+    QString nextUniqueKey();
+
+    // Indexes
+    void addKey(const QString &key, qint64 position);
+    void clearIndexes();
+    DBError createIndex();
+    bool loadIndex();
+    //! Saves the index of the database that was closed, or removes one that would not fit.
+    void saveIndex();
+    QByteArray deviceHash();
+    //! Builds the field indexes that are stale; false when there are none.
+    bool buildStaleFieldIndexes();
+
+    DatabaseHead head;
+    QString user = QStringLiteral("Everybody");
+    QString password;
+    STextScramble scramble;
+    KeyIndex keys;
+    FieldIndexes fields;
+    DBError error = DBError::NoError;
+    QPointer<QIODevice> device;
+    QRecursiveMutex mutex;
+    std::unique_ptr<QLockFile> lock;
+    bool isOpen = false;
+    qint64 uniqueCounter = 0;
+    std::unique_ptr<QIODevice> ownDevice;
+    bool isHeadFromCopy = false;
+    bool hasIndex = false; //!< the indexes are those of the device
+    Compression::CompressionAlgorithm backupCompressor =
+        Compression::CompressionAlgorithm::Uncompressed;
+
+private:
+    bool takeLock(QIODevice *target);
+    SDBRecord readHeadRecord();
+    SDBRecord readHeadCopy();
+    bool readIndex(QIODevice *file);
+    bool writeIndexFile();
+    void noteUniqueKey(const QString &key);
+    void noteRead(const RecordReader &reader);
+
+    QString m_passwordHash;
+};
+
+//! The file that lies beside that of \a device under its name and \a suffix; empty for a device
+//! that is no file.
+QString companionFile(const QIODevice *device, QLatin1String suffix);
+
+} // namespace Talverine

@@ -1,0 +1,234 @@
+// SPDX-License-Identifier: MIT
+// Changing records, and walking through them.
+#include <brixlib/database/sdbtext.h>
+
+#include <brixlib/database/sdbtext_p.h>
+
+#include <brixrt/slocale.h>
+
+#include <QtCore/QDateTime>
+
+namespace Talverine {
+
+bool SDBText::insert(const QString &key, const SDBField &field)
+{
+    const QMutexLocker guard(&d->mutex);
+    SDBRecord record;
+    if (value(key, record))
+        return record.insert(field) && replace(record);
+    if (d->error != DBError::RecNotFound)
+        return false;
+    record.insert(d->head.key, key);
+    record.insert(field);
+    return insert(record);
+}
+
+bool SDBText::insert(const SDBRecord &record)
+{
+    const QMutexLocker guard(&d->mutex);
+    return _insert(record, true);
+}
+
+bool SDBText::replace(const SDBRecord &record)
+{
+    const QMutexLocker guard(&d->mutex);
+    return _remove(d->keyOf(record), false) && _insert(record, true);
+}
+
+bool SDBText::remove(const QString &key)
+{
+    const QMutexLocker guard(&d->mutex);
+    return _remove(key, true);
+}
+
+bool SDBText::remove(const SDBRecord &record)
+{
+    const QMutexLocker guard(&d->mutex);
+    return _remove(d->keyOf(record), true);
+}
+
+bool SDBText::purge()
+{
+    const QMutexLocker guard(&d->mutex);
+    if (!d->mayWrite())
+        return returnBool(DBError::AuthError);
+    const SDBText copy(*this);
+    if (copy.d->error != DBError::NoError)
+        return returnBool(copy.d->error);
+    if (!clear())
+        return false;
+    SDBRecord record;
+    for (QString key = copy.d->keys.first(); !key.isEmpty(); key = copy.d->keys.above(key)) {
+        if (copy.d->search(key, &record) != DBError::NoError)
+            continue;
+        const DBError written = d->append(record, true);
+        if (written != DBError::NoError)
+            return returnBool(written);
+    }
+    Q_EMIT databasePurged();
+    return returnBool(DBError::NoError);
+}
+
+bool SDBText::clear()
+{
+    const QMutexLocker guard(&d->mutex);
+    if (!d->mayWrite())
+        return returnBool(DBError::AuthError);
+    DBError result = d->truncate();
+    if (result == DBError::NoError && !d->head.write(d->device))
+        result = DBError::WriteError;
+    if (result != DBError::NoError)
+        return returnBool(result);
+    d->isHeadFromCopy = false;
+    result = d->createIndex();
+    Q_EMIT databaseModified();
+    return returnBool(result);
+}
+
+bool SDBText::contains(const QString &key) const
+{
+    const QMutexLocker guard(&d->mutex);
+    return d->keys.contains(key);
+}
+
+bool SDBText::contains(const SDBRecord &record) const
+{
+    const QMutexLocker guard(&d->mutex);
+    return d->keys.contains(d->keyOf(record));
+}
+
+bool SDBText::first(SDBRecord &record)
+{
+    return next(QString(), record);
+}
+
+bool SDBText::last(SDBRecord &record)
+{
+    return previous(QString(), record);
+}
+
+bool SDBText::next(const QString &key, SDBRecord &record)
+{
+    const QMutexLocker guard(&d->mutex);
+    QString other;
+    if (key.isEmpty())
+        other = d->keys.first();
+    else if (d->keys.contains(key))
+        other = d->keys.above(key);
+    return walkTo(other, &record);
+}
+
+bool SDBText::previous(const QString &key, SDBRecord &record)
+{
+    const QMutexLocker guard(&d->mutex);
+    return walkTo(d->keys.contains(key) ? d->keys.below(key) : d->keys.last(), &record);
+}
+
+bool SDBText::value(const QString &key, SDBRecord &record)
+{
+    const QMutexLocker guard(&d->mutex);
+    return returnBool(d->mayRead() ? d->search(key, &record) : DBError::AuthError);
+}
+
+SDBRecord SDBText::operator[](const QString &key)
+{
+    SDBRecord record;
+    value(key, record);
+    return record;
+}
+
+SDBIterator SDBText::begin()
+{
+    SDBRecord record;
+    first(record);
+    return SDBIterator(*this, record);
+}
+
+SDBIterator SDBText::end()
+{
+    const QMutexLocker guard(&d->mutex);
+    SDBRecord record;
+    last(record);
+    return ++SDBIterator(*this, record);
+}
+
+SDBReverseIterator SDBText::rbegin()
+{
+    SDBRecord record;
+    last(record);
+    return SDBReverseIterator(*this, record);
+}
+
+SDBReverseIterator SDBText::rend()
+{
+    const QMutexLocker guard(&d->mutex);
+    SDBRecord record;
+    first(record);
+    return ++SDBReverseIterator(*this, record);
+}
+
+SDBIterator SDBText::find(int index)
+{
+    const QMutexLocker guard(&d->mutex);
+    const QString key = d->keys.at(index);
+    SDBRecord record;
+    if (!key.isEmpty())
+        value(key, record);
+    return SDBIterator(*this, record);
+}
+
+bool SDBText::_insert(const SDBRecord &record, bool notify)
+{
+    if (!d->mayInsert())
+        return returnBool(DBError::AuthError);
+    SDBRecord copy(record);
+    if (d->head.key == SDBRecord::uniqueIncKey())
+        copy.insert(d->head.key, d->nextUniqueKey());
+    const QString key = d->keyOf(copy);
+    if (key.isEmpty())
+        return returnBool(DBError::KeyIsNull);
+    if (d->keys.contains(key))
+        return returnBool(DBError::RecExist);
+    const DBError end = d->seekEnd();
+    if (end != DBError::NoError)
+        return returnBool(end);
+    copy.insert(SDBRecord::ownerKey(), d->user);
+    copy.insert(SDBRecord::cultureKey(), SLocale::lcName(d->head.culture, false));
+    copy.insert(SDBRecord::dateTimeKey(), QDateTime::currentDateTimeUtc());
+    // What was written of it stays, and the error is that of the operation before.
+    if (d->append(copy, false) != DBError::NoError)
+        return false;
+    d->fields.insertRecord(copy, d->head.key, d->head.culture);
+    d->error = DBError::NoError;
+    if (notify) {
+        Q_EMIT recordInserted(key);
+        Q_EMIT databaseModified();
+    }
+    return true;
+}
+
+bool SDBText::_remove(const QString &key, bool notify)
+{
+    if (!d->mayWrite() && !d->mayWriteOwn(key))
+        return returnBool(DBError::AuthError);
+    if (!returnBool(d->scrambleKey(key)))
+        return false;
+    if (notify) {
+        Q_EMIT recordRemoved(key);
+        Q_EMIT databaseModified();
+    }
+    return true;
+}
+
+// To the record of a key, or to the end where there is none.
+bool SDBText::walkTo(const QString &key, SDBRecord *record)
+{
+    if (!d->mayRead())
+        return returnBool(DBError::AuthError);
+    record->clear();
+    if (!key.isEmpty())
+        d->search(key, record);
+    return returnBool(record->isEmpty() ? DBError::RecNotFound : DBError::NoError);
+}
+
+} // namespace Talverine

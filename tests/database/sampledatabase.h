@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: MIT
+// Small databases in a folder of their own, and a look at their files.
+#pragma once
+
+#include <brixlib/database/sdbtext.h>
+
+#include <QtCore/QFile>
+#include <QtCore/QTemporaryDir>
+#include <QtTest/QTest>
+
+namespace Talverine::Sample {
+
+using namespace Qt::StringLiterals;
+
+inline const QString kUser = u"ada"_s;
+inline const QString kPassword = u"secret"_s;
+
+//! A folder with the path of a database that is not made yet.
+struct Place
+{
+    QTemporaryDir folder;
+    QString file = folder.filePath(u"inks.db"_s);
+
+    QString beside(const QString &suffix) const { return file + suffix; }
+};
+
+inline QByteArray bytesOf(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+inline bool setBytes(const QString &path, const QByteArray &bytes)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush();
+}
+
+//! A record of the key field "name".
+inline SDBRecord ink(const QString &name, const QVariant &level = 1)
+{
+    SDBRecord record;
+    record.insert(u"name"_s, name);
+    record.insert(u"level"_s, level);
+    return record;
+}
+
+//! Creates an empty database for ada, and opens it.
+template<typename Where>
+bool create(SDBText &database, const Where &where, DBAuthGrants grants = DBAuthGrants::ReadOnly,
+            const QString &key = u"name"_s)
+{
+    database.authenticate(kUser, kPassword);
+    return database.create(where, key, grants);
+}
+
+inline bool insertAll(SDBText &database, const QStringList &names)
+{
+    for (const QString &name : names) {
+        if (!database.insert(ink(name)))
+            return false;
+    }
+    return true;
+}
+
+//! The keys in the order of a walk by first() and next().
+inline QStringList walk(SDBText &database)
+{
+    QStringList names;
+    SDBRecord record;
+    for (bool more = database.first(record); more;) {
+        const QString name = record.value(database.key()).toString();
+        names.append(name);
+        more = database.next(name, record);
+    }
+    return names;
+}
+
+//! Expects the debug line of an operation that fails.
+inline void expectError(const char *name)
+{
+    QTest::ignoreMessage(QtDebugMsg, (QByteArray("SDBText::returnBool: ") + name).constData());
+}
+
+} // namespace Talverine::Sample
