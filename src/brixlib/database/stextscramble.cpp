@@ -110,8 +110,9 @@ QString STextScramble::unScramble(const QString &text, int randomCount) const
         return text;
     Places places(m_seed, text.size());
     QString work(text.size(), Qt::Uninitialized);
-    for (QChar &character : work)
-        character = text.at(places.take(&character - work.constData()));
+    QChar *characters = work.data();
+    for (qsizetype i = 0; i < text.size(); ++i)
+        characters[i] = text.at(places.take(i));
     const qsizetype kept = std::max(text.size() - qsizetype{randomCount}, qsizetype{1});
     return work.left(kept);
 }
