@@ -2,6 +2,7 @@
 #include <brixlib/compression/scompressordevice.h>
 
 #include <brixlib/compression/framedblocks_p.h>
+#include <brixlib/foundation/saturated_p.h>
 #include <brixlib/foundation/underlyingdevice_p.h>
 
 #include <brixrt/sfilehelper.h>
@@ -116,8 +117,10 @@ bool SCompressorDevice::atEnd() const
 
 qint64 SCompressorDevice::bytesAvailable() const
 {
-    return (m_device ? m_device->bytesAvailable() : 0) +
-           (m_compressor ? m_compressor->bytesAvailable() : 0) + QIODevice::bytesAvailable();
+    // What a remote device says is its server's word.
+    const qint64 behind = m_device ? m_device->bytesAvailable() : 0;
+    const qint64 held = m_compressor ? m_compressor->bytesAvailable() : 0;
+    return Saturated::sum(behind, held + QIODevice::bytesAvailable());
 }
 
 qint64 SCompressorDevice::bytesToWrite() const
