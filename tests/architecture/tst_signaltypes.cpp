@@ -30,6 +30,7 @@ const QList<const QMetaObject *> &leaves()
         &SDBText::staticMetaObject,
         &SEndiannessDevice::staticMetaObject,
         &SGenericQueue::staticMetaObject,
+        &SLogger::staticMetaObject,
         &SPluggableServerVersion::staticMetaObject,
         &SPluggableJson::staticMetaObject,
         &SPluggableString::staticMetaObject,
