@@ -11,6 +11,7 @@
 
 #include <QtCore/QBuffer>
 #include <QtCore/QCryptographicHash>
+#include <QtCore/QTemporaryFile>
 #include <QtCore/QThread>
 
 using namespace Talverine::Compression;
@@ -130,6 +131,8 @@ private Q_SLOTS:
     void streamEndsInsideARun();
     void streamFromALiveDevice();
     void streamFromPiecesOfOneByte();
+    void streamFromAFile();
+    void streamFromABufferThatHasShrunk();
     void finalizeForgetsWhatIsHeld();
 
     void failsWhenTheTargetIsFull();
@@ -473,6 +476,33 @@ void tst_SPackBits::streamFromPiecesOfOneByte()
     QVERIFY(source.open(QIODevice::ReadOnly));
     SPackBits compressor;
     QCOMPARE(decompressed(&compressor, &source, 200), row);
+}
+
+void tst_SPackBits::streamFromAFile()
+{
+    SeededRandom random;
+    const QByteArray row = Samples::runs(&random, 100000);
+    QTemporaryFile file;
+    QVERIFY(file.open());
+    QVERIFY(file.write(SPackBits::compress(row) + "what follows") > 0);
+    file.seek(0);
+    SPackBits compressor;
+    QByteArray data(row.size(), '\0');
+    QCOMPARE(compressor.decompress(&file, data.data(), data.size(), 0), row.size());
+    QCOMPARE(data, row);
+    QCOMPARE(file.readAll(), "what follows"_ba);
+}
+
+void tst_SPackBits::streamFromABufferThatHasShrunk()
+{
+    QByteArray bytes = fromHex("00410042");
+    QBuffer source(&bytes);
+    QVERIFY(source.open(QIODevice::ReadOnly));
+    SPackBits compressor;
+    char data[10] = {};
+    QCOMPARE(compressor.decompress(&source, data, 1, 0), 1);
+    bytes.truncate(1);
+    QCOMPARE(compressor.decompress(&source, data, sizeof data, 0), 0);
 }
 
 void tst_SPackBits::finalizeForgetsWhatIsHeld()

@@ -10,6 +10,7 @@
 
 #include <QtCore/QBuffer>
 #include <QtCore/QCryptographicHash>
+#include <QtCore/QTemporaryFile>
 
 #include <stdexcept>
 
@@ -165,6 +166,8 @@ private Q_SLOTS:
     void goesOnInTheNextCompressedPart();
     void liveDevice();
     void piecesOfOneByte();
+    void fileAsSource();
+    void bufferThatHasShrunk();
 
     void failsWhenTheTargetIsFull();
     void failsWhenTheTargetIsGone();
@@ -680,6 +683,40 @@ void tst_STiffLZW::piecesOfOneByte()
     QVERIFY(source.open(QIODevice::ReadOnly));
     STiffLZW lzw;
     QCOMPARE(decodedOnce(&lzw, &source, data.size()), data);
+}
+
+void tst_STiffLZW::fileAsSource()
+{
+    SeededRandom random;
+    const QByteArray data = Samples::text(&random, 100000);
+    QTemporaryFile file;
+    QVERIFY(file.open());
+    QVERIFY(file.write(encoded(data) + "what follows") > 0);
+    for (const qint64 piece : {100000, 1000}) {
+        file.seek(0);
+        STiffLZW lzw;
+        QByteArray got;
+        while (got.size() < data.size()) {
+            const QByteArray part =
+                decodedOnce(&lzw, &file, std::min<qint64>(piece, data.size() - got.size()));
+            QVERIFY(!part.isEmpty());
+            got += part;
+        }
+        QCOMPARE(got, data);
+        QCOMPARE(file.readAll(), "what follows"_ba);
+    }
+}
+
+void tst_STiffLZW::bufferThatHasShrunk()
+{
+    QByteArray stream = encoded("ABCDEFGH");
+    QBuffer source(&stream);
+    QVERIFY(source.open(QIODevice::ReadOnly));
+    STiffLZW lzw;
+    QCOMPARE(decodedOnce(&lzw, &source, 3), "ABC"_ba);
+    stream.truncate(2);
+    QCOMPARE(decodedOnce(&lzw, &source, 10), "D"_ba);
+    QCOMPARE(decodedOnce(&lzw, &source, 10), QByteArray());
 }
 
 void tst_STiffLZW::failsWhenTheTargetIsFull()

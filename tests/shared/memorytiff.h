@@ -46,8 +46,13 @@ public:
     }
     Q_DISABLE_COPY_MOVE(MemoryTiff)
 
-    //! Takes so much memory now rather than as it is needed.
-    void reserve(qsizetype bytes) { m_bytes.reserve(bytes); }
+    //! Takes and touches so much memory now rather than as it is needed, for measuring.
+    void reserve(qsizetype bytes)
+    {
+        const qsizetype size = m_bytes.size();
+        m_bytes.append(bytes - size, '\0');
+        m_bytes.resize(size);
+    }
 
     //! Compresses and stores a strip; false when libtiff can't.
     bool writeStrip(quint32 strip, const char *pixels, qint64 size)

@@ -2,11 +2,25 @@
 // Decoders look at many bytes at once and leave those in the device that are not theirs.
 #pragma once
 
-#include <QtCore/QIODevice>
+#include <QtCore/QBuffer>
+#include <QtCore/QByteArrayView>
 
 #include <algorithm>
+#include <optional>
+#include <typeinfo>
 
 namespace Talverine::Compression {
+
+//! What \a source has ahead where it stands in memory. Nothing for a device that is not a plain
+//! QBuffer, whose bytes have to be copied.
+inline std::optional<QByteArrayView> bytesInPlace(const QIODevice *source)
+{
+    if (typeid(*source) != typeid(QBuffer) || !source->isReadable())
+        return std::nullopt;
+    const QByteArrayView bytes = static_cast<const QBuffer *>(source)->data();
+    // The array may be shorter by now, which peek() does not expect.
+    return bytes.sliced(std::min<qint64>(source->pos(), bytes.size()));
+}
 
 /*!
  * Copies the next bytes of \a source and leaves them there: at least \a least unless it ends or
@@ -14,6 +28,11 @@ namespace Talverine::Compression {
  */
 inline qint64 peekAhead(QIODevice *source, char *data, qint64 least, qint64 most)
 {
+    if (const std::optional<QByteArrayView> bytes = bytesInPlace(source)) {
+        const qint64 count = std::min<qint64>(bytes->size(), most);
+        std::copy_n(bytes->data(), count, data);
+        return count;
+    }
     const qint64 wanted =
         source->isSequential() ? std::clamp(source->bytesAvailable(), least, most) : most;
     return source->peek(data, wanted);

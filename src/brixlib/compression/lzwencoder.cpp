@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/compression/lzwencoder_p.h>
 
+#include <algorithm>
+
 namespace Talverine::Compression {
 
 namespace {
@@ -22,6 +24,41 @@ constexpr std::array<quint32, 256> makeRandomWords()
 constexpr std::array<quint32, 256> kRandomWords = makeRandomWords();
 
 } // namespace
+
+inline LzwEncoder::Match LzwEncoder::oneByte(uchar byte)
+{
+    return {byte, extendedHash(0, byte)};
+}
+
+inline quint32 LzwEncoder::extendedHash(quint32 hash, uchar byte)
+{
+    return 3 * (kRandomWords[byte] ^ hash);
+}
+
+inline quint32 LzwEncoder::slotKey(quint32 code, uchar byte)
+{
+    return code * (256 * kLzwTableSize) | byte * kLzwTableSize;
+}
+
+// There is always an empty slot to end at: the table is cleared long before all are taken.
+inline LzwEncoder::Slot LzwEncoder::findSlot(quint32 key, quint32 hash) const
+{
+    quint32 place = hash >> (32 - kSlotBits);
+    quint32 code = m_slots[place] ^ key;
+    while (code >= kLzwTableSize && code != key) {
+        place = (place + 1) % kSlots;
+        code = m_slots[place] ^ key;
+    }
+    return {place, code};
+}
+
+// Writes the code of a string that, with a byte more, has just been added under m_nextCode.
+inline bool LzwEncoder::writeString(QIODevice *device, quint32 code)
+{
+    const bool written = m_writer.writeCode(device, code, m_width);
+    ++m_nextCode;
+    return (m_nextCode != m_nextChange || widenOrClear(device)) && written;
+}
 
 void LzwEncoder::begin()
 {
@@ -45,27 +82,32 @@ bool LzwEncoder::add(QIODevice *device, const char *data, qint64 size)
     Match match = m_match;
     bool written = true;
     while (pos != end && written) {
-        const uchar byte = *pos;
-        ++pos;
-        const quint32 hash = extendedHash(match.hash, byte);
-        const quint32 key = match.code << 8 | byte;
         if (match.code < kLzwClearCode) {
-            quint16 &code = m_pairs[key];
-            if (code != 0) {
-                match = {code, hash};
+            const uchar byte = *pos;
+            ++pos;
+            quint16 *const code = &m_pairs[match.code << 8 | byte];
+            if (*code == 0) {
+                *code = static_cast<quint16>(m_nextCode);
+                written = writeString(device, match.code);
+                match = oneByte(byte);
                 continue;
             }
-            code = static_cast<quint16>(m_nextCode);
-        } else {
-            quint32 *const slot = findSlot(key, hash);
-            if (*slot != 0) {
-                match = {*slot % kLzwTableSize, hash};
-                continue;
-            }
-            *slot = key * kLzwTableSize | m_nextCode;
+            match = {*code, extendedHash(match.hash, byte)};
         }
-        written = writeString(device, match.code);
-        match = oneByte(byte);
+        while (pos != end) {
+            const uchar byte = *pos;
+            ++pos;
+            const quint32 hash = extendedHash(match.hash, byte);
+            const quint32 key = slotKey(match.code, byte);
+            const Slot slot = findSlot(key, hash);
+            if (slot.code >= kLzwTableSize) {
+                m_slots[slot.place] = key | m_nextCode;
+                written = writeString(device, match.code);
+                match = oneByte(byte);
+                break;
+            }
+            match = {slot.code, hash};
+        }
     }
     m_match = match;
     return written;
@@ -81,47 +123,25 @@ bool LzwEncoder::end(QIODevice *device)
     return m_writer.end(device) && written;
 }
 
-LzwEncoder::Match LzwEncoder::oneByte(uchar byte)
-{
-    return {byte, extendedHash(0, byte)};
-}
-
-quint32 LzwEncoder::extendedHash(quint32 hash, uchar byte)
-{
-    return 3 * (kRandomWords[byte] ^ hash);
-}
-
 void LzwEncoder::initWriteDictionary()
 {
     m_pairs.fill(0);
     m_slots.fill(0);
     m_nextCode = kLzwFirstCode;
     m_width = kLzwNarrowest;
+    m_nextChange = 1U << m_width;
 }
 
-// The slot of the string, or the empty one where it belongs. There is always one: the table is
-// cleared long before the slots are full.
-quint32 *LzwEncoder::findSlot(quint32 key, quint32 hash)
+bool LzwEncoder::widenOrClear(QIODevice *device)
 {
-    quint32 place = hash >> (32 - kSlotBits);
-    while (m_slots[place] != 0 && m_slots[place] / kLzwTableSize != key)
-        place = (place + 1) % kSlots;
-    return &m_slots[place];
-}
-
-// Writes the code of a string that, with a byte more, has just been added under m_nextCode.
-bool LzwEncoder::writeString(QIODevice *device, quint32 code)
-{
-    const bool written = m_writer.writeCode(device, code, m_width);
-    ++m_nextCode;
     if (m_nextCode == kClearAt) {
         const bool cleared = m_writer.writeCode(device, kLzwClearCode, m_width);
         initWriteDictionary();
-        return written && cleared;
+        return cleared;
     }
-    if (m_nextCode == 1U << m_width)
-        ++m_width;
-    return written;
+    ++m_width;
+    m_nextChange = std::min(1U << m_width, kClearAt);
+    return true;
 }
 
 } // namespace Talverine::Compression

@@ -34,6 +34,14 @@ private:
         quint32 hash;
     };
 
+    // Where a string is, or would be: its code is none, of kLzwTableSize or more, if it is not
+    // there.
+    struct Slot
+    {
+        quint32 place;
+        quint32 code;
+    };
+
     static constexpr int kSlotBits = 14;
     static constexpr quint32 kSlots = 1U << kSlotBits;
     // The decoder's table is one string behind; it is cleared before that one could fill it up.
@@ -43,8 +51,10 @@ private:
     static quint32 extendedHash(quint32 hash, uchar byte);
 
     void initWriteDictionary();
-    quint32 *findSlot(quint32 key, quint32 hash);
+    static quint32 slotKey(quint32 code, uchar byte);
+    Slot findSlot(quint32 key, quint32 hash) const;
     bool writeString(QIODevice *device, quint32 code);
+    bool widenOrClear(QIODevice *device);
 
     // Codes of the strings of two bytes, 0 for those not in the table: most searches end here.
     std::array<quint16, 256 * 256> m_pairs;
@@ -55,6 +65,8 @@ private:
     Match m_match{};
     bool m_isEmpty = true;
     quint32 m_nextCode = kLzwFirstCode;
+    // The next code at which the width changes, or the table is cleared.
+    quint32 m_nextChange = 1U << kLzwNarrowest;
     int m_width = kLzwNarrowest;
     LzwCodeWriter m_writer;
 };

@@ -187,12 +187,12 @@ qint64 packBitsDecodedSize(const char *source, qint64 size)
         ++pos;
         if (code == kSkipped)
             continue;
-        const qint64 length = packBitsLength(code);
-        const qint64 stored = packBitsIsLiteral(code) ? length : 1;
+        // Without a branch, which packets of both kinds in turns would make a guess.
+        const qint64 stored = 1 + std::max<int>(static_cast<signed char>(code), 0);
         if (end - pos < stored)
             return -1;
         pos += stored;
-        decoded += length;
+        decoded += packBitsLength(code);
     }
     return decoded;
 }

@@ -19,15 +19,22 @@ namespace {
 
 constexpr std::size_t kBufferBytes = 8192;
 
-// Decodes the whole packets that `source` has at hand, and takes them alone.
-PackBitsDecoded decodeAhead(QIODevice *source, char *data, qint64 maxSize)
+PackBitsDecoded decodePeeked(QIODevice *source, char *data, qint64 maxSize)
 {
     std::array<char, kBufferBytes> packets;
     // Enough for packets of any good encoder, and for one packet at least.
     const qint64 most = std::min<qint64>(kBufferBytes, packBitsBound(maxSize));
     const qint64 size = peekAhead(source, packets.data(), 1, most);
+    return packBitsDecode(packets.data(), std::max(size, qint64(0)), data, maxSize);
+}
+
+// Decodes the whole packets that `source` has at hand, and takes them alone.
+PackBitsDecoded decodeAhead(QIODevice *source, char *data, qint64 maxSize)
+{
+    const std::optional<QByteArrayView> packets = bytesInPlace(source);
     const PackBitsDecoded decoded =
-        packBitsDecode(packets.data(), std::max(size, qint64(0)), data, maxSize);
+        packets ? packBitsDecode(packets->data(), packets->size(), data, maxSize)
+                : decodePeeked(source, data, maxSize);
     if (decoded.consumed > 0)
         source->skip(decoded.consumed);
     return decoded;
