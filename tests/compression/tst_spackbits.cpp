@@ -105,6 +105,7 @@ private Q_SLOTS:
     void threeEqualBytesStayLiterals();
     void twoHundredDifferentBytes();
     void threeHundredEqualBytes();
+    void runsAndOtherBytes();
     void emptyInputIsOneZeroByte();
     void noDataWritesNothing();
     void idleByteIsSkipped();
@@ -200,6 +201,13 @@ void tst_SPackBits::twoHundredDifferentBytes()
 void tst_SPackBits::threeHundredEqualBytes()
 {
     QCOMPARE(SPackBits::compress(QByteArray(300, 'A')), fromHex("81418141D6410041"));
+}
+
+// The example of docs/formats/packbits.md.
+void tst_SPackBits::runsAndOtherBytes()
+{
+    QCOMPARE(SPackBits::compress("AAAAAAAABCDDDDD"), fromHex("F941014243FD440044"));
+    QCOMPARE(SPackBits::decompress(fromHex("F941014243FD440044")), "AAAAAAAABCDDDDD"_ba);
 }
 
 void tst_SPackBits::emptyInputIsOneZeroByte()

@@ -135,6 +135,7 @@ private Q_SLOTS:
     void freshState();
     void cloneIsFresh();
     void oneByte();
+    void stringThatIsNamedAsItIsAdded();
     void beginsWithClearAndEndsWithEnd();
     void widensWhereTheDecoderDoes_data();
     void widensWhereTheDecoderDoes();
@@ -218,6 +219,17 @@ void tst_STiffLZW::oneByte()
     QCOMPARE(encoded("A"), fromHex("80106020"));
     QCOMPARE(PlainLzw::packed({{256, 9}, {'A', 9}, {257, 9}}), fromHex("80106020"));
     QCOMPARE(decoded(fromHex("80106020"), 10), "A"_ba);
+}
+
+// The example of docs/formats/tiff-lzw.md: code 260 comes before the reader knows it.
+void tst_STiffLZW::stringThatIsNamedAsItIsAdded()
+{
+    const QByteArray stream = fromHex("80104850 28210A02");
+    QCOMPARE(encoded("ABABABAB"), stream);
+    QCOMPARE(
+        PlainLzw::packed({{256, 9}, {'A', 9}, {'B', 9}, {258, 9}, {260, 9}, {'B', 9}, {257, 9}}),
+        stream);
+    QCOMPARE(decoded(stream, 10), "ABABABAB"_ba);
 }
 
 void tst_STiffLZW::beginsWithClearAndEndsWithEnd()

@@ -2,34 +2,26 @@
 #include <brixlib/compression/blockreader_p.h>
 
 #include <brixlib/compression/framedblocks_p.h>
-
-#include <QtCore/QBuffer>
+#include <brixlib/compression/lookahead_p.h>
 
 #include <algorithm>
 #include <cstring>
 #include <new>
-#include <typeinfo>
+#include <optional>
 
 namespace Talverine::Compression {
 
 namespace {
 
-// The next bytes of memory, fewer at its end, without a copy: it takes as long as to decode LZ4.
-QByteArrayView takeInPlace(QBuffer *memory, qint64 size)
-{
-    const QByteArrayView all(memory->data());
-    const qint64 start = std::min<qint64>(memory->pos(), all.size());
-    const QByteArrayView next = all.sliced(start, std::min<qint64>(size, all.size() - start));
-    memory->skip(next.size());
-    return next;
-}
-
-// Likewise of any device. `block` has the memory for them. A class derived from QBuffer may give
-// other bytes than it holds.
+// The next bytes, fewer at the end. Those in memory are not copied, which would take as long as to
+// decode LZ4; `block` has the memory for others.
 QByteArrayView takeBytes(QIODevice *source, qint64 size, QByteArray *block)
 {
-    if (typeid(*source) == typeid(QBuffer))
-        return takeInPlace(static_cast<QBuffer *>(source), size);
+    if (const std::optional<QByteArrayView> ahead = bytesInPlace(source)) {
+        const QByteArrayView next = ahead->first(std::min<qint64>(size, ahead->size()));
+        source->skip(next.size());
+        return next;
+    }
     readClaimed(source, size, block);
     return *block;
 }

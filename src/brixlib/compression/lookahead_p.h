@@ -11,8 +11,8 @@
 
 namespace Talverine::Compression {
 
-//! What \a source has ahead where it stands in memory. Nothing for a device that is not a plain
-//! QBuffer, whose bytes have to be copied.
+//! What \a source has ahead where it stands in memory. Nothing unless it is just a QBuffer: a class
+//! derived from it may give other bytes than it holds.
 inline std::optional<QByteArrayView> bytesInPlace(const QIODevice *source)
 {
     if (typeid(*source) != typeid(QBuffer) || !source->isReadable())
