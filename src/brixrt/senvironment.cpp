@@ -35,7 +35,8 @@ std::atomic<qint64> folderMaker{0};
 const QString &folderPath()
 {
     // Leaked on purpose: it is used after the statics of other files are gone.
-    static const auto *path = new QString(QDir::tempPath() + QLatin1String("/brix-") + uniqueName());
+    static const auto *path =
+        new QString(QDir::tempPath() + QLatin1String("/brix-") + uniqueName());
     return *path;
 }
 
@@ -113,6 +114,8 @@ QString SEnvironment::tempUniqueFileName(const QString &folder)
 {
     // Who names the process's folder means one that a file can be made in.
     const QString where = folder.isEmpty() || folder == folderPath() ? tempFolder(true) : folder;
+    if (where.isEmpty())
+        return QString();
     for (;;) {
         const QString path = where + u'/' + uniqueName();
         if (!QFile::exists(path))

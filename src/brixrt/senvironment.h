@@ -31,7 +31,10 @@ public:
      * Where the system's temporary folder is in memory, so is this one.
      */
     static QString tempFolder(bool create = false);
-    //! A path that nothing has in \a folder; an empty one stands for tempFolder(true).
+    /*!
+     * A path that nothing has in \a folder; an empty one stands for tempFolder(true), and the path
+     * is empty when that can't be made.
+     */
     static QString tempUniqueFileName(const QString &folder = QString());
 
     //! The user's folder for downloads.

@@ -6,6 +6,7 @@
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 #include <QtCore/QProcess>
+#include <QtCore/QRegularExpression>
 #include <QtCore/QStandardPaths>
 #include <QtCore/QTemporaryDir>
 #include <QtCore/QThread>
@@ -28,6 +29,12 @@ namespace {
 
 //! The argument that makes the test print the folder it made, with a file in it, and end.
 const char kMakeFolder[] = "--make-folder";
+//! The argument that makes the test do so without an application object, fork a process that ends,
+//! and print a second line that tells whether the folder is still there.
+const char kFork[] = "--fork";
+
+//! The argument that makes the test print in brackets what it gets without a temporary folder.
+const char kNoFolder[] = "--no-folder";
 
 bool makeFile(const QString &path)
 {
@@ -35,13 +42,46 @@ bool makeFile(const QString &path)
     return file.open(QIODevice::WriteOnly) && file.write("x") == 1;
 }
 
-int makeFolderAndEnd()
+bool printFolder()
 {
     const QString folder = SEnvironment::tempFolder(true);
-    if (!makeFile(SEnvironment::tempUniqueFileName()))
-        return 1;
     std::puts(qPrintable(folder));
-    return 0;
+    std::fflush(stdout);
+    return makeFile(SEnvironment::tempUniqueFileName());
+}
+
+void printWithoutFolder()
+{
+    for (const QString &path : {SEnvironment::tempFolder(true), SEnvironment::tempUniqueFileName()})
+        std::puts(qPrintable(u'[' + path + u']'));
+}
+
+#ifdef Q_OS_UNIX
+bool forkAndPrint()
+{
+    if (!printFolder())
+        return false;
+    const pid_t child = ::fork();
+    if (child == 0)
+        std::exit(0);
+    int status = -1;
+    if (::waitpid(child, &status, 0) != child || status != 0)
+        return false;
+    std::puts(QFileInfo::exists(SEnvironment::tempFolder()) ? "there" : "gone");
+    return true;
+}
+#endif
+
+//! The lines that the test program prints when it is run with \a argument; empty when it fails.
+QStringList linesOfRun(const char *argument, const QProcessEnvironment &environment = {})
+{
+    QProcess process;
+    process.setProcessEnvironment(environment);
+    process.start(QCoreApplication::applicationFilePath(), {QString::fromLatin1(argument)});
+    if (!process.waitForFinished() || process.exitCode() != 0)
+        return {};
+    const QString output = QString::fromLocal8Bit(process.readAllStandardOutput());
+    return output.split(QRegularExpression(u"\\R"_s), Qt::SkipEmptyParts);
 }
 
 } // namespace
@@ -131,28 +171,35 @@ private Q_SLOTS:
 
     void temporaryFolderIsRemovedAtTheEnd()
     {
-        QProcess process;
-        process.start(QCoreApplication::applicationFilePath(), {QString::fromLatin1(kMakeFolder)});
-        QVERIFY(process.waitForFinished());
-        QCOMPARE(process.exitCode(), 0);
-        const QString folder = QString::fromLocal8Bit(process.readAllStandardOutput()).trimmed();
-        QVERIFY(folder.startsWith(QDir::tempPath() + u'/'));
-        QVERIFY(!QFileInfo::exists(folder));
-        QVERIFY(folder != SEnvironment::tempFolder());
+        const QStringList lines = linesOfRun(kMakeFolder);
+        QCOMPARE(lines.size(), 1);
+        QVERIFY(lines.first().startsWith(QDir::tempPath() + u'/'));
+        QVERIFY(lines.first() != SEnvironment::tempFolder());
+        QVERIFY(!QFileInfo::exists(lines.first()));
     }
 
     void forkedProcessLeavesTheFolder()
     {
 #ifdef Q_OS_UNIX
-        const QString folder = SEnvironment::tempFolder(true);
-        const pid_t child = ::fork();
-        if (child == 0)
-            std::exit(0);
-        int status = -1;
-        QCOMPARE(::waitpid(child, &status, 0), child);
-        QVERIFY(QFileInfo::exists(folder));
+        const QStringList lines = linesOfRun(kFork);
+        QCOMPARE(lines.size(), 2);
+        QCOMPARE(lines.last(), u"there"_s);
+        QVERIFY(!QFileInfo::exists(lines.first()));
 #else
         QSKIP("This system has no fork");
+#endif
+    }
+
+    void withoutATemporaryFolderNamesAreEmpty()
+    {
+#ifdef Q_OS_LINUX
+        // Nobody can make a folder there.
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"TMPDIR"_s, u"/proc"_s);
+        const QStringList lines = linesOfRun(kNoFolder, environment);
+        QCOMPARE(lines, QStringList({u"[]"_s, u"[]"_s}));
+#else
+        QSKIP("This system has no folder of which it is known that nobody can make one in it");
 #endif
     }
 
@@ -205,9 +252,17 @@ private Q_SLOTS:
 
 int main(int argc, char **argv)
 {
+#ifdef Q_OS_UNIX
+    if (argc > 1 && qstrcmp(argv[1], kFork) == 0)
+        return forkAndPrint() ? 0 : 1;
+#endif
     QCoreApplication application(argc, argv);
     if (argc > 1 && qstrcmp(argv[1], kMakeFolder) == 0)
-        return makeFolderAndEnd();
+        return printFolder() ? 0 : 1;
+    if (argc > 1 && qstrcmp(argv[1], kNoFolder) == 0) {
+        printWithoutFolder();
+        return 0;
+    }
     tst_SEnvironment test;
     return QTest::qExec(&test, argc, argv);
 }

@@ -15,9 +15,12 @@ private Q_SLOTS:
     void initTestCase()
     {
         // With another provider loaded the default one is not loaded by itself.
-        QVERIFY(OSSL_PROVIDER_load(nullptr, "null"));
+        m_provider = OSSL_PROVIDER_load(nullptr, "null");
+        QVERIFY(m_provider);
         QVERIFY(!EVP_MD_fetch(nullptr, "SHA256", nullptr));
     }
+
+    void cleanupTestCase() { OSSL_PROVIDER_unload(m_provider); }
 
     void hashIsTheSame()
     {
@@ -29,6 +32,9 @@ private Q_SLOTS:
                                 "b00361a396177a9cb410ff61f20015ad"));
         }
     }
+
+private:
+    OSSL_PROVIDER *m_provider = nullptr;
 };
 
 QTEST_APPLESS_MAIN(tst_Sha256Unavailable)
