@@ -51,7 +51,8 @@ bool create(SDBText &database, const Where &where, DBAuthGrants grants = DBAuthG
             const QString &key = u"name"_s)
 {
     database.authenticate(kUser, kPassword);
-    return database.create(where, key, grants);
+    return database.create(where, key, grants, QLocale(QLocale::English, QLocale::UnitedStates),
+                           u"1"_s);
 }
 
 inline bool insertAll(SDBText &database, const QStringList &names)

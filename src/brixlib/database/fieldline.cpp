@@ -18,54 +18,79 @@ qsizetype leadingSpaces(QByteArrayView line)
     return count;
 }
 
-// Before decoding, since nearly every line ends in CR.
-QByteArrayView withoutEnd(QByteArrayView line)
+bool isAscii(QByteArrayView line)
 {
-    while (!line.isEmpty() && isAsciiSpace(line.back()))
-        line.chop(1);
-    return line;
+    char bits = 0;
+    for (const char byte : line)
+        bits |= byte;
+    return static_cast<signed char>(bits) >= 0;
+}
+
+QByteArrayView trimmed(QByteArrayView text)
+{
+    while (!text.isEmpty() && isAsciiSpace(text.back()))
+        text.chop(1);
+    return text.sliced(leadingSpaces(text));
+}
+
+QStringView trimmed(QStringView text)
+{
+    return text.trimmed();
+}
+
+QAnyStringView anyView(QByteArrayView ascii)
+{
+    return QLatin1String(ascii.data(), ascii.size());
+}
+
+QAnyStringView anyView(QStringView text)
+{
+    return text;
+}
+
+template<typename Unit, typename View>
+std::optional<FieldLine> takeApart(View line)
+{
+    line = trimmed(line);
+    const qsizetype equals = line.indexOf(Unit('='));
+    if (equals < 0 || line.front() == Unit('#'))
+        return std::nullopt;
+    const View left = line.first(equals);
+    const qsizetype dot = left.indexOf(Unit('.'));
+    const View name = trimmed(dot < 0 ? left : left.first(dot));
+    if (name.isEmpty())
+        return std::nullopt;
+    return FieldLine{{}, anyView(name), anyView(trimmed(line.sliced(equals + 1)))};
 }
 
 } // namespace
 
-QString FieldLine::ownValue() const
-{
-    return value.isEmpty() ? QString::fromLatin1("") : value.toString();
-}
-
 std::optional<FieldLine> parseFieldLine(QByteArrayView line)
 {
-    FieldLine field;
-    field.text = QString::fromUtf8(withoutEnd(line));
-    const QStringView trimmed = QStringView(field.text).trimmed();
-    if (trimmed.startsWith(u'#'))
-        return std::nullopt;
-    const qsizetype equals = trimmed.indexOf(u'=');
-    if (equals < 0)
-        return std::nullopt;
-    const QStringView left = trimmed.first(equals);
-    const qsizetype dot = left.indexOf(u'.');
-    field.name = (dot < 0 ? left : left.first(dot)).trimmed();
-    if (field.name.isEmpty())
-        return std::nullopt;
-    field.value = trimmed.sliced(equals + 1).trimmed();
+    if (isAscii(line))
+        return takeApart<char>(line);
+    const QString text = QString::fromUtf8(line);
+    std::optional<FieldLine> field = takeApart<char16_t>(QStringView(text));
+    if (field)
+        field->decoded = text;
     return field;
 }
 
 FieldLineFilter::FieldLineFilter(const QString &name)
     : m_name(name.toUtf8())
+    , m_first(static_cast<signed char>(m_name.isEmpty() ? '\0' : m_name.front()))
     , m_isSure(!name.isEmpty() && !name.contains(QChar::ReplacementCharacter))
 {
 }
 
-bool FieldLineFilter::mayMatch(QByteArrayView line) const
+bool FieldLineFilter::mayMatchIndented(QByteArrayView line) const
 {
     line = line.sliced(leadingSpaces(line));
     if (line.isEmpty())
         return false;
     // A byte order mark or a space beyond ASCII may come before the name.
-    const bool isAscii = static_cast<signed char>(line.front()) >= 0;
-    return !isAscii || !m_isSure || line.startsWith(m_name);
+    const bool isAsciiFirst = static_cast<signed char>(line.front()) >= 0;
+    return !isAsciiFirst || !m_isSure || line.startsWith(m_name);
 }
 
 bool FieldLineFilter::mayMatchBeginning(QByteArrayView beginning) const

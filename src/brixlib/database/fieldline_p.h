@@ -1,26 +1,25 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QtCore/QAnyStringView>
 #include <QtCore/QByteArray>
 #include <QtCore/QByteArrayView>
 #include <QtCore/QString>
-#include <QtCore/QStringView>
 
 #include <optional>
 
 namespace Talverine {
 
-//! A line of a database file that gives a field a value; the views are parts of the text.
+//! A line of a database file that gives a field a value. The views hold as long as the line's
+//! bytes do.
 struct FieldLine
 {
-    QString text;
-    QStringView name;
-    QStringView value;
+    QString decoded; //!< what the views are parts of where the line is not in ASCII
+    QAnyStringView name;
+    QAnyStringView value;
 
-    //! The value as a text of its own, never null.
-    QString ownValue() const;
     //! Whether the value of a key line marks its record as deleted.
-    bool isDeletedKey() const { return value.startsWith(u'$'); }
+    bool isDeletedKey() const { return !value.isEmpty() && value.front() == u'$'; }
 };
 
 //! What \a line says, its line end allowed; nothing for blanks, comments and lines without a name
@@ -29,7 +28,7 @@ std::optional<FieldLine> parseFieldLine(QByteArrayView line);
 
 /*!
  * Tells most lines that don't name a field from those that may, by their first bytes: a file has
- * ten times as many lines as keys, and decoding each costs more than all else.
+ * ten times as many lines as keys, and taking each apart costs more than all else.
  */
 class FieldLineFilter
 {
@@ -37,12 +36,22 @@ public:
     explicit FieldLineFilter(const QString &name);
 
     //! False only if \a line surely has another name.
-    bool mayMatch(QByteArrayView line) const;
+    bool mayMatch(QByteArrayView line) const
+    {
+        if (line.isEmpty())
+            return false;
+        // Nearly every line is told by its first byte. Those beyond ASCII are negative.
+        const auto first = static_cast<signed char>(line.front());
+        return (first <= ' ' || first == m_first || !m_isSure) && mayMatchIndented(line);
+    }
     //! As mayMatch(), of the beginning of a longer line.
     bool mayMatchBeginning(QByteArrayView beginning) const;
 
 private:
+    bool mayMatchIndented(QByteArrayView line) const;
+
     QByteArray m_name;
+    signed char m_first;
     bool m_isSure; // of a name that damaged bytes can't be read as
 };
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 namespace Talverine {
 
@@ -23,6 +24,7 @@ void KeyIndex::clear()
 {
     m_leaves = {};
     m_count = 0;
+    m_isSorted = true;
 }
 
 std::optional<qint64> KeyIndex::position(const QString &key) const
@@ -67,19 +69,26 @@ bool KeyIndex::remove(const QString &key)
     return true;
 }
 
-void KeyIndex::assign(std::vector<Entry> entries)
+void KeyIndex::load(QString key, qint64 position)
 {
-    clear();
-    for (const quint32 index : keyOrder(entries)) {
-        Entry &entry = entries[index];
-        if (entry.key.isEmpty() || (m_count > 0 && m_leaves.back().back().key == entry.key))
-            continue;
-        if (m_leaves.empty() || m_leaves.back().size() == kLeafEntries) {
-            m_leaves.emplace_back();
-            m_leaves.back().reserve(kLeafEntries);
-        }
-        m_leaves.back().push_back(std::move(entry));
-        ++m_count;
+    if (key.isEmpty() || m_count == std::numeric_limits<int>::max())
+        return;
+    m_isSorted = m_isSorted && (m_count == 0 || m_leaves.back().back().key < key);
+    append({std::move(key), position});
+}
+
+void KeyIndex::finishLoading()
+{
+    if (m_isSorted)
+        return;
+    const std::vector<quint32> order = loadedOrder();
+    std::vector<Leaf> loaded = std::exchange(m_leaves, {});
+    m_count = 0;
+    m_isSorted = true;
+    for (const quint32 index : order) {
+        Entry &entry = loaded[index / kLeafEntries][index % kLeafEntries];
+        if (m_count == 0 || m_leaves.back().back().key != entry.key)
+            append(std::move(entry));
     }
 }
 
@@ -146,6 +155,27 @@ std::optional<KeyIndex::Place> KeyIndex::find(const QString &key) const
 bool KeyIndex::isAt(const Place &place, const QString &key) const
 {
     return place.leaf < m_leaves.size() && m_leaves[place.leaf][place.entry].key == key;
+}
+
+void KeyIndex::append(Entry &&entry)
+{
+    if (m_leaves.empty() || m_leaves.back().size() == kLeafEntries) {
+        m_leaves.emplace_back();
+        m_leaves.back().reserve(kLeafEntries);
+    }
+    m_leaves.back().push_back(std::move(entry));
+    ++m_count;
+}
+
+std::vector<quint32> KeyIndex::loadedOrder() const
+{
+    std::vector<QStringView> keys;
+    keys.reserve(static_cast<size_t>(m_count));
+    forEach([&keys](const Entry &entry) {
+        keys.emplace_back(entry.key);
+        return true;
+    });
+    return keyOrder(keys);
 }
 
 // Behind ascending keys, as unique ones are, the left leaf stays full.

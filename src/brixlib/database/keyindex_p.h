@@ -35,10 +35,11 @@ public:
     bool add(const QString &key, qint64 position);
     bool remove(const QString &key);
     /*!
-     * Takes the place of all that is there: \a entries in the order of the file, of which the first
-     * of each key counts.
+     * Takes keys in any order, of which the first of each counts, into an empty index. Nothing else
+     * is called until finishLoading() has sorted them.
      */
-    void assign(std::vector<Entry> entries);
+    void load(QString key, qint64 position);
+    void finishLoading();
 
     //! The key at a position in the order; null when there is none.
     QString at(qsizetype index) const;
@@ -74,9 +75,12 @@ private:
     std::optional<Place> find(const QString &key) const;
     bool isAt(const Place &place, const QString &key) const;
     void split(size_t leaf);
+    void append(Entry &&entry);
+    std::vector<quint32> loadedOrder() const;
 
     std::vector<Leaf> m_leaves; // none empty
     int m_count = 0;
+    bool m_isSorted = true;
 };
 
 } // namespace Talverine

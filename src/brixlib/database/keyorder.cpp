@@ -2,13 +2,12 @@
 #include <brixlib/database/keyorder_p.h>
 
 #include <algorithm>
-#include <numeric>
 
 namespace Talverine {
 
 namespace {
 
-using Entries = std::vector<KeyIndex::Entry>;
+using Keys = std::vector<QStringView>;
 
 // What most comparisons are decided by without a look at the key, which lies anywhere in memory.
 struct Ranked
@@ -17,26 +16,27 @@ struct Ranked
     quint32 index;
 };
 
-// The units that all keys have in common at their beginning.
-qsizetype commonLength(const Entries &entries)
+// What all keys have alike.
+struct Alike
 {
-    const QStringView first = entries.front().key;
-    qsizetype common = first.size();
-    for (const KeyIndex::Entry &entry : entries) {
-        const QStringView key = entry.key;
-        const auto end =
-            std::mismatch(first.begin(), first.begin() + std::min(common, key.size()), key.begin());
-        common = end.first - first.begin();
-    }
-    return common;
-}
+    qsizetype length = 0; // of the beginning that is the same
+    bool isLatin1 = true;
+};
 
-bool isLatin1(const Entries &entries)
+Alike alikeIn(const Keys &keys)
 {
-    return std::all_of(entries.begin(), entries.end(), [](const KeyIndex::Entry &entry) {
-        return std::all_of(entry.key.begin(), entry.key.end(),
-                           [](QChar unit) { return unit.unicode() < 0x100; });
-    });
+    const QStringView first = keys.front();
+    Alike alike{first.size(), true};
+    char16_t bits = 0;
+    for (const QStringView key : keys) {
+        const qsizetype length = std::min(alike.length, key.size());
+        alike.length =
+            std::mismatch(first.begin(), first.begin() + length, key.begin()).first - first.begin();
+        for (const QChar unit : key)
+            bits |= unit.unicode();
+    }
+    alike.isLatin1 = bits < 0x100;
+    return alike;
 }
 
 // As many units as there is room for, the first in the highest bits. A missing unit counts as 0,
@@ -49,42 +49,35 @@ quint64 rankOf(QStringView key, int bitsOfUnit)
     return rank;
 }
 
-bool isSorted(const Entries &entries)
+std::vector<Ranked> ranked(const Keys &keys)
 {
-    return std::is_sorted(entries.begin(), entries.end(),
-                          [](const auto &a, const auto &b) { return a.key < b.key; });
-}
-
-std::vector<Ranked> ranked(const Entries &entries)
-{
-    const qsizetype common = commonLength(entries);
-    const int bitsOfUnit = isLatin1(entries) ? 8 : 16;
+    const Alike alike = alikeIn(keys);
     std::vector<Ranked> result;
-    result.reserve(entries.size());
-    for (const KeyIndex::Entry &entry : entries) {
+    result.reserve(keys.size());
+    for (const QStringView key : keys) {
         const auto index = static_cast<quint32>(result.size());
-        result.push_back({rankOf(QStringView(entry.key).sliced(common), bitsOfUnit), index});
+        result.push_back({rankOf(key.sliced(alike.length), alike.isLatin1 ? 8 : 16), index});
     }
     return result;
 }
 
 } // namespace
 
-std::vector<quint32> keyOrder(const Entries &entries)
+std::vector<quint32> keyOrder(const Keys &keys)
 {
-    std::vector<quint32> order(entries.size());
-    std::iota(order.begin(), order.end(), 0);
-    if (isSorted(entries))
-        return order;
-    std::vector<Ranked> sorted = ranked(entries);
-    std::sort(sorted.begin(), sorted.end(), [&entries](const Ranked &a, const Ranked &b) {
+    if (keys.empty())
+        return {};
+    std::vector<Ranked> sorted = ranked(keys);
+    std::sort(sorted.begin(), sorted.end(), [&keys](const Ranked &a, const Ranked &b) {
         if (a.rank != b.rank)
             return a.rank < b.rank;
-        const int difference = entries[a.index].key.compare(entries[b.index].key);
+        const int difference = keys[a.index].compare(keys[b.index]);
         return difference != 0 ? difference < 0 : a.index < b.index;
     });
-    std::transform(sorted.begin(), sorted.end(), order.begin(),
-                   [](const Ranked &entry) { return entry.index; });
+    std::vector<quint32> order;
+    order.reserve(sorted.size());
+    for (const Ranked &entry : sorted)
+        order.push_back(entry.index);
     return order;
 }
 

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <brixlib/database/keyindex_p.h>
+#include <QtCore/QStringView>
 
 #include <vector>
 
 namespace Talverine {
 
-//! The indexes of \a entries in the order of their keys; those of equal keys in their own.
-std::vector<quint32> keyOrder(const std::vector<KeyIndex::Entry> &entries);
+//! The indexes of \a keys in their order; those of equal keys as they come.
+std::vector<quint32> keyOrder(const std::vector<QStringView> &keys);
 
 } // namespace Talverine

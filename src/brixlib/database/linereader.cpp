@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/database/linereader_p.h>
 
+#include <brixrt/scrc32.h>
+
 #include <QtCore/QIODevice>
 
 #include <algorithm>
@@ -30,8 +32,12 @@ bool LineReader::fill()
     const qint64 count = m_device->read(m_block.data() + m_end, m_block.size() - m_end);
     m_failed = count < 0;
     m_ended = count <= 0;
-    m_end += std::max(count, qint64(0));
-    return count > 0;
+    if (count <= 0)
+        return false;
+    if (m_crc)
+        m_crc->update(m_block.constData() + m_end, static_cast<quint64>(count));
+    m_end += count;
+    return true;
 }
 
 void LineReader::dropRead()

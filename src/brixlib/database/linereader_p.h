@@ -10,6 +10,8 @@ class QIODevice;
 
 namespace Talverine {
 
+class SCrc32;
+
 /*!
  * Reads the lines of a device in blocks, and knows where each begins.
  *
@@ -25,12 +27,15 @@ class LineReader
 {
 public:
     //! The size of a block for a walk through the file.
-    static constexpr qsizetype kScanBytes = 256 * 1024;
+    static constexpr qsizetype kScanBytes = 128 * 1024;
     //! The size of the first block for a single record.
     static constexpr qsizetype kRecordBytes = 2 * 1024;
 
     //! Begins at \a position. \a device may be null, and has no lines then.
     LineReader(QIODevice *device, qint64 position, qsizetype blockBytes);
+
+    //! Counts all bytes that are read from now on into \a crc.
+    void setCrc(SCrc32 *crc) { m_crc = crc; }
 
     //! The next line without its LF. The view holds until the next call.
     bool next(QByteArrayView *line)
@@ -60,6 +65,7 @@ private:
     qsizetype lineEnd(qsizetype from) const;
 
     QIODevice *m_device;
+    SCrc32 *m_crc = nullptr;
     QByteArray m_block;
     qsizetype m_blockBytes;
     qint64 m_blockPosition; // of the block's first byte

@@ -34,7 +34,7 @@ bool RecordReader::findBegin(SDBRecord *record)
     } while (line && line->field.isDeletedKey());
     if (!line)
         return false;
-    m_key = line->field.ownValue();
+    m_key = line->field.value.toString();
     m_position = line->position;
     record->insert(m_keyName, SConvert::toVariant(m_key, QString(), m_locale));
     return true;
@@ -54,7 +54,7 @@ void RecordReader::readRest(SDBRecord *record)
             return;
         if (field) {
             record->append(field->name.toString(),
-                           SConvert::toVariant(field->ownValue(), QString(), m_locale));
+                           SConvert::toVariant(field->value.toString(), QString(), m_locale));
         }
     }
 }

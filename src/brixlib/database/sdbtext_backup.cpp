@@ -25,6 +25,13 @@ std::unique_ptr<Compression::Interfaces::ICompressor> makeCompressor(Compression
     return std::make_unique<SLz4>();
 }
 
+// Not every device refuses to be opened twice.
+bool compress(QIODevice *source, QIODevice *target, CompressionAlgorithm algorithm)
+{
+    return target && !target->isOpen() &&
+           SCompressorDevice::compress(source, target, makeCompressor(algorithm).release());
+}
+
 // A database of its own for a while. Nothing else removes what an open database puts beside it.
 class TemporaryDatabaseFile : public QTemporaryFile
 {
@@ -100,8 +107,7 @@ bool SDBText::backup(QIODevice *device, bool clearAfter)
     const DBError copied = d->copyToClosed(isPlain ? device : &plain);
     if (copied != DBError::NoError)
         return returnBool(copied);
-    if (!isPlain &&
-        !SCompressorDevice::compress(&plain, device, makeCompressor(algorithm).release()))
+    if (!isPlain && !compress(&plain, device, algorithm))
         return returnBool(DBError::WriteError);
     return clearAfter ? clear() : returnBool(DBError::NoError);
 }
@@ -111,6 +117,9 @@ bool SDBText::restore(const QString &fileName, bool merge)
     const QMutexLocker guard(&d->mutex);
     if (isSameFile(fileName, d->fileName()))
         return returnBool(DBError::OpenError);
+    // Opening it would make it.
+    if (!QFile::exists(fileName))
+        return returnBool(DBError::FileNotFound);
     QFile file(fileName);
     return restore(&file, merge);
 }

@@ -18,6 +18,7 @@
 namespace Talverine {
 
 class RecordReader;
+class SCrc32;
 
 //! Pieces in which whole databases are copied.
 inline constexpr int kCopyPieceBytes = 32768;
@@ -77,7 +78,9 @@ public:
     // Indexes
     void addKey(const QString &key, qint64 position);
     void clearIndexes();
-    DBError createIndex();
+    //! Reads all keys from the text, which \a crc follows.
+    DBError createIndex(SCrc32 *crc = nullptr);
+    //! False when there is no index file to go by; the indexes are to be created then.
     bool loadIndex();
     //! Saves the index of the database that was closed, or removes one that would not fit.
     void saveIndex();
@@ -108,6 +111,7 @@ private:
     SDBRecord readHeadRecord();
     SDBRecord readHeadCopy();
     bool readIndex(QIODevice *file);
+    QByteArray hashCreatingIndex();
     bool writeIndexFile();
     void noteUniqueKey(const QString &key);
     void noteRead(const RecordReader &reader);

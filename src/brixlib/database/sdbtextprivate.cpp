@@ -195,10 +195,7 @@ DBError SDBTextPrivate::load()
     if (head.key.isEmpty())
         return DBError::KeyIsNull;
     saveHeadCopy();
-    if (loadIndex())
-        return DBError::NoError;
-    fields.clear(head.key);
-    return createIndex();
+    return loadIndex() ? DBError::NoError : createIndex();
 }
 
 SDBRecord SDBTextPrivate::readHeadRecord()
@@ -306,16 +303,18 @@ DBError SDBTextPrivate::scrambleKey(const QString &key)
     const std::optional<qint64> position = keys.position(key);
     if (!position)
         return DBError::RecNotFound;
-    LineReader lines(hasOpenDevice() ? device.data() : nullptr, *position, LineReader::kRecordBytes);
+    LineReader lines(hasOpenDevice() ? device.data() : nullptr, *position,
+                     LineReader::kRecordBytes);
     QByteArrayView bytes;
     if (!lines.next(&bytes))
         return DBError::UnknownError;
     const std::optional<FieldLine> line = parseFieldLine(bytes);
     if (!line || line->name != head.key || line->value != key)
         return DBError::UnknownError;
+    const QString text = QString::fromUtf8(bytes).trimmed();
     // Bytes that were no UTF-8 have become longer, and must not reach into the next line.
-    const qsizetype room = bytes.trimmed().size();
-    const QByteArray scrambled = scrambledLine(line->text.trimmed(), scramble).toUtf8().left(room);
+    const QByteArray scrambled =
+        scrambledLine(text, scramble).toUtf8().left(bytes.trimmed().size());
     if (!device->seek(*position) || !writeAll(device, scrambled))
         return DBError::WriteError;
     keys.remove(key);
@@ -363,7 +362,7 @@ void SDBTextPrivate::clearIndexes()
     fields.clear(head.key);
 }
 
-DBError SDBTextPrivate::createIndex()
+DBError SDBTextPrivate::createIndex(SCrc32 *crc)
 {
     hasIndex = false;
     if (!hasOpenDevice())
@@ -373,17 +372,18 @@ DBError SDBTextPrivate::createIndex()
         return DBError::SeekError;
     clearIndexes();
     uniqueCounter = 0;
-    std::vector<KeyIndex::Entry> entries;
     KeyLineScanner scanner(device, head.key, 0);
+    scanner.lines().setCrc(crc);
     while (const std::optional<KeyLine> line = scanner.next()) {
         if (line->field.isDeletedKey())
             continue;
-        entries.push_back({line->field.ownValue(), line->position});
-        noteUniqueKey(entries.back().key);
+        QString key = line->field.value.toString();
+        noteUniqueKey(key);
+        keys.load(std::move(key), line->position);
     }
+    keys.finishLoading();
     if (scanner.hasFailed())
         return DBError::ReadError;
-    keys.assign(std::move(entries));
     hasIndex = true;
     return device->seek(before) ? DBError::NoError : DBError::SeekError;
 }
@@ -393,14 +393,10 @@ bool SDBTextPrivate::loadIndex()
     const QString name = companionFile(device, kIndexSuffix);
     if (name.isEmpty())
         return false;
-    keys.clear();
-    fields.clear(head.key);
+    clearIndexes();
     uniqueCounter = 0;
     QFile file(name);
-    if (!file.open(QIODevice::ReadOnly))
-        return false;
-    hasIndex = readIndex(&file);
-    return hasIndex;
+    return file.open(QIODevice::ReadOnly) && readIndex(&file);
 }
 
 bool SDBTextPrivate::readIndex(QIODevice *file)
@@ -410,22 +406,21 @@ bool SDBTextPrivate::readIndex(QIODevice *file)
         qDebug() << "SDBText::indexLoad: the file is not a valid index!";
         return false;
     }
-    const QByteArray hash = deviceHash();
+    const std::optional<QByteArray> stored = reader.readArray();
+    const qint32 count = reader.readCount().value_or(0);
+    // Without keys in it, the text is read for its checksum and for its keys in one go.
+    const QByteArray hash = count != 0 ? deviceHash() : hashCreatingIndex();
     if (hash.isEmpty()) {
         qDebug() << "SDBText::indexLoad: unable to calculate hash!";
-        return false;
-    }
-    if (reader.readArray() != hash) {
+    } else if (stored != hash) {
         qDebug() << "SDBText::indexLoad: hash does not match!";
-        return false;
-    }
-    const std::optional<qint32> count = reader.readCount();
-    if (count == 0) {
+    } else if (count == 0) {
         qDebug() << "SDBText::indexLoad: reindexing due to empty index (don't worry)";
-        return false;
+    } else {
+        const auto add = [this](const QString &key, qint64 position) { addKey(key, position); };
+        hasIndex = reader.readKeys(count, add) && reader.readFieldIndexes(&fields);
     }
-    const auto add = [this](const QString &key, qint64 position) { addKey(key, position); };
-    return count && reader.readKeys(*count, add) && reader.readFieldIndexes(&fields);
+    return hasIndex;
 }
 
 void SDBTextPrivate::saveIndex()
@@ -470,6 +465,14 @@ QByteArray SDBTextPrivate::deviceHash()
     if (!wasOpen)
         closeDevice(device);
     return ok ? QByteArray::number(crc, 16) : QByteArray();
+}
+
+QByteArray SDBTextPrivate::hashCreatingIndex()
+{
+    SCrc32 crc;
+    if (createIndex(&crc) != DBError::NoError)
+        return QByteArray();
+    return QByteArray::number(crc.value(), 16);
 }
 
 bool SDBTextPrivate::buildStaleFieldIndexes()

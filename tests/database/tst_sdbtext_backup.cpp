@@ -1,0 +1,530 @@
+// SPDX-License-Identifier: MIT
+// Backup and restore, and what is done with two databases.
+#include "sampledatabase.h"
+
+#include <brixlib/compression/scompressordevice.h>
+#include <brixlib/compression/slz4.h>
+#include <brixlib/compression/szip.h>
+
+#include <QtCore/QBuffer>
+#include <QtCore/QThread>
+#include <QtTest/QSignalSpy>
+
+using namespace Talverine;
+using namespace Talverine::Sample;
+using namespace Qt::StringLiterals;
+using Compression::CompressionAlgorithm;
+using Compression::SCompressorDevice;
+
+namespace {
+
+//! A database in memory, of ada, with records of the level 1.
+class Memory
+{
+public:
+    explicit Memory(const QStringList &names = {}, const QString &key = u"name"_s,
+                    DBAuthGrants grants = DBAuthGrants::ReadOnly)
+    {
+        if (!create(database, &device, grants, key) || !insertAll(database, names))
+            qFatal("no database");
+    }
+
+    QBuffer device;
+    SDBText database;
+};
+
+} // namespace
+
+class tst_SDBText_Backup : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void backupIsACopy_data()
+    {
+        QTest::addColumn<CompressionAlgorithm>("set");
+        QTest::addColumn<CompressionAlgorithm>("used");
+        QTest::newRow("Uncompressed")
+            << CompressionAlgorithm::Uncompressed << CompressionAlgorithm::Uncompressed;
+        QTest::newRow("Zip") << CompressionAlgorithm::Zip << CompressionAlgorithm::Zip;
+        QTest::newRow("Lz4") << CompressionAlgorithm::Lz4 << CompressionAlgorithm::Lz4;
+        QTest::newRow("Lzma") << CompressionAlgorithm::Lzma << CompressionAlgorithm::Uncompressed;
+    }
+
+    void backupIsACopy()
+    {
+        QFETCH(CompressionAlgorithm, set);
+        QFETCH(CompressionAlgorithm, used);
+        Memory source({u"b"_s, u"a"_s});
+        source.database.setBackupCompressor(set);
+        QCOMPARE(source.database.backupCompressor(), used);
+        QBuffer backup;
+        QVERIFY(source.database.backup(&backup));
+        QVERIFY(!backup.isOpen());
+        QBuffer plain;
+        if (used == CompressionAlgorithm::Zip)
+            QVERIFY(SCompressorDevice::decompress(&backup, &plain, new Compression::SZip));
+        else if (used == CompressionAlgorithm::Lz4)
+            QVERIFY(SCompressorDevice::decompress(&backup, &plain, new Compression::SLz4));
+        else
+            plain.setData(backup.data());
+        QCOMPARE(plain.data(), source.device.data());
+
+        Memory target({u"z"_s});
+        QSignalSpy restored(&target.database, &SDBText::databaseRestored);
+        QSignalSpy modified(&target.database, &SDBText::databaseModified);
+        QSignalSpy opened(&target.database, &SDBText::databaseOpened);
+        QVERIFY(target.database.restore(&backup));
+        QCOMPARE(restored.size(), 1);
+        QCOMPARE(restored.at(0).at(0).toBool(), true);
+        QCOMPARE(modified.size(), 1);
+        QCOMPARE(opened.size(), 0);
+        QCOMPARE(target.device.data(), source.device.data());
+        QVERIFY(target.database == source.database);
+    }
+
+    void backupOfAFile()
+    {
+        Place place;
+        SDBText database;
+        QVERIFY(create(database, place.file));
+        QVERIFY(insertAll(database, {u"a"_s}));
+        const QString backup = place.folder.filePath(u"backup.db"_s);
+        QVERIFY(database.backup(backup));
+        QCOMPARE(bytesOf(backup), bytesOf(place.file));
+        QVERIFY(database.clear());
+        QVERIFY(database.restore(backup));
+        QCOMPARE(walk(database), QStringList{u"a"_s});
+        QVERIFY(QFile::exists(place.beside(u".lck"_s)));
+    }
+
+    void backupThatClears()
+    {
+        Memory source({u"a"_s});
+        QBuffer backup;
+        QVERIFY(source.database.backup(&backup, true));
+        QCOMPARE(source.database.count(), 0);
+        QVERIFY(source.database.restore(&backup));
+        QCOMPARE(source.database.count(), 1);
+        source.database.authenticate(u"eve"_s, QString());
+        QBuffer second;
+        expectError("AuthError");
+        QVERIFY(!source.database.backup(&second, true));
+        QVERIFY(second.data().endsWith(source.device.data()));
+    }
+
+    void othersMayOpenTheFileAfterABackup()
+    {
+        Place place;
+        SDBText database;
+        QVERIFY(create(database, place.file));
+        QVERIFY(insertAll(database, {u"a"_s}));
+        QBuffer backup;
+        QVERIFY(database.backup(&backup));
+        QVERIFY(!database.isNull());
+        SDBText second;
+        QVERIFY(second.open(place.file));
+        second.close();
+        QVERIFY(insertAll(database, {u"b"_s}));
+        QCOMPARE(walk(database), (QStringList{u"a"_s, u"b"_s}));
+    }
+
+    void targetThatIsOpenIsWrittenFromWhereItStands()
+    {
+        Memory source({u"a"_s});
+        QBuffer backup;
+        QVERIFY(backup.open(QIODevice::ReadWrite));
+        backup.write("before ");
+        QVERIFY(source.database.backup(&backup));
+        QCOMPARE(backup.data(), "before " + source.device.data());
+        QVERIFY(backup.open(QIODevice::ReadOnly));
+        expectError("OpenError");
+        QVERIFY(!source.database.backup(&backup));
+        backup.close();
+        source.database.setBackupCompressor(CompressionAlgorithm::Lz4);
+        QVERIFY(backup.open(QIODevice::ReadWrite));
+        expectError("WriteError");
+        QVERIFY(!source.database.backup(&backup));
+    }
+
+    void backupsThatCannotBeMade()
+    {
+        Memory source({u"a"_s});
+        expectError("OpenError");
+        QVERIFY(!source.database.backup(u"/nowhere/backup.db"_s));
+        expectError("OpenError");
+        QVERIFY(!source.database.backup(static_cast<QIODevice *>(nullptr)));
+        SDBText closed;
+        QBuffer backup;
+        backup.setData("precious");
+        expectError("SeekError");
+        QVERIFY(!closed.backup(&backup));
+        QCOMPARE(backup.data(), "precious");
+    }
+
+    void databaseIsNotItsOwnBackup()
+    {
+        Place place;
+        SDBText database;
+        QVERIFY(create(database, place.file));
+        QVERIFY(insertAll(database, {u"a"_s}));
+        const QByteArray before = bytesOf(place.file);
+        expectError("OpenError");
+        QVERIFY(!database.backup(place.file));
+        QBuffer backup;
+        QVERIFY(database.backup(&backup));
+        const QString link = place.folder.filePath(u"link.db"_s);
+        QVERIFY(QFile::link(place.file, link));
+        expectError("OpenError");
+        QVERIFY(!database.restore(link));
+        QCOMPARE(bytesOf(place.file), before);
+    }
+
+    // restore
+
+    void restoreMergesByKey()
+    {
+        Memory source({u"a"_s, u"b"_s});
+        QBuffer backup;
+        QVERIFY(source.database.backup(&backup));
+        Memory target({u"b"_s, u"c"_s});
+        QVERIFY(target.database.replace(ink(u"b"_s, 9)));
+        QSignalSpy removed(&target.database, &SDBText::recordRemoved);
+        QSignalSpy inserted(&target.database, &SDBText::recordInserted);
+        QSignalSpy restored(&target.database, &SDBText::databaseRestored);
+        QVERIFY(target.database.restore(&backup, true));
+        QCOMPARE(walk(target.database), (QStringList{u"a"_s, u"b"_s, u"c"_s}));
+        QCOMPARE(target.database[u"b"_s].value(u"level"_s), QVariant(u"1"_s));
+        QVERIFY(target.database[u"b"_s].checkSignature());
+        QCOMPARE(removed.size(), 0);
+        QCOMPARE(inserted.size(), 0);
+        QCOMPARE(restored.size(), 1);
+    }
+
+    void restoreUnderUniqueKeysAppendsAll()
+    {
+        Memory source({u"a"_s, u"b"_s}, SDBRecord::UniqueIncKey);
+        QBuffer backup;
+        QVERIFY(source.database.backup(&backup));
+        QVERIFY(source.database.restore(&backup, true));
+        QCOMPARE(source.database.count(), 4);
+        QCOMPARE(source.database[u"0000000000000004"_s].value(u"name"_s), QVariant(u"b"_s));
+    }
+
+    void restoreIsForTheOwnerOfBoth()
+    {
+        Memory source({u"a"_s});
+        QBuffer backup;
+        QVERIFY(source.database.backup(&backup));
+        Memory target({u"b"_s}, u"name"_s, DBAuthGrants::All);
+        target.database.authenticate(u"eve"_s, u"apple"_s);
+        QSignalSpy restored(&target.database, &SDBText::databaseRestored);
+        expectError("AuthError");
+        QVERIFY(!target.database.restore(&backup));
+        QCOMPARE(restored.size(), 0);
+        QCOMPARE(walk(target.database), QStringList{u"b"_s});
+        Memory other({u"b"_s});
+        other.database.authenticate(u"eve"_s, u"apple"_s);
+        expectError("AuthError");
+        QVERIFY(!other.database.restore(&backup));
+    }
+
+    void databaseWithoutPasswordCannotBeRestored()
+    {
+        QBuffer device;
+        SDBText database;
+        database.authenticate(kUser, QString());
+        QVERIFY(database.create(&device, u"name"_s, DBAuthGrants::All));
+        QBuffer backup;
+        QVERIFY(database.backup(&backup));
+        expectError("AuthError");
+        QVERIFY(!database.restore(&backup));
+    }
+
+    void restoreOfAnotherKeyField()
+    {
+        Memory source({}, u"id"_s);
+        QBuffer backup;
+        QVERIFY(source.database.backup(&backup));
+        Memory target({u"b"_s});
+        expectError("KeyIsNull");
+        QVERIFY(!target.database.restore(&backup));
+        expectError("KeyIsNull");
+        QVERIFY(!target.database.restore(&backup, true));
+        QCOMPARE(target.database.count(), 1);
+    }
+
+    void restoreOfWhatIsNoBackup_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QByteArray>("error");
+        Memory source({u"a"_s});
+        QBuffer packed;
+        source.database.setBackupCompressor(CompressionAlgorithm::Lz4);
+        QVERIFY(source.database.backup(&packed));
+        QByteArray changed = source.device.data();
+        changed.replace("dbversion = 1", "dbversion = 3");
+        QTest::newRow("nothing") << QByteArray() << QByteArray("WrongDB");
+        QTest::newRow("other text") << QByteArray("Dear Sir") << QByteArray("WrongDB");
+        QTest::newRow("changed head") << changed << QByteArray("SignError");
+        QTest::newRow("compressed and cut") << packed.data().chopped(10) << QByteArray("WrongDB");
+    }
+
+    void restoreOfWhatIsNoBackup()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(QByteArray, error);
+        Memory target({u"b"_s});
+        QSignalSpy restored(&target.database, &SDBText::databaseRestored);
+        const QByteArray before = target.device.data();
+        QBuffer backup(&bytes);
+        expectError(error.constData());
+        QVERIFY(!target.database.restore(&backup));
+        QCOMPARE(restored.size(), 0);
+        QCOMPARE(target.device.data(), before);
+    }
+
+    void restoreOfAMissingFile()
+    {
+        Place place;
+        Memory target({u"b"_s});
+        expectError("FileNotFound");
+        QVERIFY(!target.database.restore(place.file));
+        QVERIFY(!QFile::exists(place.file));
+        QCOMPARE(target.database.count(), 1);
+    }
+
+    void restoreLeavesNoTemporaryFiles()
+    {
+        const auto files = [] {
+            return QDir(QDir::tempPath()).entryList({u"tst_sdbtext_backup*"_s}, QDir::Files);
+        };
+        const QStringList before = files();
+        Memory source({u"a"_s});
+        source.database.setBackupCompressor(CompressionAlgorithm::Zip);
+        QBuffer backup;
+        QVERIFY(source.database.backup(&backup));
+        QVERIFY(source.database.restore(&backup));
+        QVERIFY(source.database.restore(&backup, true));
+        QCOMPARE(files(), before);
+    }
+
+    void fieldIndexesKnowWhatWasRestored()
+    {
+        Memory source({u"a"_s});
+        QBuffer backup;
+        QVERIFY(source.database.backup(&backup));
+        Memory target({u"b"_s});
+        QList<SDBRecord> found;
+        QVERIFY(target.database.addFieldIndex(u"level"_s));
+        QVERIFY(target.database.searchField({u"level"_s, 1}, found));
+        QVERIFY(target.database.restore(&backup, true));
+        QVERIFY(target.database.searchField({u"level"_s, 1}, found));
+        QCOMPARE(found.size(), 2);
+        QVERIFY(target.database.restore(&backup));
+        QVERIFY(target.database.searchField({u"level"_s, 1}, found));
+        QCOMPARE(found.size(), 1);
+    }
+
+    // Operators
+
+    void copyIsInMemory()
+    {
+        Memory source({u"a"_s, u"b"_s});
+        QVERIFY(source.database.addFieldIndex(u"level"_s));
+        SDBText copy(source.database);
+        QCOMPARE(copy.error(), DBError::NoError);
+        QVERIFY(copy == source.database);
+        QCOMPARE(copy.fileName(), QString());
+        QCOMPARE(copy.fieldsIndexed(), QStringList{u"level"_s});
+        QVERIFY(copy.insert(ink(u"c"_s)));
+        QVERIFY(copy != source.database);
+        QCOMPARE(source.database.count(), 2);
+        const SDBText null;
+        expectError("SeekError");
+        const SDBText copyOfNull(null);
+        QVERIFY(copyOfNull.isNull());
+    }
+
+    void assignmentRefillsTheFile()
+    {
+        Place place;
+        Memory source({u"a"_s});
+        SDBText target;
+        QVERIFY(create(target, place.file, DBAuthGrants::All, u"id"_s));
+        QSignalSpy modified(&target, &SDBText::databaseModified);
+        target = source.database;
+        QCOMPARE(modified.size(), 1);
+        QCOMPARE(bytesOf(place.file), source.device.data());
+        QCOMPARE(target.key(), u"name"_s);
+        QVERIFY(target == source.database);
+        const SDBText &same = target;
+        target = same;
+        QCOMPARE(target.count(), 1);
+        QVERIFY(target == source.database);
+    }
+
+    void assignmentNeedsTheRightToWriteBoth()
+    {
+        Memory source({u"a"_s});
+        Memory target({u"b"_s});
+        source.database.authenticate(u"eve"_s, QString());
+        expectError("AuthError");
+        target.database = source.database;
+        QCOMPARE(target.database.error(), DBError::AuthError);
+        QCOMPARE(walk(target.database), QStringList{u"b"_s});
+        source.database.authenticate(kUser, kPassword);
+        target.database.authenticate(u"eve"_s, QString());
+        expectError("AuthError");
+        target.database = source.database;
+        QCOMPARE(walk(target.database), QStringList{u"b"_s});
+    }
+
+    void equalityLooksAtSettingsAndRecords()
+    {
+        Memory source({u"a"_s});
+        SDBText copy(source.database);
+        QVERIFY(copy == source.database);
+        QVERIFY(copy.replace(copy[u"a"_s]));
+        // Another time of insertion.
+        QTest::qWait(2);
+        QVERIFY(copy.replace(copy[u"a"_s]));
+        QVERIFY(copy != source.database);
+        Memory other({}, u"name"_s, DBAuthGrants::All);
+        QVERIFY(Memory().database != other.database);
+        QVERIFY(Memory().database == Memory().database);
+        Memory secret({}, u"name"_s, DBAuthGrants::None);
+        QVERIFY(secret.database == secret.database);
+        Memory secretToo({}, u"name"_s, DBAuthGrants::None);
+        QVERIFY(secret.database == secretToo.database);
+        secretToo.database.authenticate(u"eve"_s, QString());
+        QVERIFY(secret.database != secretToo.database);
+    }
+
+    void plusAddsUnchangedRecords()
+    {
+        Memory first({u"a"_s, u"b"_s});
+        Memory second({u"b"_s, u"c"_s});
+        QVERIFY(second.database.replace(ink(u"b"_s, 2)));
+        QSignalSpy modified(&first.database, &SDBText::databaseModified);
+        QSignalSpy inserted(&first.database, &SDBText::recordInserted);
+        QCOMPARE(first.database.values(u"level"_s).size(), 1);
+        first.database += second.database;
+        QCOMPARE(modified.size(), 1);
+        QCOMPARE(inserted.size(), 0);
+        QCOMPARE(walk(first.database), (QStringList{u"a"_s, u"b"_s, u"c"_s}));
+        QCOMPARE(first.database[u"b"_s].value(u"level"_s), QVariant(u"1"_s));
+        QCOMPARE(first.database[u"c"_s], second.database[u"c"_s]);
+        QList<SDBRecord> found;
+        QVERIFY(first.database.searchField({u"level"_s, 1}, found));
+        QCOMPARE(found.size(), 3);
+        first.database += first.database;
+        QCOMPARE(first.database.count(), 3);
+        SDBText null;
+        null += first.database;
+        QVERIFY(null == first.database);
+    }
+
+    void minusRemovesWhatTheOtherHas()
+    {
+        Memory first({u"a"_s, u"b"_s, u"c"_s});
+        Memory second({u"b"_s, u"d"_s});
+        QSignalSpy removed(&first.database, &SDBText::recordRemoved);
+        first.database -= second.database;
+        QCOMPARE(removed.size(), 1);
+        QCOMPARE(walk(first.database), (QStringList{u"a"_s, u"c"_s}));
+        SDBText null;
+        null -= first.database;
+        QVERIFY(null.isNull());
+        first.database -= first.database;
+        QCOMPARE(first.database.count(), 0);
+    }
+
+    void sumAndDifferenceAreNewDatabases()
+    {
+        Memory first({u"a"_s, u"b"_s});
+        Memory second({u"b"_s, u"c"_s});
+        SDBText sum = first.database + second.database;
+        QCOMPARE(walk(sum), (QStringList{u"a"_s, u"b"_s, u"c"_s}));
+        SDBText difference = first.database - second.database;
+        QCOMPARE(walk(difference), QStringList{u"a"_s});
+        QCOMPARE(first.database.count(), 2);
+        QCOMPARE(second.database.count(), 2);
+    }
+
+    void operatorsNeedTheSameKeyField()
+    {
+        Memory first({u"a"_s});
+        Memory second({}, u"id"_s);
+        expectError("KeyIsNull");
+        first.database += second.database;
+        QCOMPARE(first.database.error(), DBError::KeyIsNull);
+        expectError("KeyIsNull");
+        first.database -= second.database;
+        QCOMPARE(first.database.count(), 1);
+    }
+
+    void operatorsNeedTheRightToDoIt()
+    {
+        Memory first({u"a"_s});
+        Memory second({u"b"_s}, u"name"_s, DBAuthGrants::None);
+        second.database.authenticate(u"eve"_s, QString());
+        expectError("AuthError");
+        first.database += second.database;
+        expectError("AuthError");
+        first.database -= second.database;
+        second.database.authenticate(kUser, kPassword);
+        first.database.authenticate(u"eve"_s, QString());
+        expectError("AuthError");
+        first.database += second.database;
+        QCOMPARE(first.database.error(), DBError::AuthError);
+        QCOMPARE(first.database.count(), 1);
+    }
+
+    // Threads
+
+    void twoThreadsCombineTwoDatabasesBothWays()
+    {
+        Memory first({u"a"_s, u"b"_s});
+        Memory second({u"b"_s, u"c"_s});
+        const auto combine = [](SDBText *to, const SDBText *from) {
+            for (int i = 0; i < 200; ++i)
+                *to += *from;
+        };
+        const std::unique_ptr<QThread> thread(
+            QThread::create(combine, &first.database, &second.database));
+        thread->start();
+        combine(&second.database, &first.database);
+        QVERIFY(thread->wait(60'000));
+        QCOMPARE(walk(first.database), walk(second.database));
+    }
+
+    void eightThreadsInsertIntoOneDatabase()
+    {
+        Memory shared;
+        std::vector<std::unique_ptr<QThread>> threads;
+        for (int t = 0; t < 8; ++t) {
+            threads.emplace_back(QThread::create([&shared, t] {
+                for (int i = 0; i < 200; ++i) {
+                    const QString name = u"%1-%2"_s.arg(t).arg(i);
+                    shared.database.insert(ink(name, i));
+                    SDBRecord record;
+                    shared.database.value(name, record);
+                    if (i % 2)
+                        shared.database.remove(name);
+                }
+            }));
+            threads.back()->start();
+        }
+        for (const auto &thread : threads)
+            QVERIFY(thread->wait(60'000));
+        QCOMPARE(shared.database.count(), 8 * 100);
+        QVERIFY(shared.database.open(&shared.device));
+        QCOMPARE(shared.database.count(), 8 * 100);
+        for (SDBIterator it = shared.database.begin(); it != shared.database.end(); ++it)
+            QVERIFY(it->checkSignature());
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_SDBText_Backup)
+#include "tst_sdbtext_backup.moc"
