@@ -7,6 +7,7 @@
 #include <brixlib/protocol/stcpsocketspeedcontroller.h>
 #include <brixsec/ssecurecredential.h>
 
+#include <shared/filesizelimit.h>
 #include <shared/hostthread.h>
 #include <shared/processfacts.h>
 #include <shared/rawbytes.h>
@@ -18,9 +19,6 @@
 #include <QtNetwork/QTcpSocket>
 
 #include <array>
-#include <csignal>
-
-#include <sys/resource.h>
 
 using namespace Talverine;
 using namespace Qt::StringLiterals;
@@ -76,29 +74,6 @@ bool writeWhole(QIODevice &device, const QByteArray &bytes)
     }
     return true;
 }
-
-// While it lives, no file of this process grows beyond so many bytes, as on a disk that is full.
-class FileSizeLimit
-{
-public:
-    explicit FileSizeLimit(rlim_t bytes)
-        : m_before(std::signal(SIGXFSZ, SIG_IGN))
-    {
-        getrlimit(RLIMIT_FSIZE, &m_limit);
-        const rlimit small{bytes, m_limit.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &small);
-    }
-    ~FileSizeLimit()
-    {
-        setrlimit(RLIMIT_FSIZE, &m_limit);
-        std::signal(SIGXFSZ, m_before);
-    }
-    Q_DISABLE_COPY_MOVE(FileSizeLimit)
-
-private:
-    rlimit m_limit = {};
-    void (*m_before)(int);
-};
 
 } // namespace
 
