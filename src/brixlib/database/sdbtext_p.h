@@ -117,6 +117,7 @@ private:
     void noteRead(const RecordReader &reader);
 
     QString m_passwordHash;
+    QString m_lockName; //!< of the lock's file
 };
 
 //! The file that lies beside that of \a device under its name and \a suffix; empty for a device

@@ -132,10 +132,12 @@ DBError SDBTextPrivate::openEmpty(QIODevice *target, DBError failure)
 {
     if (!target)
         return failure;
-    if (target->isOpen())
+    // The lock is held on: nobody gets in between.
+    target->close();
+    if (!takeLock(target)) {
         closeDevice(target);
-    if (!takeLock(target))
         return DBError::FileLockError;
+    }
     bool isEmpty = target->open(kOpenMode | QIODevice::Truncate);
     // A temporary file that is open underneath does not truncate.
     if (auto *file = qobject_cast<QFileDevice *>(target); isEmpty && file && file->size() > 0)
@@ -172,9 +174,12 @@ DBError SDBTextPrivate::truncate()
 bool SDBTextPrivate::takeLock(QIODevice *target)
 {
     const QString name = companionFile(target, kLockSuffix);
+    if (lock && m_lockName == name)
+        return true;
     lock.reset();
     if (name.isEmpty())
         return true;
+    m_lockName = name;
     lock = std::make_unique<QLockFile>(name);
     // However old, a lock holds as long as its owner lives: a database may stay open for months.
     lock->setStaleLockTime(0);

@@ -1,0 +1,507 @@
+// SPDX-License-Identifier: MIT
+// Disks that fill up, devices that fail, files that were damaged, programs that are killed.
+#include "sampledatabase.h"
+
+#include <brixlib/compression/compressionalgorithm.h>
+
+#include <shared/faultdevice.h>
+#include <shared/killedprocess.h>
+#include <shared/seededrandom.h>
+
+#include <QtCore/QBuffer>
+#include <QtCore/QCoreApplication>
+
+#include <cstdio>
+#include <functional>
+
+using namespace Talverine;
+using namespace Talverine::Sample;
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+using Work = std::function<bool(SDBText &)>;
+
+//! The bytes of a database of ada's with records of these names.
+QByteArray databaseOf(const QStringList &names)
+{
+    QBuffer device;
+    SDBText database;
+    if (!create(database, &device) || !insertAll(database, names))
+        qFatal("no database");
+    return device.data();
+}
+
+//! Opens a database as ada.
+template<typename Where>
+bool openAsAda(SDBText &database, const Where &where)
+{
+    return database.open(where) && (database.authenticate(kUser, kPassword), true);
+}
+
+//! Whether all records can be walked through; counts those whose signature fits.
+bool walksWell(SDBText &database, int *signedRecords)
+{
+    *signedRecords = 0;
+    int steps = 0;
+    for (SDBIterator it = database.begin(); it != database.end(); ++it) {
+        *signedRecords += it->checkSignature();
+        if (++steps > database.count())
+            return false;
+    }
+    return steps == database.count();
+}
+
+QString nameOf(int number)
+{
+    return QString::number(number).rightJustified(6, u'0');
+}
+
+// What a child does until it is killed. It tells what is done before it goes on.
+
+void tell(const char *what, int number)
+{
+    std::printf("%s %d\n", what, number);
+    std::fflush(stdout);
+}
+
+bool insertForEver(SDBText &database)
+{
+    for (int i = 0; database.insert(ink(nameOf(i), i)); ++i)
+        tell("inserted", i);
+    return false;
+}
+
+bool replaceForEver(SDBText &database)
+{
+    for (int i = 0;; i = (i + 1) % database.count()) {
+        if (!database.replace(ink(nameOf(i), u"new"_s)))
+            return false;
+        tell("replaced", i);
+    }
+}
+
+bool removeAll(SDBText &database)
+{
+    for (int i = 0; database.remove(nameOf(i)); ++i)
+        tell("removed", i);
+    return false;
+}
+
+bool purgeForEver(SDBText &database)
+{
+    for (int i = 0; database.purge(); ++i)
+        tell("purged", i);
+    return false;
+}
+
+bool restoreForEver(SDBText &database)
+{
+    for (int i = 0; database.restore(database.fileName() + u".backup"_s); ++i)
+        tell("restored", i);
+    return false;
+}
+
+const QMap<QString, Work> &childWorks()
+{
+    static const QMap<QString, Work> works{{u"insert"_s, insertForEver},
+                                           {u"replace"_s, replaceForEver},
+                                           {u"remove"_s, removeAll},
+                                           {u"purge"_s, purgeForEver},
+                                           {u"restore"_s, restoreForEver}};
+    return works;
+}
+
+int runChild(const QStringList &arguments)
+{
+    SDBText database;
+    if (!openAsAda(database, arguments.at(2)))
+        return 1;
+    tell("ready", 0);
+    std::getchar();
+    return childWorks().value(arguments.at(1))(database) ? 0 : 2;
+}
+
+//! The highest number of a line such as "inserted 7" that is complete; -1 for none.
+int lastTold(const QByteArray &output, const QByteArray &what)
+{
+    int last = -1;
+    const QList<QByteArray> lines = output.left(output.lastIndexOf('\n')).split('\n');
+    for (const QByteArray &line : lines) {
+        if (line.startsWith(what + ' '))
+            last = line.mid(what.size() + 1).trimmed().toInt();
+    }
+    return last;
+}
+
+constexpr int kKilledRecords = 500;
+
+} // namespace
+
+class tst_SDBText_Faults : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    // Disks that fill up
+
+    void createOnAFullDisk()
+    {
+        const qint64 size = databaseOf({}).size();
+        for (qint64 capacity = 0; capacity < size; ++capacity) {
+            QBuffer disk;
+            FaultDevice device(&disk, {.capacity = capacity});
+            SDBText database;
+            expectError("WriteError");
+            QVERIFY(!create(database, &device));
+            QVERIFY(!device.isOpen());
+            QVERIFY(database.isNull());
+        }
+    }
+
+    void insertOnAFullDisk()
+    {
+        const QByteArray before = databaseOf({u"a"_s});
+        const qint64 record = databaseOf({u"a"_s, u"b"_s}).size() - before.size();
+        for (qint64 capacity = 0; capacity < record; ++capacity) {
+            QBuffer disk;
+            disk.setData(before);
+            FaultDevice device(&disk, {.capacity = capacity});
+            SDBText database;
+            QVERIFY(openAsAda(database, &device));
+            QVERIFY(!database.insert(ink(u"b"_s)));
+            QVERIFY(!database.contains(u"b"_s));
+            QVERIFY(database[u"a"_s].checkSignature());
+            QVERIFY(disk.data().startsWith(before));
+            // What is left of it is passed over.
+            SDBText second;
+            database.close();
+            QVERIFY(openAsAda(second, &disk));
+            QVERIFY(second[u"a"_s].checkSignature());
+            QVERIFY(!second[u"b"_s].checkSignature() || capacity >= record - 2);
+            QVERIFY(second.insert(ink(u"c"_s)));
+            QVERIFY(second[u"c"_s].checkSignature());
+        }
+    }
+
+    void removeOnAFullDisk()
+    {
+        QBuffer disk;
+        disk.setData(databaseOf({u"a"_s}));
+        FaultDevice device(&disk, {.capacity = 0});
+        SDBText database;
+        QVERIFY(openAsAda(database, &device));
+        expectError("WriteError");
+        QVERIFY(!database.remove(u"a"_s));
+        QVERIFY(database[u"a"_s].checkSignature());
+        expectError("WriteError");
+        QVERIFY(!database.replace(ink(u"a"_s, 2)));
+        QCOMPARE(database[u"a"_s].value(u"level"_s), QVariant(u"1"_s));
+    }
+
+    void clearAndPurgeOnAFullDisk()
+    {
+        const QByteArray before = databaseOf({u"a"_s, u"b"_s});
+        for (qint64 capacity = 0; capacity < before.size(); capacity += 7) {
+            QBuffer disk;
+            disk.setData(before);
+            FaultDevice device(&disk, {.capacity = capacity});
+            SDBText database;
+            QVERIFY(openAsAda(database, &device));
+            expectError("WriteError");
+            QVERIFY(!database.purge());
+            QVERIFY(database.error() == DBError::WriteError);
+        }
+    }
+
+    void backupOnAFullDisk_data()
+    {
+        QTest::addColumn<Compression::CompressionAlgorithm>("algorithm");
+        QTest::newRow("plain") << Compression::CompressionAlgorithm::Uncompressed;
+        QTest::newRow("compressed") << Compression::CompressionAlgorithm::Lz4;
+    }
+
+    void backupOnAFullDisk()
+    {
+        QFETCH(Compression::CompressionAlgorithm, algorithm);
+        QBuffer device;
+        device.setData(databaseOf({u"a"_s}));
+        const QByteArray before = device.data();
+        SDBText database;
+        QVERIFY(openAsAda(database, &device));
+        database.setBackupCompressor(algorithm);
+        for (const qint64 capacity : {0, 1, 20, 24, 100}) {
+            QBuffer disk;
+            FaultDevice backup(&disk, {.capacity = capacity});
+            expectError("WriteError");
+            QVERIFY(!database.backup(&backup, true));
+            QCOMPARE(device.data(), before);
+        }
+        FaultDevice closed(&device, {.failsToOpen = true});
+        const bool isPlain = algorithm == Compression::CompressionAlgorithm::Uncompressed;
+        expectError(isPlain ? "OpenError" : "WriteError");
+        QVERIFY(!database.backup(&closed));
+    }
+
+    void restoreOnAFullDisk()
+    {
+        QBuffer backup;
+        backup.setData(databaseOf({u"a"_s}));
+        QBuffer disk;
+        disk.setData(databaseOf({u"b"_s}));
+        FaultDevice device(&disk, {.capacity = 100});
+        SDBText database;
+        QVERIFY(openAsAda(database, &device));
+        expectError("WriteError");
+        QVERIFY(!database.restore(&backup));
+        QCOMPARE(database.error(), DBError::WriteError);
+    }
+
+    void operatorsOnAFullDisk()
+    {
+        QBuffer source;
+        source.setData(databaseOf({u"b"_s, u"c"_s}));
+        SDBText other;
+        QVERIFY(openAsAda(other, &source));
+        QBuffer disk;
+        disk.setData(databaseOf({u"a"_s}));
+        FaultDevice device(&disk, {.capacity = 300});
+        SDBText database;
+        QVERIFY(openAsAda(database, &device));
+        expectError("WriteError");
+        database += other;
+        QCOMPARE(database.error(), DBError::WriteError);
+        QVERIFY(database[u"a"_s].checkSignature());
+        QVERIFY(database[u"b"_s].checkSignature());
+        QVERIFY(!database.contains(u"c"_s));
+    }
+
+    // Devices that fail
+
+    void deviceThatMovesAByteAtATime()
+    {
+        QBuffer disk;
+        FaultDevice device(&disk, {.read = {.pieceBytes = 1}, .write = {.pieceBytes = 1}});
+        SDBText database;
+        QVERIFY(create(database, &device));
+        QVERIFY(insertAll(database, {u"a"_s, u"b"_s}));
+        QVERIFY(database.remove(u"a"_s));
+        QVERIFY(database.open(&device));
+        QCOMPARE(walk(database), QStringList{u"b"_s});
+        QVERIFY(database[u"b"_s].checkSignature());
+    }
+
+    void deviceThatFailsToOpen()
+    {
+        QBuffer disk;
+        FaultDevice device(&disk, {.failsToOpen = true});
+        SDBText database;
+        expectError("OpenError");
+        QVERIFY(!database.open(&device));
+        expectError("CreateError");
+        QVERIFY(!create(database, &device));
+    }
+
+    void readErrorsAreNoEnds()
+    {
+        // An index of the keys up to there would lose the others with the next purge().
+        QBuffer disk;
+        disk.setData(databaseOf({u"a"_s, u"b"_s, u"c"_s}));
+        QTest::failOnWarning(QRegularExpression(u".*"_s));
+        for (qint64 at = 0; at < disk.size(); ++at) {
+            FaultDevice device(&disk, {.read = {.errorAt = at}});
+            SDBText database;
+            QVERIFY(!database.open(&device));
+            QVERIFY(database.error() == DBError::ReadError ||
+                    database.error() == DBError::WrongDB || database.error() == DBError::SignError);
+        }
+    }
+
+    void readErrorInARecord()
+    {
+        QBuffer disk;
+        disk.setData(databaseOf({u"a"_s, u"b"_s}));
+        // The head and the index have been read by then.
+        FaultDevice measured(&disk);
+        SDBText database;
+        QVERIFY(openAsAda(database, &measured));
+        const qint64 opened = measured.bytesRead();
+        database.close();
+        FaultDevice device(&disk, {.read = {.errorAt = opened + 10}});
+        QVERIFY(openAsAda(database, &device));
+        SDBRecord record;
+        expectError("ReadError");
+        QVERIFY(!database.value(u"a"_s, record));
+        QVERIFY(record.isEmpty());
+    }
+
+    // Files that were damaged
+
+    void fileCutAnywhereKeepsWhatIsWhole()
+    {
+        const QByteArray whole = databaseOf({u"a"_s, u"b"_s, u"c"_s});
+        const qsizetype head = databaseOf({}).size();
+        const qsizetype record = (whole.size() - head) / 3;
+        for (qsizetype size = head; size <= whole.size(); ++size) {
+            QBuffer device;
+            device.setData(whole.first(size));
+            SDBText database;
+            QVERIFY(openAsAda(database, &device));
+            int signedRecords = 0;
+            QVERIFY(walksWell(database, &signedRecords));
+            // The last line's end does not matter.
+            QCOMPARE(signedRecords, int((size - head + 2) / record));
+            QVERIFY(database.count() <= signedRecords + 1);
+        }
+    }
+
+    void anyByteChanged()
+    {
+        const QByteArray whole = databaseOf({u"a"_s, u"bb"_s, u"ccc"_s});
+        const qsizetype head = databaseOf({}).size();
+        SeededRandom random;
+        for (qsizetype at = 0; at < whole.size(); ++at) {
+            QByteArray bytes = whole;
+            bytes[at] = static_cast<char>(bytes.at(at) ^ random.between(1, 255));
+            QBuffer device(&bytes);
+            SDBText database;
+            const bool opened = database.open(&device);
+            QVERIFY(opened || at < head);
+            int signedRecords = 0;
+            QVERIFY(walksWell(database, &signedRecords));
+            // The other two are untouched, unless their key changed or a line end went.
+            QVERIFY(!opened || signedRecords >= 2 || at < head);
+            // The names of the head's fields are not signed: the owner may have got lost.
+            if (!opened || !database.authenticate(kUser, kPassword))
+                continue;
+            QVERIFY(database.purge());
+            int left = 0;
+            QVERIFY(walksWell(database, &left));
+            QCOMPARE(left, signedRecords);
+        }
+    }
+
+    void linesOfNoise()
+    {
+        SeededRandom random;
+        for (int round = 0; round < 50; ++round) {
+            QByteArray bytes = databaseOf({u"a"_s});
+            for (int i = 0; i < 200; ++i) {
+                if (random.chance(30))
+                    bytes += random.chance(50) ? "name = " : "\r\n name.1=";
+                bytes += random.bytes(random.between(0, 40));
+                if (random.chance(50))
+                    bytes += "\r\n";
+            }
+            QBuffer device(&bytes);
+            SDBText database;
+            QVERIFY(openAsAda(database, &device));
+            QVERIFY(database[u"a"_s].value(u"level"_s).isValid());
+            int signedRecords = 0;
+            QVERIFY(walksWell(database, &signedRecords));
+            for (const SDBField &key : database.values(QString())) {
+                if (key.value().toString() != u"a")
+                    QVERIFY(database.remove(key.value().toString()));
+            }
+            QCOMPARE(walk(database), QStringList{u"a"_s});
+            QVERIFY(database.open(&device));
+            QVERIFY(database.contains(u"a"_s));
+        }
+    }
+
+    void linesThatAreNoKeysAreNotHeld()
+    {
+        // A line is as long as its file may be; only a record's own lines are read whole.
+        QByteArray bytes = databaseOf({u"a"_s});
+        bytes += "\r\nfiller = " + QByteArray(100'000'000, 'x') + "\r\n\r\nname = b\r\n";
+        QBuffer device(&bytes);
+        SDBText database;
+        QVERIFY(openAsAda(database, &device));
+        QVERIFY(database.contains(u"b"_s));
+    }
+
+    // Programs that are killed
+
+    void killedProgram_data()
+    {
+        QTest::addColumn<QString>("work");
+        for (const QString &work : childWorks().keys())
+            QTest::newRow(qPrintable(work)) << work;
+    }
+
+    void killedProgram()
+    {
+        QFETCH(QString, work);
+        SeededRandom random;
+        for (int round = 0; round < 6; ++round) {
+            Place place;
+            QStringList names;
+            for (int i = 0; i < kKilledRecords && work != u"insert"; ++i)
+                names.append(nameOf(i));
+            QVERIFY(setBytes(place.file, databaseOf(names)));
+            QVERIFY(setBytes(place.beside(u".backup"_s), databaseOf(names)));
+
+            KilledProcess child;
+            child.process().setProgram(QCoreApplication::applicationFilePath());
+            child.process().setArguments({u"child"_s, work, place.file});
+            QVERIFY(child.start());
+            QTRY_VERIFY_WITH_TIMEOUT(child.output().contains("ready"), 30'000);
+            // Its lock keeps this program out.
+            if (round == 0) {
+                SDBText database;
+                expectError("FileLockError");
+                QVERIFY(!database.open(place.file));
+            }
+            child.process().write("go\n");
+            child.killAfter(std::chrono::milliseconds(random.between(0, 60)));
+            checkAfterKill(work, place, child.output());
+            if (QTest::currentTestFailed())
+                return;
+        }
+    }
+
+private:
+    void checkAfterKill(const QString &work, const Place &place, const QByteArray &told)
+    {
+        SDBText database;
+        const bool opened = openAsAda(database, place.file);
+        if (!opened) {
+            // Purge and restore begin with an empty file.
+            QVERIFY(work == u"purge" || work == u"restore");
+            QVERIFY(database.error() == DBError::WrongDB || database.error() == DBError::SignError);
+            return;
+        }
+        int signedRecords = 0;
+        QVERIFY(walksWell(database, &signedRecords));
+        if (work == u"insert") {
+            // All that was told of, and at most one more.
+            const int inserted = lastTold(told, "inserted") + 1;
+            QVERIFY(signedRecords >= inserted);
+            QVERIFY(database.count() <= inserted + 1);
+        } else if (work == u"replace") {
+            // The one between its removal and its insertion may be gone.
+            QVERIFY(signedRecords >= kKilledRecords - 1);
+        } else if (work == u"remove") {
+            const int removed = lastTold(told, "removed") + 1;
+            QVERIFY(database.count() <= kKilledRecords - removed);
+            QVERIFY(signedRecords >= kKilledRecords - removed - 1);
+        } else {
+            // Records that were still to be written are lost; of the others one may be torn.
+            QVERIFY(signedRecords >= database.count() - 1);
+        }
+        QVERIFY(database.insert(ink(u"after"_s)));
+        QVERIFY(database[u"after"_s].checkSignature());
+    }
+};
+
+int main(int count, char *arguments[])
+{
+    QCoreApplication application(count, arguments);
+    if (application.arguments().value(1) == u"child")
+        return runChild(application.arguments().sliced(1));
+    tst_SDBText_Faults test;
+    return QTest::qExec(&test, count, arguments);
+}
+
+#include "tst_sdbtext_faults.moc"
