@@ -56,8 +56,10 @@ int main(int argc, char *argv[])
     QLoggingCategory::setFilterRules(u"default.debug=false"_s);
 
     Tool tool;
-    CLI::App cli{"Serves, moves and inspects files over the brix protocol, and compresses them.",
-                 "brix"};
+    CLI::App cli{
+        "Serves, moves and inspects files over the brix protocol, compresses them, and keeps\n"
+        "text databases.",
+        "brix"};
     cli.footer(exitCodesHelp);
     cli.fallthrough();
     cli.require_subcommand(1);
@@ -71,6 +73,7 @@ int main(int argc, char *argv[])
     addServerCommands(&cli, &tool);
     addUserCommands(&cli, &tool);
     addCompressCommands(&cli, &tool);
+    addDbCommands(&cli, &tool);
 
     try {
         cli.parse(argc, argv);

@@ -19,6 +19,20 @@ CLI::Option *addText(CLI::App *command, const std::string &name, QString *target
         ->type_name("TEXT");
 }
 
+CLI::Option *addTexts(CLI::App *command, const std::string &name, QStringList *target,
+                      const std::string &description)
+{
+    return command
+        ->add_option_function<std::vector<std::string>>(
+            name,
+            [target](const std::vector<std::string> &texts) {
+                for (const std::string &text : texts)
+                    target->append(QString::fromLocal8Bit(text.data(), qsizetype(text.size())));
+            },
+            description)
+        ->type_name("TEXT");
+}
+
 CLI::Option *addPath(CLI::App *command, const std::string &name, QString *target,
                      const std::string &description)
 {

@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 
 #include <functional>
 
@@ -24,6 +25,9 @@ struct Tool
 //! Adds an argument or option whose text lands in \a target.
 CLI::Option *addText(CLI::App *command, const std::string &name, QString *target,
                      const std::string &description);
+//! Adds an argument that may be given several times.
+CLI::Option *addTexts(CLI::App *command, const std::string &name, QStringList *target,
+                      const std::string &description);
 //! Adds an argument for a file or folder of this machine, resolved by the caller's folder; an empty
 //! one is wrong usage.
 CLI::Option *addPath(CLI::App *command, const std::string &name, QString *target,
@@ -51,6 +55,7 @@ CLI::App *addCommand(CLI::App *parent, Tool *tool, const std::string &name,
 
 // One function for each family of sub-commands.
 void addCompressCommands(CLI::App *cli, Tool *tool);
+void addDbCommands(CLI::App *cli, Tool *tool);
 void addFileCommands(CLI::App *cli, Tool *tool);
 void addServeCommand(CLI::App *cli, Tool *tool);
 void addServerCommands(CLI::App *cli, Tool *tool);

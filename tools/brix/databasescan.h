@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <brixlib/database/sdbrecord.h>
+
+#include <QtCore/QFile>
+#include <QtCore/QString>
+
+namespace Brix {
+
+//! A record as it lies in the file.
+struct ScannedRecord
+{
+    QString key;
+    qint64 line = 0;  //!< of its key, counted from 1
+    qint64 bytes = 0; //!< from its key line up to the next one, or to the end
+    bool isDeleted = false;
+    Talverine::SDBRecord record; //!< empty when it is deleted
+};
+
+/*!
+ * Reads the records of a database file in their order, deleted ones and those of the same key too,
+ * and knows where each stands. Holds one record.
+ *
+ * Lives in one thread.
+ */
+class DatabaseScan final
+{
+public:
+    //! Throws Failure when the file cannot be read.
+    DatabaseScan(const QString &file, const QString &keyName);
+
+    //! The next record; false at the end. Throws Failure.
+    bool next(ScannedRecord *record);
+
+    //! Of what has been read: the whole file, at the end.
+    qint64 bytes() const { return m_end; }
+    //! Whether the last line had its end.
+    bool isLineWhole() const { return m_isLineWhole; }
+
+private:
+    bool readLine();
+    bool readKeyLine();
+
+    QFile m_file;
+    QString m_keyName;
+    Talverine::SDBField m_field; // of the last line
+    bool m_isKeyLine = false;    // the last line begins the next record
+    bool m_isLineWhole = true;
+    qint64 m_line = 0;
+    qint64 m_begin = 0;
+    qint64 m_end = 0;
+};
+
+} // namespace Brix

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <brixlib/database/sdbtext.h>
+
+#include <QtCore/QString>
+
+#include <memory>
+
+namespace Brix {
+
+/*!
+ * A database file that is looked at and not touched: nothing is locked, and no files are made
+ * beside it, as opening it would.
+ *
+ * Lives in one thread.
+ */
+class DatabaseView final
+{
+public:
+    //! \a file has to be one.
+    explicit DatabaseView(const QString &file);
+    ~DatabaseView();
+
+    /*!
+     * Reads the settings and the keys; the settings from "FILE.srec" when the head of the file
+     * cannot be read. The database belongs to this object. Throws Failure.
+     */
+    Talverine::SDBText &open();
+    bool isHeadFromCopy() const { return m_isHeadFromCopy; }
+
+private:
+    bool openWithCopy();
+
+    QString m_file;
+    std::unique_ptr<QIODevice> m_device; // outlives the database
+    Talverine::SDBText m_database;
+    bool m_isHeadFromCopy = false;
+};
+
+} // namespace Brix

@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: MIT
+// brix db: text databases in files of this machine.
+#include "dbcommands.h"
+
+#include "blockingwork.h"
+#include "interruption.h"
+
+#include <QtCore/QThread>
+
+namespace Brix {
+
+using namespace Qt::StringLiterals;
+
+void declareDatabase(CLI::App *command, DatabaseOptions *options)
+{
+    addPath(command, "FILE", &options->file, "The database file")->required();
+    declareDatabaseUser(command, &options->user);
+}
+
+void declareDatabaseUser(CLI::App *command, DatabaseUser *user)
+{
+    auto *name = addText(command, "--user", &user->name,
+                         "Who uses the database. Default: nobody, with the rights that it grants "
+                         "to anyone");
+    name->check([](const std::string &text) { return text.empty() ? "the name is empty" : ""; });
+    command
+        ->add_flag("--password-stdin", user->password.fromStdin,
+                   "Read the user's password from the first line of stdin")
+        ->needs(name);
+}
+
+DatabaseLogin loginOf(const DatabaseUser &user)
+{
+    if (user.name.isEmpty())
+        return {};
+    QString error;
+    const auto password = user.password.existing(user.name, &error);
+    if (!password)
+        throw Failure{ExitCode::Usage, error};
+    return {user.name, *password};
+}
+
+void runDatabaseWork(const std::function<void()> &work)
+{
+    const Interruption interruption;
+    runBlocking(interruption, work);
+}
+
+void withDatabase(const DatabaseOptions &options, const std::function<void(OpenDatabase &)> &work)
+{
+    const DatabaseLogin login = loginOf(options.user);
+    runDatabaseWork([&] {
+        OpenDatabase database(options.file, login);
+        work(database);
+    });
+}
+
+void throwIfInterrupted()
+{
+    if (QThread::currentThread()->isInterruptionRequested())
+        throw Failure{ExitCode::Interrupted, u"interrupted"_s};
+}
+
+QString counted(qint64 count, const QString &one, const QString &many)
+{
+    return u"%1 %2"_s.arg(QString::number(count), count == 1 ? one : many);
+}
+
+void addDbCommands(CLI::App *cli, Tool *tool)
+{
+    auto *family = cli->add_subcommand("db", "Use and look after a text database");
+    family->require_subcommand(1);
+    family->footer("Example:\n  brix db get inks.db cyan");
+    addDbFileCommands(family, tool);
+    addDbRecordCommands(family, tool);
+}
+
+} // namespace Brix

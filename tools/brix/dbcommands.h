@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+// What the sub-commands of brix db have in common.
+#pragma once
+
+#include "opendatabase.h"
+#include "passwordsource.h"
+#include "tool.h"
+
+#include <functional>
+
+namespace Brix {
+
+//! Who uses a database, as the command line tells.
+struct DatabaseUser
+{
+    QString name;
+    PasswordSource password;
+};
+
+//! A database file, and who uses it.
+struct DatabaseOptions
+{
+    QString file;
+    DatabaseUser user;
+};
+
+//! Adds FILE and the user.
+void declareDatabase(CLI::App *command, DatabaseOptions *options);
+//! Adds --user and --password-stdin.
+void declareDatabaseUser(CLI::App *command, DatabaseUser *user);
+
+//! Asks for the password of the user, if one was named; throws Failure.
+DatabaseLogin loginOf(const DatabaseUser &user);
+/*!
+ * Runs \a work in a thread of its own, so that an interruption does not cut a change in two; it may
+ * throw Failure.
+ */
+void runDatabaseWork(const std::function<void()> &work);
+//! The same with an open database.
+void withDatabase(const DatabaseOptions &options, const std::function<void(OpenDatabase &)> &work);
+//! For long work, between its steps: throws Failure when the tool is to end.
+void throwIfInterrupted();
+
+//! "1 record", "2 records".
+QString counted(qint64 count, const QString &one, const QString &many);
+
+// One function for each kind of sub-commands.
+void addDbFileCommands(CLI::App *family, Tool *tool);
+void addDbRecordCommands(CLI::App *family, Tool *tool);
+
+} // namespace Brix

@@ -1,0 +1,288 @@
+// SPDX-License-Identifier: MIT
+// brix db get, set, rm, list, search and values: single records and what is in them.
+#include "dbcommands.h"
+#include "fieldrules.h"
+#include "recordjson.h"
+
+namespace Brix {
+
+using namespace Qt::StringLiterals;
+using Talverine::DBError;
+using Talverine::SDBField;
+using Talverine::SDBRecord;
+using Talverine::SDBText;
+
+namespace {
+
+constexpr auto kNewRecord = "-"_L1;
+
+void writeRecord(const Output &output, const SDBRecord &record)
+{
+    if (output.json) {
+        output.bytesAsTheyAre(RecordJson::fromRecord(record) + '\n');
+        return;
+    }
+    for (const SDBField &field : record.fields()) {
+        const QString lines = field.toString(QString(), QLocale::c());
+        for (const QString &line : lines.split(u"\r\n"_s, Qt::SkipEmptyParts))
+            output.line(line);
+    }
+}
+
+QString keyOf(const SDBRecord &record, const QString &keyName)
+{
+    return record.value(keyName).toString();
+}
+
+// get
+
+struct GetOptions
+{
+    DatabaseOptions database;
+    QString key;
+};
+
+void declareGet(CLI::App *command, GetOptions *options)
+{
+    declareDatabase(command, &options->database);
+    addText(command, "KEY", &options->key, "The record's key")->required();
+}
+
+ExitCode get(const Output &output, const GetOptions &options)
+{
+    SDBRecord record;
+    withDatabase(options.database,
+                 [&](OpenDatabase &database) { record = database.record(options.key); });
+    writeRecord(output, record);
+    if (!record.checkSignature())
+        output.note(u"brix: the signature of %1 does not match"_s.arg(options.key));
+    return ExitCode::Done;
+}
+
+// set
+
+struct SetOptions
+{
+    DatabaseOptions database;
+    QString key;
+    QStringList fields;
+};
+
+void declareSet(CLI::App *command, SetOptions *options)
+{
+    declareDatabase(command, &options->database);
+    addText(command, "KEY", &options->key,
+            "The record's key; \"-\" for a new record where the database makes the keys")
+        ->required();
+    addTexts(command, "FIELD=VALUE", &options->fields,
+             "What the field is to hold; the same field twice makes it a list")
+        ->required();
+}
+
+Failure wrongUsage(const QString &text)
+{
+    return {ExitCode::Usage, text};
+}
+
+// The fields in the order of the command line, those of one name as a list.
+SDBRecord fieldsOf(const QStringList &texts)
+{
+    SDBRecord fields;
+    for (const QString &text : texts) {
+        const qsizetype equals = text.indexOf(u'=');
+        if (equals < 1)
+            throw wrongUsage(u"not of the form FIELD=VALUE: %1"_s.arg(text));
+        // Never null, which would be no value at all.
+        fields.append(text.first(equals), u""_s + text.sliced(equals + 1));
+    }
+    return fields;
+}
+
+// The record with the fields set, and whether it is there already.
+std::pair<SDBRecord, bool> changedRecord(OpenDatabase &database, const SetOptions &options,
+                                         const SDBRecord &fields)
+{
+    const QString keyName = database->key();
+    const QString fault = FieldRules::faultOfRecord(fields, keyName);
+    if (!fault.isEmpty())
+        throw wrongUsage(fault);
+    if (fields.contains(keyName))
+        throw wrongUsage(u"%1 is the key; it cannot be set"_s.arg(keyName));
+    SDBRecord record;
+    const bool isNew =
+        database.makesKeys() ? options.key == kNewRecord : !database->contains(options.key);
+    if (!isNew) {
+        record = database.record(options.key);
+    } else if (!database.makesKeys()) {
+        const QString keyFault = FieldRules::faultOfKey(options.key);
+        if (!keyFault.isEmpty())
+            throw wrongUsage(keyFault);
+        record.insert(keyName, options.key);
+    }
+    record.insert(fields);
+    return {record, !isNew};
+}
+
+// The old record goes before the new one comes, and is lost with it.
+Failure lost(const OpenDatabase &database, const QString &key)
+{
+    return {ExitCode::LocalIo,
+            u"cannot write %1: the disk is full, or it failed; the old record %2 is removed "
+            "already"_s.arg(database.file(), key)};
+}
+
+ExitCode set(const Output &output, const SetOptions &options)
+{
+    const SDBRecord fields = fieldsOf(options.fields);
+    QString key;
+    bool replaced = false;
+    withDatabase(options.database, [&](OpenDatabase &database) {
+        database.requireReading();
+        const auto [record, isThere] = changedRecord(database, options, fields);
+        replaced = isThere;
+        QObject::connect(&*database, &SDBText::recordInserted,
+                         [&](const QString &inserted) { key = inserted; });
+        const bool isDone = isThere ? database->replace(record) : database->insert(record);
+        if (!isDone && isThere && !database->contains(options.key))
+            throw lost(database, options.key);
+        database.require(isDone);
+    });
+    output.result((replaced ? u"replaced %1"_s : u"added %1"_s).arg(key),
+                  {{u"key"_s, key}, {u"replaced"_s, replaced}});
+    return ExitCode::Done;
+}
+
+// rm
+
+struct RemoveOptions
+{
+    DatabaseOptions database;
+    QStringList keys;
+};
+
+void declareRemove(CLI::App *command, RemoveOptions *options)
+{
+    declareDatabase(command, &options->database);
+    addTexts(command, "KEY", &options->keys, "Keys of the records")->required();
+}
+
+ExitCode remove(const Output &output, const RemoveOptions &options)
+{
+    QStringList removed;
+    QStringList missing;
+    withDatabase(options.database, [&](OpenDatabase &database) {
+        for (const QString &key : options.keys) {
+            const bool isRemoved = database->remove(key);
+            database.require(isRemoved || database->error() == DBError::RecNotFound);
+            (isRemoved ? removed : missing).append(key);
+        }
+    });
+    for (const QString &key : removed)
+        output.result(u"removed %1"_s.arg(key), {{u"key"_s, key}});
+    for (const QString &key : missing)
+        output.error(u"%1 has no record %2"_s.arg(options.database.file, key));
+    return missing.isEmpty() ? ExitCode::Done : ExitCode::Refused;
+}
+
+// list
+
+ExitCode list(const Output &output, const DatabaseOptions &options)
+{
+    QList<SDBField> keys;
+    withDatabase(options, [&](OpenDatabase &database) {
+        keys = database->values(QString());
+        database.require(database->error() == DBError::NoError);
+    });
+    for (const SDBField &key : keys)
+        output.result(key.value().toString(), {{u"key"_s, key.value().toString()}});
+    return ExitCode::Done;
+}
+
+// search
+
+struct SearchOptions
+{
+    DatabaseOptions database;
+    QString field;
+    QString value;
+};
+
+void declareSearch(CLI::App *command, SearchOptions *options)
+{
+    declareDatabase(command, &options->database);
+    addText(command, "FIELD", &options->field, "Name of the field")->required();
+    addText(command, "VALUE", &options->value, "What it holds, all of it and in this case")
+        ->required();
+}
+
+ExitCode search(const Output &output, const SearchOptions &options)
+{
+    QList<SDBRecord> records;
+    QString keyName;
+    withDatabase(options.database, [&](OpenDatabase &database) {
+        keyName = database->key();
+        database.require(database->addFieldIndex(options.field));
+        const bool isFound =
+            database->searchField(SDBField(options.field, u""_s + options.value), records);
+        database.require(isFound || database->error() == DBError::RecNotFound);
+    });
+    for (const SDBRecord &record : records) {
+        if (output.json)
+            writeRecord(output, record);
+        else
+            output.line(keyOf(record, keyName));
+    }
+    return records.isEmpty() ? ExitCode::Refused : ExitCode::Done;
+}
+
+// values
+
+struct ValuesOptions
+{
+    DatabaseOptions database;
+    QString field;
+};
+
+void declareValues(CLI::App *command, ValuesOptions *options)
+{
+    declareDatabase(command, &options->database);
+    addText(command, "FIELD", &options->field, "Name of the field")->required();
+}
+
+ExitCode values(const Output &output, const ValuesOptions &options)
+{
+    if (options.field.isEmpty())
+        throw wrongUsage(u"the field has no name"_s);
+    QList<SDBField> values;
+    withDatabase(options.database, [&](OpenDatabase &database) {
+        values = database->values(options.field);
+        database.require(database->error() == DBError::NoError);
+    });
+    for (const SDBField &value : values) {
+        const QString text = value.value().toString();
+        output.result(text, {{u"value"_s, text}});
+    }
+    return ExitCode::Done;
+}
+
+} // namespace
+
+void addDbRecordCommands(CLI::App *family, Tool *tool)
+{
+    addCommand<GetOptions>(family, tool, "get", "Show a record", "brix db get inks.db cyan",
+                           declareGet, get);
+    addCommand<SetOptions>(family, tool, "set", "Change fields of a record, or add one",
+                           "brix db set inks.db cyan level=12 maker=Ann --user ann", declareSet,
+                           set);
+    addCommand<RemoveOptions>(family, tool, "rm", "Remove records",
+                              "brix db rm inks.db cyan magenta --user ann", declareRemove, remove);
+    addCommand<DatabaseOptions>(family, tool, "list", "List the keys", "brix db list inks.db",
+                                declareDatabase, list);
+    addCommand<SearchOptions>(family, tool, "search",
+                              "List the keys of the records in which a field holds a value",
+                              "brix db search inks.db maker Ann", declareSearch, search);
+    addCommand<ValuesOptions>(family, tool, "values", "List the different values of a field",
+                              "brix db values inks.db maker", declareValues, values);
+}
+
+} // namespace Brix

@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: MIT
+#include "opendatabase.h"
+
+#include "databaselock.h"
+
+#include <QtCore/QFileInfo>
+
+namespace Brix {
+
+using namespace Qt::StringLiterals;
+using Talverine::DBError;
+using Talverine::DBError_T;
+using Talverine::SDBRecord;
+using Talverine::SDBText;
+
+namespace {
+
+Failure unreadable(const QString &file, const QString &reason)
+{
+    return {ExitCode::LocalIo, u"cannot read %1: %2"_s.arg(file, reason)};
+}
+
+Failure refused(const QString &text)
+{
+    return {ExitCode::Refused, text};
+}
+
+} // namespace
+
+OpenDatabase::OpenDatabase(const QString &file, const DatabaseLogin &login)
+    : m_file(file)
+{
+    requireFile(file);
+    // Its companions lie beside the file, not beside a link to it.
+    require(m_database.open(QFileInfo(file).canonicalFilePath()));
+    authenticate(&m_database, file, login);
+}
+
+void OpenDatabase::requireReading()
+{
+    // A name that is indexed or not: what counts is whether the question is answered.
+    m_database.isFieldIndexed(m_database.key());
+    require(m_database.error() == DBError::NoError);
+}
+
+void OpenDatabase::require(bool isDone) const
+{
+    if (!isDone)
+        throw failure(m_file, m_database.error());
+}
+
+SDBRecord OpenDatabase::record(const QString &key)
+{
+    SDBRecord record;
+    if (m_database.value(key, record))
+        return record;
+    if (m_database.error() == DBError::RecNotFound)
+        throw refused(u"%1 has no record %2"_s.arg(m_file, key));
+    throw failure(m_file, m_database.error());
+}
+
+bool OpenDatabase::makesKeys() const
+{
+    return m_database.key() == SDBRecord::uniqueIncKey();
+}
+
+Failure OpenDatabase::failure(const QString &file, DBError error)
+{
+    switch (error) {
+    case DBError::AuthError:
+        return refused(u"%1 does not grant this to the user"_s.arg(file));
+    case DBError::WrongDB:
+        return refused(u"%1 is not a database, or its head is destroyed"_s.arg(file));
+    case DBError::SignError:
+        return refused(u"the head of %1 is damaged: it is not what its signature says"_s.arg(file));
+    case DBError::KeyIsNull:
+        return refused(u"%1: the key is missing"_s.arg(file));
+    case DBError::RecExist:
+        return refused(u"%1 has a record of this key"_s.arg(file));
+    case DBError::RecNotFound:
+        return refused(u"%1 has no such record"_s.arg(file));
+    case DBError::FileNotFound:
+        return unreadable(file, u"there is no such file"_s);
+    case DBError::FileLockError:
+        return DatabaseLock::failure(QFileInfo(file).canonicalFilePath());
+    case DBError::OpenError:
+        return {ExitCode::LocalIo, u"cannot open %1 for reading and writing"_s.arg(file)};
+    case DBError::NoError:
+    case DBError::WriteError:
+        return {ExitCode::LocalIo, u"cannot write %1: the disk is full, or it failed"_s.arg(file)};
+    default:
+        return unreadable(file, DBError_T::instance().toString(error, QLocale::c()));
+    }
+}
+
+void OpenDatabase::requireFile(const QString &file)
+{
+    const QFileInfo info(file);
+    if (!info.exists())
+        throw unreadable(file, u"there is no such file"_s);
+    if (info.isDir())
+        throw unreadable(file, u"it is a folder"_s);
+    // A pipe would be waited for, and a device has no end.
+    if (!info.isFile())
+        throw unreadable(file, u"it is not a file"_s);
+}
+
+void OpenDatabase::authenticate(SDBText *database, const QString &file, const DatabaseLogin &login)
+{
+    if (login.user.isEmpty())
+        return;
+    const bool isOwner = database->authenticate(login.user, login.password.toInsecureString());
+    if (!isOwner && login.user.compare(database->owner(), Qt::CaseInsensitive) == 0)
+        throw refused(u"the password of %1, who owns %2, is another"_s.arg(login.user, file));
+}
+
+} // namespace Brix
