@@ -45,18 +45,6 @@ private:
     bool m_opened;
 };
 
-bool writeWhole(QIODevice *target, const char *data, qint64 size)
-{
-    while (size > 0) {
-        const qint64 count = target->write(data, size);
-        if (count <= 0)
-            return false;
-        data += count;
-        size -= count;
-    }
-    return true;
-}
-
 // Only a device of a known size knows its end before it is met: a pipe looks ended while its writer
 // rests, and the files of /proc have the size 0.
 bool isKnownToEnd(QIODevice *source)
@@ -70,7 +58,7 @@ bool copyPieces(QIODevice *target, QIODevice *source, QByteArray &piece)
         const qint64 count = source->read(piece.data(), piece.size());
         if (count <= 0)
             return count == 0;
-        if (!writeWhole(target, piece.constData(), count))
+        if (!SFileHelper::writeAll(target, QByteArrayView(piece.constData(), count)))
             return false;
         if (isKnownToEnd(source))
             return true;
@@ -123,6 +111,17 @@ bool SFileHelper::copyDevice(QIODevice *target, QIODevice *source, int bufferSiz
         return false;
     QByteArray piece(std::max(bufferSize, 1), Qt::Uninitialized);
     return copyPieces(target, source, piece) && openTarget.flush();
+}
+
+bool SFileHelper::writeAll(QIODevice *target, QByteArrayView bytes)
+{
+    while (!bytes.isEmpty()) {
+        const qint64 count = target->write(bytes.data(), bytes.size());
+        if (count < 1)
+            return false;
+        bytes = bytes.sliced(count);
+    }
+    return true;
 }
 
 QByteArray SFileHelper::readAllBuffer(QIODevice *device, qint64 size, int bufferSize)

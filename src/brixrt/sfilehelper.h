@@ -4,6 +4,7 @@
 #include <brixrt/brixrt_export.h>
 
 #include <QtCore/QByteArray>
+#include <QtCore/QByteArrayView>
 #include <QtCore/QString>
 
 class QIODevice;
@@ -30,6 +31,12 @@ public:
      * give is at its end.
      */
     [[nodiscard]] static bool copyDevice(QIODevice *target, QIODevice *source, int bufferSize);
+
+    /*!
+     * Writes \a bytes to an open device in as many calls as it takes. False when one fails or takes
+     * nothing; what was written stays.
+     */
+    [[nodiscard]] static bool writeAll(QIODevice *target, QByteArrayView bytes);
 
     /*!
      * Up to \a size bytes of \a device, fewer at its end, when reading fails or memory runs out.

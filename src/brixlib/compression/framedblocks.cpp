@@ -39,21 +39,11 @@ QList<QFuture<QByteArray>> startPieces(const char *data, qint64 size, int concur
 
 } // namespace
 
-bool writeBytes(QIODevice *target, QByteArrayView bytes)
-{
-    while (!bytes.isEmpty()) {
-        const qint64 count = target->write(bytes.data(), bytes.size());
-        if (count <= 0)
-            return false;
-        bytes = bytes.sliced(count);
-    }
-    return true;
-}
-
 bool writeWord(QIODevice *target, quint32 value)
 {
     const quint32 word = qToBigEndian(value);
-    return writeBytes(target, QByteArrayView(reinterpret_cast<const char *>(&word), sizeof word));
+    return SFileHelper::writeAll(
+        target, QByteArrayView(reinterpret_cast<const char *>(&word), sizeof word));
 }
 
 quint32 readWord(QIODevice *source)
@@ -107,7 +97,7 @@ QByteArray uninitialized(qint64 size)
 bool writeFramedBlock(QIODevice *target, const QByteArray &block)
 {
     static_cast<void>(writeWord(target, static_cast<quint32>(block.size())));
-    return writeBytes(target, block);
+    return SFileHelper::writeAll(target, block);
 }
 
 bool writeFramedConcurrently(QIODevice *target, const char *data, qint64 size, int concurrence,
@@ -130,7 +120,7 @@ bool writeBlocks(QIODevice *target, const char *data, qint64 size, bool framed, 
     const QByteArray block = encode(QByteArray::fromRawData(data, size));
     if (block.isEmpty())
         return false;
-    return framed ? writeFramedBlock(target, block) : writeBytes(target, block);
+    return framed ? writeFramedBlock(target, block) : SFileHelper::writeAll(target, block);
 }
 
 } // namespace Talverine::Compression

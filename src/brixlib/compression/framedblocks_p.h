@@ -15,9 +15,6 @@ namespace Talverine::Compression {
 //! Makes a block of plain bytes, or plain bytes of a block. Never throws.
 using BlockFunction = std::function<QByteArray(const QByteArray &)>;
 
-//! Writes all of \a bytes; false when \a target fails or takes no more.
-[[nodiscard]] bool writeBytes(QIODevice *target, QByteArrayView bytes);
-
 //! Writes \a value big-endian; false when \a target fails or takes no more.
 [[nodiscard]] bool writeWord(QIODevice *target, quint32 value);
 

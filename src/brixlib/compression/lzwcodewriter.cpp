@@ -3,6 +3,8 @@
 
 #include <brixlib/compression/framedblocks_p.h>
 
+#include <brixrt/sfilehelper.h>
+
 namespace Talverine::Compression {
 
 void LzwCodeWriter::begin()
@@ -24,7 +26,8 @@ bool LzwCodeWriter::end(QIODevice *device)
 
 bool LzwCodeWriter::flush(QIODevice *device)
 {
-    const bool written = device && writeBytes(device, QByteArrayView(m_buffer.data(), m_count));
+    const bool written =
+        device && SFileHelper::writeAll(device, QByteArrayView(m_buffer.data(), m_count));
     m_count = 0;
     return written;
 }

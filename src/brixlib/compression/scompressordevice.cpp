@@ -192,7 +192,7 @@ bool SCompressorDevice::flush()
 // The head with a place for the checksum, the stream, and last the checksum itself.
 bool SCompressorDevice::writeContainer(QIODevice *source)
 {
-    if (!writeBytes(m_device, nameHash(m_compressor.get())))
+    if (!SFileHelper::writeAll(m_device, nameHash(m_compressor.get())))
         return false;
     const qint64 crcPosition = m_device->pos();
     return writeWord(m_device, 0) &&

@@ -3,6 +3,8 @@
 
 #include <brixlib/compression/framedblocks_p.h>
 
+#include <brixrt/sfilehelper.h>
+
 #include <QtCore/QIODevice>
 
 #include <typeinfo>
@@ -30,7 +32,7 @@ quint64 SNullCompressor::id() const
 
 qint64 SNullCompressor::compress(const char *data, qint64 size, QIODevice *target)
 {
-    return writeBytes(target, QByteArrayView(data, size)) ? size : -1;
+    return SFileHelper::writeAll(target, QByteArrayView(data, size)) ? size : -1;
 }
 
 qint64 SNullCompressor::decompress(QIODevice *source, char *data, qint64 maxSize, qint64)

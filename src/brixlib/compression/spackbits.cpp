@@ -11,6 +11,8 @@
 #include <cstring>
 #include <typeinfo>
 
+#include <brixrt/sfilehelper.h>
+
 namespace Talverine::Compression {
 
 using namespace Qt::StringLiterals;
@@ -177,7 +179,7 @@ bool SPackBits::_compress(const char *data, qint64 size, QIODevice *target)
     std::array<char, kBufferBytes> packets;
     while (size > 0) {
         const PackBitsStep step = packBitsEncode(data, size, packets.data(), kBufferBytes);
-        if (!writeBytes(target, QByteArrayView(packets.data(), step.produced)))
+        if (!SFileHelper::writeAll(target, QByteArrayView(packets.data(), step.produced)))
             return false;
         data += step.consumed;
         size -= step.consumed;

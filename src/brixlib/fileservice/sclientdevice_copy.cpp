@@ -8,6 +8,8 @@
 
 #include <algorithm>
 
+#include <brixrt/sfilehelper.h>
+
 namespace Talverine {
 
 namespace {
@@ -30,18 +32,6 @@ bool closeWhole(QIODevice *device)
     bool isConfirmed = false;
     client->close(&isConfirmed);
     return isConfirmed;
-}
-
-bool writeWhole(QIODevice *device, const char *data, qint64 size)
-{
-    while (size > 0) {
-        const qint64 count = device->write(data, size);
-        if (count < 1)
-            return false;
-        data += count;
-        size -= count;
-    }
-    return true;
 }
 
 // A remote source that has just lost its server is not at its end, but closed. A buffer gives
@@ -76,7 +66,7 @@ bool pump(QIODevice *target, QIODevice *source, Interfaces::IProgress *progress,
         // A source that claims more than it gives is never at its end.
         if (count == 0)
             break;
-        if (count < 0 || !writeWhole(target, buffer, count))
+        if (count < 0 || !SFileHelper::writeAll(target, QByteArrayView(buffer, count)))
             return false;
         done += count;
     }

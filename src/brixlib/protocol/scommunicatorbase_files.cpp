@@ -10,6 +10,8 @@
 
 #include <brixrt/sstorageinfo.h>
 
+#include <brixrt/sfilehelper.h>
+
 #include <QtCore/QDirIterator>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
@@ -42,19 +44,10 @@ bool isSameFile(const QString &a, const QString &b)
     return std::filesystem::equivalent(systemPath(a), systemPath(b), error);
 }
 
-bool writeWhole(QIODevice *target, const char *data, qint64 size)
+// Qt would complain about a write to what did not open.
+bool writeIfOpen(QIODevice *target, QByteArrayView bytes)
 {
-    // Qt would complain about a write to what did not open.
-    if (!target->isWritable())
-        return false;
-    while (size > 0) {
-        const qint64 count = target->write(data, size);
-        if (count < 1)
-            return false;
-        data += count;
-        size -= count;
-    }
-    return true;
+    return target->isWritable() && SFileHelper::writeAll(target, bytes);
 }
 
 // The folder whose storage holds \a path.
@@ -387,7 +380,8 @@ bool SCommunicatorBase::pump(QIODevice *target, QIODevice *source, QIODevice *pe
         // Files in /sys claim more than they give and are never at their end.
         if (count == 0)
             break;
-        if (count < 0 || !writeWhole(target, buffer.get(), count) || isStopOverdue())
+        if (count < 0 || !writeIfOpen(target, QByteArrayView(buffer.get(), count)) ||
+            isStopOverdue())
             return false;
         if (peer && sinceKeepAlive.hasExpired(kKeepAliveIntervalMs)) {
             sendKeepAlive(peer);
