@@ -86,13 +86,13 @@ bool LzwEncoder::add(QIODevice *device, const char *data, qint64 size)
             const uchar byte = *pos;
             ++pos;
             quint16 *const code = &m_pairs[match.code << 8 | byte];
-            if (*code == 0) {
-                *code = static_cast<quint16>(m_nextCode);
+            if (*code / kLzwTableSize != m_table) {
+                *code = static_cast<quint16>(m_table * kLzwTableSize | m_nextCode);
                 written = writeString(device, match.code);
                 match = oneByte(byte);
                 continue;
             }
-            match = {*code, extendedHash(match.hash, byte)};
+            match = {*code % kLzwTableSize, extendedHash(match.hash, byte)};
         }
         while (pos != end) {
             const uchar byte = *pos;
@@ -125,7 +125,11 @@ bool LzwEncoder::end(QIODevice *device)
 
 void LzwEncoder::initWriteDictionary()
 {
-    m_pairs.fill(0);
+    m_table = (m_table + 1) % kTables;
+    if (m_table == 0) {
+        m_pairs.fill(0);
+        m_table = 1;
+    }
     m_slots.fill(0);
     m_nextCode = kLzwFirstCode;
     m_width = kLzwNarrowest;

@@ -43,6 +43,7 @@ private:
     };
 
     static constexpr int kSlotBits = 14;
+    static constexpr quint32 kTables = 1U << (16 - kLzwWidest);
     static constexpr quint32 kSlots = 1U << kSlotBits;
     // The decoder's table is one string behind; it is cleared before that one could fill it up.
     static constexpr quint32 kClearAt = kLzwTableSize - 3;
@@ -56,8 +57,10 @@ private:
     bool writeString(QIODevice *device, quint32 code);
     bool widenOrClear(QIODevice *device);
 
-    // Codes of the strings of two bytes, 0 for those not in the table: most searches end here.
-    std::array<quint16, 256 * 256> m_pairs;
+    // Codes of the strings of two bytes, where most searches end; above their 12 bits the number of
+    // the table that they belong to, so that a new one needs no clearing but every 15th time.
+    std::array<quint16, 256 * 256> m_pairs{};
+    quint32 m_table = 0;
     // The longer strings: the code of all but the last byte, that byte, and the string's own code,
     // from the highest bit on; 0 is an empty slot. Four times as many slots as there can be strings
     // keep those apart that hash alike.
