@@ -23,9 +23,10 @@ namespace {
 constexpr int kLeastMaxLogs = 10;
 constexpr int kKeptShare = 10;
 
-QLocale logCulture()
+const QLocale &logCulture()
 {
-    return SLocale(u"en-US"_s, QLocale::OmitGroupSeparator);
+    static const QLocale culture = SLocale(u"en-US"_s, QLocale::OmitGroupSeparator);
+    return culture;
 }
 
 RotateParameters inRange(int maxLogs, int keepLogs)
