@@ -29,6 +29,30 @@ struct BackedUpLog
     QString copy = folder.filePath(kCopy);
 };
 
+//! The files that the page of the format shows, put together from their lines: the first one whole,
+//! of the other what comes behind the same head. Empty when an offset is wrong.
+QByteArrayList filesOfTheFormatPage()
+{
+    static const QRegularExpression shownLine(u"^    ( *\\d+)(?:  (.*))?$"_s);
+    const QString page =
+        QString::fromUtf8(bytesOf(QStringLiteral(BRIX_PROJECT "/docs/formats/log-backups.md")));
+    QByteArrayList files;
+    bool isInFile = false;
+    for (const QString &line : page.mid(page.indexOf(u"## Example"_s)).split(u'\n')) {
+        const QRegularExpressionMatch shown = shownLine.match(line);
+        const qsizetype offset = shown.captured(1).trimmed().toInt();
+        if (shown.hasMatch() && !isInFile)
+            files.append(files.value(0).first(offset));
+        isInFile = shown.hasMatch();
+        if (!isInFile)
+            continue;
+        if (offset != files.last().size())
+            return {};
+        files.last() += shown.captured(2).toUtf8() + "\r\n";
+    }
+    return files;
+}
+
 } // namespace
 
 class tst_LogRestore : public QObject
@@ -306,6 +330,34 @@ private Q_SLOTS:
         QVERIFY(!given.log.restore(given.folder.path(), kCopy, true));
         QCOMPARE(given.log.error(), DBError::KeyIsNull);
         QCOMPARE(given.log.count(), 3);
+    }
+
+    void exampleOfTheFormatPage()
+    {
+        const QByteArrayList files = filesOfTheFormatPage();
+        QCOMPARE(files.size(), 2);
+        QCOMPARE(files.at(0).size(), 1682);
+        QCOMPARE(files.at(1).size(), 1195);
+        const LogPlace place;
+        QVERIFY(setBytes(place.backup(0), files.at(0)));
+        QVERIFY(setBytes(place.file, files.at(1)));
+        SLogger log(place.file, kLarge);
+        QVERIFY(log.open(kUser, kPassword));
+        QCOMPARE(idsOf(log), (QStringList{u"LogRotate"_s, u"Warning"_s}));
+        QCOMPARE(log.first().value(u"name"_s).toString(), u"machine.B00"_s);
+        QCOMPARE(log.first().value(u"nLogs"_s).toString(), u"3"_s);
+        QVERIFY(log.first().checkSignature());
+        QVERIFY(log.last().checkSignature());
+        QVERIFY(SLogger::isPinned(log.last()));
+
+        SLogger backup(place.backup(0), kLarge);
+        QVERIFY(backup.open(kUser, kPassword));
+        QCOMPARE(idsOf(backup), (QStringList{u"HeadCleaned"_s, u"Stopped"_s, u"Warning"_s}));
+        for (SDBIterator entry = backup.begin(); entry != backup.end(); ++entry)
+            QVERIFY(entry->checkSignature());
+        QCOMPARE(SLogger::recordDateTime(backup.first()),
+                 QDateTime(QDate(2026, 11, 20), QTime(17, 16, 39, 145), Qt::UTC));
+        QVERIFY(SLogger::isPinned(backup.last()));
     }
 
     void nothingIsLeftInTheTemporaryFolder()
