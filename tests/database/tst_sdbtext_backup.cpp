@@ -180,6 +180,23 @@ private Q_SLOTS:
         QCOMPARE(bytesOf(place.file), before);
     }
 
+    void deviceIsNotItsOwnBackup()
+    {
+        Memory source({u"a"_s});
+        const QByteArray before = source.device.data();
+        expectError("OpenError");
+        QVERIFY(!source.database.backup(&source.device));
+        expectError("OpenError");
+        QVERIFY(!source.database.restore(&source.device));
+        SDBText second;
+        QVERIFY(second.open(&source.device));
+        second.authenticate(kUser, kPassword);
+        expectError("OpenError");
+        second = source.database;
+        QCOMPARE(source.device.data(), before);
+        QVERIFY(source.database[u"a"_s].checkSignature());
+    }
+
     // restore
 
     void restoreMergesByKey()

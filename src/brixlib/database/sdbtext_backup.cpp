@@ -98,6 +98,8 @@ bool SDBText::backup(QIODevice *device, bool clearAfter)
     const QMutexLocker guard(&d->mutex);
     if (!d->mayRead())
         return returnBool(DBError::AuthError);
+    if (device == d->device)
+        return returnBool(DBError::OpenError);
     // Before the target is emptied.
     if (!d->hasOpenDevice())
         return returnBool(DBError::SeekError);
@@ -129,7 +131,7 @@ bool SDBText::restore(QIODevice *device, bool merge)
     const QMutexLocker guard(&d->mutex);
     if (!d->mayWrite())
         return returnBool(DBError::AuthError);
-    if (!device)
+    if (!device || device == d->device)
         return returnBool(DBError::OpenError);
     if (device->isOpen())
         device->close();

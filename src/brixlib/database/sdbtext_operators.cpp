@@ -112,6 +112,8 @@ bool SDBText::assign(const SDBText &other)
     const BothLocked guard(&d->mutex, &other.d->mutex);
     if (!d->mayWrite() || !other.d->mayWrite())
         return returnBool(DBError::AuthError);
+    if (d->device && d->device == other.d->device)
+        return returnBool(DBError::OpenError);
     if (!other.d->hasOpenDevice() || !other.d->device->seek(0))
         return returnBool(DBError::SeekError);
     if (!d->device) {

@@ -1,22 +1,15 @@
 // SPDX-License-Identifier: MIT
+// The user, the device with its lock, and the head.
 #include <brixlib/database/sdbtext_p.h>
 
-#include <brixlib/database/indexfile_p.h>
-#include <brixlib/database/recordreader_p.h>
-#include <brixlib/database/recordwriter_p.h>
 #include <brixlib/database/ssignature.h>
 
-#include <brixrt/sconvert.h>
-#include <brixrt/scrc32.h>
 #include <brixrt/sfilehelper.h>
 #include <brixrt/slocale.h>
 
-#include <QtCore/QBuffer>
 #include <QtCore/QDebug>
 #include <QtCore/QFile>
 #include <QtCore/QFileDevice>
-
-#include <limits>
 
 using namespace Qt::StringLiterals;
 
@@ -27,7 +20,6 @@ namespace {
 constexpr int kLockPatienceMs = 500;
 constexpr QLatin1String kLockSuffix(".lck");
 constexpr QLatin1String kHeadSuffix(".srec");
-constexpr QLatin1String kIndexSuffix(".idx");
 
 // Each record is one write. Buffered, its failure would show with a later operation or never, and a
 // killed program would lose it.
@@ -51,17 +43,6 @@ bool grantsWriting(DBAuthGrants grants)
 bool grantsInserting(DBAuthGrants grants)
 {
     return grantsWriting(grants) || grants == DBAuthGrants::ReadOwnWrite;
-}
-
-// Keeps the length of the line: its value's place is taken by "$" and the value's characters.
-QString scrambledLine(const QString &line, const STextScramble &scramble)
-{
-    const qsizetype value = line.indexOf(u'=') + 1;
-    const QString rest = line.mid(value);
-    QString result = line.left(value) + u'$';
-    if (rest.size() > 2)
-        result += scramble.scramble(rest.mid(1), 0);
-    return result;
 }
 
 } // namespace
@@ -155,13 +136,6 @@ void SDBTextPrivate::closeDevice(QIODevice *target)
     lock.reset();
 }
 
-DBError SDBTextPrivate::seekEnd()
-{
-    if (!hasOpenDevice() || device->size() < 1 || !device->seek(device->size()))
-        return DBError::SeekError;
-    return DBError::NoError;
-}
-
 DBError SDBTextPrivate::truncate()
 {
     const DBError result = openEmpty(device, DBError::ResetError);
@@ -232,8 +206,7 @@ void SDBTextPrivate::saveHeadCopy()
     if (name.isEmpty() || isHeadFromCopy)
         return;
     QFile file(name);
-    if (file.open(QIODevice::WriteOnly) && !head.write(&file))
-        file.close();
+    [[maybe_unused]] const bool isWritten = file.open(QIODevice::WriteOnly) && head.write(&file);
 }
 
 DBError SDBTextPrivate::copyTo(QIODevice *target)
@@ -259,246 +232,6 @@ DBError SDBTextPrivate::copyToClosed(QIODevice *target)
     else
         target->close();
     return result;
-}
-
-DBError SDBTextPrivate::append(SDBRecord record, bool keepAsIs)
-{
-    if (!keepAsIs && !signForWriting(&record, head.key))
-        return DBError::KeyIsNull;
-    const DBError end = seekEnd();
-    if (end != DBError::NoError)
-        return end;
-    const qint64 position = device->pos() + recordSeparator().size();
-    if (!writeAll(device, recordSeparator() + recordLines(record, head.culture)))
-        return DBError::WriteError;
-    addKey(keyOf(record), position);
-    return DBError::NoError;
-}
-
-DBError SDBTextPrivate::search(const QString &key, SDBRecord *record)
-{
-    record->clear();
-    if (key.isEmpty())
-        return DBError::KeyIsNull;
-    const std::optional<qint64> position = keys.position(key);
-    if (!position)
-        return DBError::RecNotFound;
-    if (!hasOpenDevice())
-        return DBError::SeekError;
-    const qint64 before = device->pos();
-    RecordReader reader(device, head.key, *position, LineReader::kRecordBytes);
-    if (reader.hasFailed())
-        return DBError::SeekError;
-    DBError result = DBError::RecNotFound;
-    while (result != DBError::NoError && reader.next(record)) {
-        if (keyOf(*record) == key)
-            result = DBError::NoError;
-        else
-            noteRead(reader);
-    }
-    if (reader.hasFailed())
-        result = DBError::ReadError;
-    if (result != DBError::NoError)
-        record->clear();
-    return device->seek(before) ? result : DBError::SeekError;
-}
-
-DBError SDBTextPrivate::scrambleKey(const QString &key)
-{
-    const std::optional<qint64> position = keys.position(key);
-    if (!position)
-        return DBError::RecNotFound;
-    LineReader lines(hasOpenDevice() ? device.data() : nullptr, *position,
-                     LineReader::kRecordBytes);
-    QByteArrayView bytes;
-    if (!lines.next(&bytes))
-        return DBError::UnknownError;
-    const std::optional<FieldLine> line = parseFieldLine(bytes);
-    if (!line || line->name != head.key || line->value != key)
-        return DBError::UnknownError;
-    const QString text = QString::fromUtf8(bytes).trimmed();
-    // Bytes that were no UTF-8 have become longer, and must not reach into the next line.
-    const QByteArray scrambled =
-        scrambledLine(text, scramble).toUtf8().left(bytes.trimmed().size());
-    if (!device->seek(*position) || !writeAll(device, scrambled))
-        return DBError::WriteError;
-    keys.remove(key);
-    return DBError::NoError;
-}
-
-QString SDBTextPrivate::keyOf(const SDBRecord &record) const
-{
-    return record.field(head.key).toString(true, head.culture);
-}
-
-// Empty when there is no greater number.
-QString SDBTextPrivate::nextUniqueKey()
-{
-    if (uniqueCounter == std::numeric_limits<qint64>::max())
-        return QString();
-    return SConvert::toString(QVariant(++uniqueCounter), u"D16"_s, head.culture);
-}
-
-void SDBTextPrivate::addKey(const QString &key, qint64 position)
-{
-    if (keys.add(key, position))
-        noteUniqueKey(key);
-}
-
-void SDBTextPrivate::noteUniqueKey(const QString &key)
-{
-    if (head.key != SDBRecord::uniqueIncKey())
-        return;
-    bool isNumber = false;
-    const qint64 number = key.toLongLong(&isNumber);
-    if (isNumber && number > uniqueCounter)
-        uniqueCounter = number;
-}
-
-// A second record of a key is found once the first has been removed.
-void SDBTextPrivate::noteRead(const RecordReader &reader)
-{
-    addKey(reader.key(), reader.position());
-}
-
-void SDBTextPrivate::clearIndexes()
-{
-    keys.clear();
-    fields.clear(head.key);
-}
-
-DBError SDBTextPrivate::createIndex(SCrc32 *crc)
-{
-    hasIndex = false;
-    if (!hasOpenDevice())
-        return DBError::SeekError;
-    const qint64 before = device->pos();
-    if (!device->seek(0))
-        return DBError::SeekError;
-    clearIndexes();
-    uniqueCounter = 0;
-    KeyLineScanner scanner(device, head.key, 0);
-    scanner.lines().setCrc(crc);
-    while (const std::optional<KeyLine> line = scanner.next()) {
-        if (line->field.isDeletedKey())
-            continue;
-        QString key = line->field.value.toString();
-        noteUniqueKey(key);
-        keys.load(std::move(key), line->position);
-    }
-    keys.finishLoading();
-    if (scanner.hasFailed())
-        return DBError::ReadError;
-    hasIndex = true;
-    return device->seek(before) ? DBError::NoError : DBError::SeekError;
-}
-
-bool SDBTextPrivate::loadIndex()
-{
-    const QString name = companionFile(device, kIndexSuffix);
-    if (name.isEmpty())
-        return false;
-    clearIndexes();
-    uniqueCounter = 0;
-    QFile file(name);
-    return file.open(QIODevice::ReadOnly) && readIndex(&file);
-}
-
-bool SDBTextPrivate::readIndex(QIODevice *file)
-{
-    IndexReader reader(file);
-    if (!reader.readMagic()) {
-        qDebug() << "SDBText::indexLoad: the file is not a valid index!";
-        return false;
-    }
-    const std::optional<QByteArray> stored = reader.readArray();
-    const qint32 count = reader.readCount().value_or(0);
-    // Without keys in it, the text is read for its checksum and for its keys in one go.
-    const QByteArray hash = count != 0 ? deviceHash() : hashCreatingIndex();
-    if (hash.isEmpty()) {
-        qDebug() << "SDBText::indexLoad: unable to calculate hash!";
-    } else if (stored != hash) {
-        qDebug() << "SDBText::indexLoad: hash does not match!";
-    } else if (count == 0) {
-        qDebug() << "SDBText::indexLoad: reindexing due to empty index (don't worry)";
-    } else {
-        const auto add = [this](const QString &key, qint64 position) { addKey(key, position); };
-        hasIndex = reader.readKeys(count, add) && reader.readFieldIndexes(&fields);
-    }
-    return hasIndex;
-}
-
-void SDBTextPrivate::saveIndex()
-{
-    const QString name = companionFile(device, kIndexSuffix);
-    if (hasIndex && !writeIndexFile() && !name.isEmpty())
-        QFile::remove(name);
-    hasIndex = false;
-    clearIndexes();
-}
-
-bool SDBTextPrivate::writeIndexFile()
-{
-    const QString name = companionFile(device, kIndexSuffix);
-    if (name.isEmpty() || keys.isEmpty())
-        return false;
-    const QByteArray hash = deviceHash();
-    QBuffer buffer;
-    if (hash.isEmpty() || !buffer.open(QIODevice::ReadWrite) ||
-        !writeIndex(&buffer, hash, keys, fields) || !buffer.seek(0)) {
-        qDebug() << "SDBText::indexSave: unable to calculate hash!";
-        return false;
-    }
-    QFile file(name);
-    if (SFileHelper::copyDevice(&file, &buffer, kCopyPieceBytes))
-        return true;
-    qDebug() << "SDBText::indexSave: unable to write the index!";
-    return false;
-}
-
-QByteArray SDBTextPrivate::deviceHash()
-{
-    if (!device)
-        return QByteArray();
-    const bool wasOpen = device->isOpen();
-    if (!wasOpen && !device->open(QIODevice::ReadOnly))
-        return QByteArray();
-    const qint64 before = device->pos();
-    bool ok = device->seek(0);
-    const quint32 crc = ok ? SCrc32::hash(device, &ok) : 0;
-    ok = device->seek(before) && ok;
-    if (!wasOpen)
-        closeDevice(device);
-    return ok ? QByteArray::number(crc, 16) : QByteArray();
-}
-
-QByteArray SDBTextPrivate::hashCreatingIndex()
-{
-    SCrc32 crc;
-    if (createIndex(&crc) != DBError::NoError)
-        return QByteArray();
-    return QByteArray::number(crc.value(), 16);
-}
-
-bool SDBTextPrivate::buildStaleFieldIndexes()
-{
-    const QList<QString> names = fields.staleNames(head.key);
-    if (names.isEmpty() || !hasOpenDevice())
-        return false;
-    const qint64 before = device->pos();
-    QHash<QString, FieldIndexes::Map> maps;
-    for (const QString &name : names)
-        maps.insert(name, {});
-    RecordReader reader(device, head.key, 0);
-    SDBRecord record;
-    while (reader.next(&record)) {
-        noteRead(reader);
-        for (auto map = maps.begin(); map != maps.end(); ++map)
-            FieldIndexes::insertEntry(&*map, map.key(), record, head.key, head.culture);
-    }
-    for (auto map = maps.begin(); map != maps.end(); ++map)
-        fields.set(map.key(), *map);
-    return device->seek(before);
 }
 
 } // namespace Talverine

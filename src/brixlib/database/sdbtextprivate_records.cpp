@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: MIT
+// Single records, and where they are in the device.
+#include <brixlib/database/sdbtext_p.h>
+
+#include <brixlib/database/recordreader_p.h>
+#include <brixlib/database/recordwriter_p.h>
+
+#include <brixrt/sconvert.h>
+
+#include <limits>
+
+using namespace Qt::StringLiterals;
+
+namespace Talverine {
+
+namespace {
+
+// Keeps the length of the line: its value's place is taken by "$" and the value's characters.
+QString scrambledLine(const QString &line, const STextScramble &scramble)
+{
+    const qsizetype value = line.indexOf(u'=') + 1;
+    const QString rest = line.mid(value);
+    QString result = line.left(value) + u'$';
+    if (rest.size() > 2)
+        result += scramble.scramble(rest.mid(1), 0);
+    return result;
+}
+
+} // namespace
+
+DBError SDBTextPrivate::seekEnd()
+{
+    if (!hasOpenDevice() || device->size() < 1 || !device->seek(device->size()))
+        return DBError::SeekError;
+    return DBError::NoError;
+}
+
+DBError SDBTextPrivate::append(SDBRecord record, bool keepAsIs)
+{
+    if (!keepAsIs && !signForWriting(&record, head.key))
+        return DBError::KeyIsNull;
+    const DBError end = seekEnd();
+    if (end != DBError::NoError)
+        return end;
+    const qint64 position = device->pos() + recordSeparator().size();
+    if (!writeAll(device, recordSeparator() + recordLines(record, head.culture)))
+        return DBError::WriteError;
+    addKey(keyOf(record), position);
+    return DBError::NoError;
+}
+
+DBError SDBTextPrivate::search(const QString &key, SDBRecord *record)
+{
+    record->clear();
+    if (key.isEmpty())
+        return DBError::KeyIsNull;
+    const std::optional<qint64> position = keys.position(key);
+    if (!position)
+        return DBError::RecNotFound;
+    if (!hasOpenDevice())
+        return DBError::SeekError;
+    const qint64 before = device->pos();
+    RecordReader reader(device, head.key, *position, LineReader::kRecordBytes);
+    if (reader.hasFailed())
+        return DBError::SeekError;
+    DBError result = DBError::RecNotFound;
+    while (result != DBError::NoError && reader.next(record)) {
+        if (keyOf(*record) == key)
+            result = DBError::NoError;
+        else
+            noteRead(reader);
+    }
+    if (reader.hasFailed())
+        result = DBError::ReadError;
+    if (result != DBError::NoError)
+        record->clear();
+    return device->seek(before) ? result : DBError::SeekError;
+}
+
+DBError SDBTextPrivate::scrambleKey(const QString &key)
+{
+    const std::optional<qint64> position = keys.position(key);
+    if (!position)
+        return DBError::RecNotFound;
+    LineReader lines(hasOpenDevice() ? device.data() : nullptr, *position,
+                     LineReader::kRecordBytes);
+    QByteArrayView bytes;
+    if (!lines.next(&bytes))
+        return DBError::UnknownError;
+    const std::optional<FieldLine> line = parseFieldLine(bytes);
+    if (!line || line->name != head.key || line->value != key)
+        return DBError::UnknownError;
+    const QString text = QString::fromUtf8(bytes).trimmed();
+    // Bytes that were no UTF-8 have become longer, and must not reach into the next line.
+    const QByteArray scrambled =
+        scrambledLine(text, scramble).toUtf8().left(bytes.trimmed().size());
+    if (!device->seek(*position) || !writeAll(device, scrambled))
+        return DBError::WriteError;
+    keys.remove(key);
+    return DBError::NoError;
+}
+
+QString SDBTextPrivate::keyOf(const SDBRecord &record) const
+{
+    return record.field(head.key).toString(true, head.culture);
+}
+
+// Empty when there is no greater number.
+QString SDBTextPrivate::nextUniqueKey()
+{
+    if (uniqueCounter == std::numeric_limits<qint64>::max())
+        return QString();
+    return SConvert::toString(QVariant(++uniqueCounter), u"D16"_s, head.culture);
+}
+
+} // namespace Talverine
