@@ -5,6 +5,8 @@
 #include <brixrt/svariantconvert.h>
 #include <brixrt/sversion.h>
 
+#include <QtCore/QCborValue>
+#include <QtCore/QJsonValue>
 #include <QtCore/QUrl>
 #include <QtCore/QUuid>
 
@@ -224,6 +226,20 @@ std::optional<QString> plainText(const QVariant &value, const QLocale &locale)
     return std::nullopt;
 }
 
+// What a value of a JSON or CBOR document holds; invalid for other types. QVariant offers all of
+// them as lists, which only arrays are.
+QVariant documentValue(const QVariant &value)
+{
+    switch (value.userType()) {
+    case QMetaType::QJsonValue:
+        return value.toJsonValue().toVariant();
+    case QMetaType::QCborValue:
+        return value.value<QCborValue>().toVariant();
+    default:
+        return QVariant();
+    }
+}
+
 QLocale withoutGroups(const QLocale &locale)
 {
     QLocale result = locale;
@@ -366,6 +382,8 @@ QString SConvert::toString(const QVariant &value, const QString &format, const Q
     QString text;
     if (SVariantConvert::toString(value, locale, &text))
         return text;
+    if (const QVariant held = documentValue(value); held.isValid())
+        return toString(held, format, locale);
     if (const Format parsed = parsedFormat(format); parsed.letter != 0) {
         text = formatted(value, parsed, locale);
         if (!text.isNull())

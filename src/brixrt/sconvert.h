@@ -21,7 +21,9 @@ namespace Talverine {
  *     SConvert::toString(read); // "007"
  *     SConvert::toInt(read);    // 7
  *
- * A list becomes one text, so a list within a list cannot be told from a text when it is read.
+ * A list becomes one text, so a list within a list cannot be told from a text when it is read. A
+ * record of a database that holds one loses its signature on that road: signed are the texts of the
+ * inner elements, read is one text.
  *
  * Fully shared: all calls may come from any thread.
  */
@@ -48,6 +50,7 @@ public:
      * | QUrl | percent-encoded |
      * | QLocale | SLocale::lcName() |
      * | SVersion | "a.b.c" |
+     * | QJsonValue, QCborValue | that of what it holds |
      * | list | the texts of its elements with ", " between them |
      * | else | QVariant::toString() |
      *

@@ -6,7 +6,10 @@
 #include <brixrt/sversion.h>
 
 #include <QtCore/QBitArray>
+#include <QtCore/QCborArray>
+#include <QtCore/QCborMap>
 #include <QtCore/QJsonArray>
+#include <QtCore/QJsonObject>
 #include <QtCore/QSize>
 #include <QtCore/QTimeZone>
 #include <QtCore/QUrl>
@@ -170,6 +173,21 @@ private Q_SLOTS:
         row("list of numbers", QVariant::fromValue(QList<int>{1, 2}), u"1, 2"_s);
         row("list in a list", QVariantList{QVariantList{1, 2}, 3}, u"1, 2, 3"_s);
         row("JSON array", QJsonArray{1, u"a"_s}, u"1, a"_s);
+        row("JSON text", QJsonValue(u"a"_s), u"a"_s);
+        row("JSON number", QJsonValue(1234567.5), u"1234567.5"_s);
+        row("JSON bool", QJsonValue(true), u"true"_s);
+        row("JSON value of an array", QJsonValue(QJsonArray{1, u"a"_s}), u"1, a"_s);
+        row("JSON value of an object", QJsonValue(QJsonObject{{u"a"_s, 1}}), QString());
+        row("JSON null", QJsonValue(), QString());
+        row("JSON undefined", QJsonValue(QJsonValue::Undefined), QString());
+        row("list of JSON values", QVariantList{QJsonValue(1), QJsonValue(u"a"_s)}, u"1, a"_s);
+        row("CBOR text", QVariant::fromValue(QCborValue(u"a"_s)), u"a"_s);
+        row("CBOR number", QVariant::fromValue(QCborValue(-5)), u"-5"_s);
+        row("CBOR value of an array", QVariant::fromValue(QCborValue(QCborArray{1, u"a"_s})),
+            u"1, a"_s);
+        row("CBOR value of a map", QVariant::fromValue(QCborValue(QCborMap{{u"a"_s, 1}})),
+            QString());
+        row("CBOR undefined", QVariant::fromValue(QCborValue()), QString());
         row("bits", QBitArray(3, true), QString());
         row("enumeration", QVariant::fromValue(PasswordType::Hash), u"Hash"_s);
         row("without a text", QSize(1, 2), QString());
@@ -281,6 +299,7 @@ private Q_SLOTS:
         row(true, "D2", "C", u"true"_s);
         row(QDate(2024, 5, 6), "F2", "C", u"2024-05-06"_s);
         row(QVariantList{1, 2}, "D2", "C", u"01, 02"_s);
+        row(QJsonValue(0.5), "F2", "it_IT", u"0,50"_s);
     }
 
     void formatsHaveTheirText()
