@@ -12,7 +12,8 @@ namespace Talverine {
  * A locale made from its name, and the names that files and services have for locales.
  *
  * QLocale::operator== compares number options too, so a locale made with options doesn't equal a
- * plain one of the same name. Const calls may come from any thread.
+ * plain one of the same name; a QDataStream doesn't keep the options. Const calls may come from any
+ * thread.
  */
 class BRIXRT_EXPORT SLocale : public QLocale
 {

@@ -127,6 +127,8 @@ private Q_SLOTS:
         QTest::newRow("map") << QVariant(QVariantMap{{u"a"_s, 1}}) << false
                              << QVariantList{QVariantMap{{u"a"_s, 1}}};
         QTest::newRow("no value") << QVariant() << false << QVariantList();
+        QTest::newRow("null list")
+            << QVariant(QMetaType(QMetaType::QVariantList)) << false << QVariantList();
     }
 
     void valuesAreListed()
@@ -147,6 +149,7 @@ private Q_SLOTS:
         QCOMPARE(field.valueList().size(), 1);
         QCOMPARE(field.valueList().first(), list);
         QCOMPARE(field.toString(true), u"1, 2"_s);
+        QCOMPARE(field.toString(), u" = 1, 2"_s);
     }
 
     void fieldsHaveTheirLines_data()
@@ -203,6 +206,9 @@ private Q_SLOTS:
         QCOMPARE(field.toString(QLocale(u"it_IT"_s)), u"k.0 = 1,5\r\nk.1 = 7"_s);
         QCOMPARE(field.toString(u"D2"_s, QLocale(u"it_IT"_s)), u"k.0 = 1,5\r\nk.1 = 07"_s);
         QCOMPARE(field.toString(true, QLocale(u"it_IT"_s)), u"1,5\r\n7"_s);
+        // The index is no value.
+        QCOMPARE(field.toString(QLocale(u"ar_EG"_s)),
+                 u"k.0 = \u0661\u066B\u0665\r\nk.1 = \u0667"_s);
     }
 
     void textIsReachedByTheInterface()
@@ -212,6 +218,11 @@ private Q_SLOTS:
         QCOMPARE(formattable.toString(), u"k = 1.5"_s);
         QCOMPARE(formattable.toString(u"F"_s), u"1.5"_s);
         QCOMPARE(formattable.toString(QLocale(u"it_IT"_s)), u"k = 1,5"_s);
+        QLocale::setDefault(QLocale(u"it_IT"_s));
+        const QStringList texts{formattable.toString(), formattable.toString(u"F"_s),
+                                field.toString(true)};
+        QLocale::setDefault(QLocale::c());
+        QCOMPARE(texts, QStringList({u"k = 1,5"_s, u"1,5"_s, u"1,5"_s}));
     }
 
     void enumerationsAreWrittenByName()

@@ -74,6 +74,18 @@ SDBRecord recordOf(const QList<QString> &fieldNames)
     return record;
 }
 
+//! \a record as a file would give it.
+SDBRecord readBack(const SDBRecord &record)
+{
+    const QLocale locale = record.locale(QLocale::c());
+    SDBRecord read;
+    for (const SDBField &field : record.fields()) {
+        const QByteArray bytes = field.toString(locale).toUtf8();
+        read.insert(SDBField::fromString(QString::fromUtf8(bytes)));
+    }
+    return read;
+}
+
 } // namespace
 
 class tst_SDBRecord : public QObject
@@ -485,6 +497,16 @@ private Q_SLOTS:
         QCOMPARE(signatureOf(record), chainOf({u"1234567"_s, u"1,5"_s, u"it-IT"_s}));
     }
 
+    // The C locale has another letter for the exponent.
+    void withoutACultureValuesAreSignedAsAmericansWriteThem()
+    {
+        SDBRecord record;
+        record.insert(u"a"_s, 1e20);
+        QCOMPARE(signatureOf(record), chainOf({u"1E+20"_s}));
+        record.insert(SDBRecord::CultureKey, QVariant());
+        QCOMPARE(signatureOf(record), chainOf({u"1E+20"_s}));
+    }
+
     void signatureDoesNotDependOnTheDefaultLocale()
     {
         const QString signature = signatureOf(mixedRecord());
@@ -501,11 +523,29 @@ private Q_SLOTS:
         SDBRecord record;
         record.insert(u"a"_s, QStringList{u"x"_s, u"y"_s});
         record.updateSignature();
-        SDBRecord read;
-        for (const SDBField &field : record.fields())
-            read.insert(SDBField::fromString(field.toString()));
+        const SDBRecord read = readBack(record);
         QCOMPARE(read.field(u"a"_s).type(), QMetaType::QVariantList);
         QVERIFY(read.checkSignature());
+    }
+
+    void listInAListIsNotReadWithItsSignature()
+    {
+        SDBRecord record;
+        record.insert(u"a"_s, QVariantList{1, QVariantList{2, 3}});
+        record.updateSignature();
+        QVERIFY(record.checkSignature());
+        QVERIFY(!readBack(record).checkSignature());
+    }
+
+    void halfOfACharacterIsNotReadWithItsSignature()
+    {
+        SDBRecord record = recordOf({u"a"_s});
+        record.insert(u"b"_s, u"\U0001F600"_s);
+        record.updateSignature();
+        QVERIFY(readBack(record).checkSignature());
+        record.insert(u"b"_s, QString(QChar(0xD83D)));
+        record.updateSignature();
+        QVERIFY(!readBack(record).checkSignature());
     }
 
     void readRecordHasTheSameSignature_data()
@@ -525,10 +565,7 @@ private Q_SLOTS:
         record.insert(SDBRecord::CultureKey, culture);
         record.insert(SDBRecord::DateTimeKey, QDateTime::currentDateTimeUtc());
         record.updateSignature();
-        const QLocale locale = record.locale(QLocale::c());
-        SDBRecord read;
-        for (const SDBField &field : record.fields())
-            read.insert(SDBField::fromString(field.toString(locale)));
+        const SDBRecord read = readBack(record);
         QVERIFY(read.checkSignature());
         QCOMPARE(read.signature(), record.signature());
     }
@@ -552,6 +589,20 @@ private Q_SLOTS:
         const QByteArray hash = QCryptographicHash::hash(";x", QCryptographicHash::Sha1);
         record.insert(SDBRecord::SignatureKey, QString::fromLatin1(hash.toHex()));
         QVERIFY(record.checkSignature());
+    }
+
+    void oldSignatureIsOfTheSameTexts()
+    {
+        SDBRecord record;
+        record.insert(u"a"_s, 1.5);
+        record.insert(u"b"_s, QVariantList{QVariantList{2, 3}, u" x "_s});
+        record.insert(u"null"_s, QVariant());
+        record.insert(u"empty"_s, u""_s);
+        record.insert(SDBRecord::CultureKey, u"it-IT"_s);
+        const QList<QString> texts{u"1,5"_s, u"2"_s, u"3"_s, u"x"_s, u""_s, u"it-IT"_s};
+        record.insert(SDBRecord::SignatureKey, legacyOf(texts));
+        QVERIFY(record.checkSignature());
+        QCOMPARE(signatureOf(record), chainOf(texts));
     }
 
     void oldSignatureWithoutFieldsIsThatOfTheSeed()

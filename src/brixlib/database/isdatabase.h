@@ -42,8 +42,9 @@ public Q_SLOTS:
 public:
     /*!
      * Closes what was open and opens a database that exists; emits databaseOpened() with the
-     * result. A missing file is FileNotFound, one that another program has open FileLockError, a
-     * file that is no database WrongDB, one with a changed head SignError.
+     * result. A missing file is FileNotFound, which changes and emits nothing, one that another
+     * program has open FileLockError, a file that is no database WrongDB, one with a changed head
+     * SignError.
      */
     virtual bool open(const QString &fileName) = 0;
     //! The same on a device, which stays the caller's and must outlive the open database.
@@ -51,7 +52,8 @@ public:
     /*!
      * Makes an empty database of the records' key field \a key and opens it; what was in the file
      * is lost. The user of authenticate() becomes its owner; with an empty password nobody does.
-     * \a locale is what values are written in, \a version any text of the program's.
+     * \a locale is what values are written in, \a version any text of the program's. Emits
+     * databaseOpened() with the result, unless the empty database could not be written.
      */
     virtual bool create(const QString &fileName, const QString &key,
                         DBAuthGrants grants = DBAuthGrants::All,
@@ -94,7 +96,10 @@ public:
      * key that isn't there, \a record is cleared, with RecNotFound.
      */
     virtual bool next(const QString &key, SDBRecord &record) = 0;
-    //! The record before that of \a key, the last one for an empty or unknown key.
+    /*!
+     * The record before that of \a key, the last one for an empty or unknown key. Before the first
+     * one \a record is cleared, with RecNotFound.
+     */
     virtual bool previous(const QString &key, SDBRecord &record) = 0;
     //! The record of \a key; RecNotFound when there is none.
     virtual bool value(const QString &key, SDBRecord &record) = 0;
@@ -117,7 +122,7 @@ public:
     virtual bool backup(QIODevice *device, bool clearAfter = false) = 0;
     /*!
      * Reads a backup, whose owner the user must be, with the same key field: in place of all that
-     * is there, or record by record into it when \a merge.
+     * is there, or record by record into it when \a merge, in place of those of the same key.
      */
     virtual bool restore(const QString &fileName, bool merge = false) = 0;
     virtual bool restore(QIODevice *device, bool merge = false) = 0;
@@ -138,8 +143,10 @@ public:
      * indexed. False when there are none.
      */
     virtual bool searchField(const SDBField &field, QList<SDBRecord> &records) = 0;
-    //! One field for each different text of the field \a name, in order; of an empty name, the
-    //! keys.
+    /*!
+     * One field for each different text of the field \a name, in order; of an empty name, the keys.
+     * A field that was not indexed is from now on. Texts of removed records can be among them.
+     */
     virtual QList<SDBField> values(const QString &name) = 0;
     virtual QList<QString> fieldsIndexed() const = 0;
     //! Size of the file or device.
@@ -150,15 +157,26 @@ public Q_SLOTS:
     virtual bool reindex() = 0;
 
 Q_SIGNALS:
+    //! Once at the end of open() and create(), behind the databaseClosed() of what was open.
     void databaseOpened(bool result);
+    //! Once for each close(), also for those within other operations.
     void databaseClosed();
+    //! Once for each restore() of a backup that the user may read; databaseModified() follows.
     void databaseRestored(bool result);
+    /*!
+     * Once for each operation that changed records, behind recordInserted() or recordRemoved().
+     * purge(), which keeps them all, emits it when the file has been emptied.
+     */
     void databaseModified();
+    //! Once at the end of each purge() that succeeded.
     void databasePurged();
+    //! Once for each reindex() that was allowed.
     void databaseReindexed(bool result);
-    //! So spelled; programs connect to it by name.
+    //! Once for each authenticate(). So spelled; programs connect to it by name.
     void userAutenticated(bool result);
+    //! Once for each remove() that succeeded; not for a record that is replaced.
     void recordRemoved(const QString &key);
+    //! Once for each record that insert() or replace() wrote; not for those of restore().
     void recordInserted(const QString &key);
 };
 

@@ -18,9 +18,10 @@ namespace Talverine {
  *     SDBField("tags", QStringList{"a", "b"}).toString(); // "tags.0 = a" CR LF "tags.1 = b"
  *
  * Reading cuts a name at its first "." and at "=", and a line at a line feed, so a name must hold
- * none of these and a value no line feed; blanks around either are lost. What is read back is text,
- * whatever the type was that was written: QString for one line, QVariantList of QString for
- * several.
+ * none of these and a value no line feed; blanks around either are lost. A name must not begin with
+ * "#" either: a file takes the line for a comment. What is read back is text, whatever the type was
+ * that was written: QString for one line, QVariantList of QString for several. A list within a list
+ * is written as one text, so it is not read back as it was.
  *
  * A plain value: const calls may come from any thread.
  */
