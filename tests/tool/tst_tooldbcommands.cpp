@@ -133,6 +133,19 @@ private Q_SLOTS:
         QVERIFY2(result.err.contains("the folder is missing"), result.err.constData());
     }
 
+    void createOnAFullDiskLeavesNothing()
+    {
+        QProcess process;
+        m_place->tool.prepare(&process, {u"db"_s, u"create"_s, u"inks.db"_s, u"--key"_s, u"name"_s,
+                                         u"--user"_s, u"ada"_s});
+        limitFileSize(&process, 100);
+        process.start();
+        QVERIFY(waitForEnd(process));
+        QCOMPARE(process.exitCode(), 4);
+        QVERIFY(process.readAllStandardError().contains("cannot write"));
+        QVERIFY(m_place->files().isEmpty());
+    }
+
     // info
 
     void infoTellsWhatIsInIt()
@@ -365,7 +378,8 @@ private Q_SLOTS:
         const auto help = m_place->db({u"--help"_s});
         QCOMPARE(help.exitCode, 0);
         for (const QString &name : {u"create"_s, u"info"_s, u"get"_s, u"set"_s, u"rm"_s, u"list"_s,
-                                    u"search"_s, u"values"_s}) {
+                                    u"search"_s, u"values"_s, u"export"_s, u"import"_s, u"check"_s,
+                                    u"purge"_s, u"backup"_s, u"restore"_s, u"merge"_s, u"diff"_s}) {
             QVERIFY2(help.out.contains(name.toLatin1()), qPrintable(name));
             const auto result = m_place->db({name, u"--help"_s});
             QCOMPARE(result.exitCode, 0);

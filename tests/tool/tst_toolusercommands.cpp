@@ -7,6 +7,10 @@
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 
+#ifdef Q_OS_UNIX
+#include "limitedprocess.h"
+#endif
+
 using namespace Talverine;
 using namespace Qt::StringLiterals;
 
@@ -306,6 +310,24 @@ private Q_SLOTS:
         QVERIFY2(result.err.contains("it is a folder"), result.err.constData());
         QFile::remove(m_dir->path() + u".lock"_s);
     }
+
+#ifdef Q_OS_UNIX
+    void fullDiskLeavesTheFile()
+    {
+        QCOMPARE(add(u"ann"_s).exitCode, 0);
+        const QByteArray before = read(m_file);
+        QProcess process;
+        m_tool.prepare(&process,
+                       {u"user"_s, u"add"_s, m_file, u"bob"_s, u"--home"_s, m_dir->path()});
+        limitFileSize(&process, rlim_t(before.size() + 10));
+        process.start();
+        QVERIFY(process.waitForFinished(60'000));
+        QCOMPARE(process.exitCode(), 4);
+        QVERIFY(process.readAllStandardError().contains("cannot write"));
+        QCOMPARE(read(m_file), before);
+        QCOMPARE(files(), QStringList{u"users.json"_s});
+    }
+#endif
 
     void fileInAMissingFolderCannotBeMade()
     {

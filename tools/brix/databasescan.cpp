@@ -71,6 +71,8 @@ bool DatabaseScan::readLine()
     m_end += line.size();
     m_isLineWhole = line.endsWith('\n');
     m_field = fieldOf(line);
+    if (!line.trimmed().isEmpty())
+        m_lastName = m_field.key();
     m_isKeyLine = !m_field.isEmpty() && m_field.key() == m_keyName;
     return true;
 }

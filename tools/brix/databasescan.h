@@ -35,6 +35,9 @@ public:
 
     //! Of what has been read: the whole file, at the end.
     qint64 bytes() const { return m_end; }
+    qint64 line() const { return m_line; }
+    //! The field of the last line that is not blank; empty when that is of none.
+    QString lastName() const { return m_lastName; }
     //! Whether the last line had its end.
     bool isLineWhole() const { return m_isLineWhole; }
 
@@ -47,6 +50,7 @@ private:
     Talverine::SDBField m_field; // of the last line
     bool m_isKeyLine = false;    // the last line begins the next record
     bool m_isLineWhole = true;
+    QString m_lastName;
     qint64 m_line = 0;
     qint64 m_begin = 0;
     qint64 m_end = 0;

@@ -6,59 +6,10 @@
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 
-#include <algorithm>
-
 namespace Brix {
 
 using namespace Qt::StringLiterals;
 using Talverine::DBError;
-using Talverine::SDBText;
-
-namespace {
-
-/*!
- * Reads a text and a file behind it, whatever mode it is opened in. It is no QFileDevice, so the
- * database takes it for one without a lock and companions.
- */
-class ReadOnlyDevice final : public QIODevice
-{
-public:
-    ReadOnlyDevice(const QString &file, const QByteArray &head)
-        : m_head(head)
-        , m_file(file)
-    {
-    }
-
-    bool open(OpenMode) override
-    {
-        return m_file.open(ReadOnly | Unbuffered) && QIODevice::open(ReadOnly | Unbuffered);
-    }
-    void close() override
-    {
-        QIODevice::close();
-        m_file.close();
-    }
-    qint64 size() const override { return m_head.size() + m_file.size(); }
-
-protected:
-    qint64 readData(char *data, qint64 maxSize) override
-    {
-        const qint64 position = pos();
-        if (position < m_head.size()) {
-            const qint64 count = std::min(maxSize, m_head.size() - position);
-            std::copy_n(m_head.constData() + position, count, data);
-            return count;
-        }
-        return m_file.seek(position - m_head.size()) ? m_file.read(data, maxSize) : -1;
-    }
-    qint64 writeData(const char *, qint64) override { return -1; }
-
-private:
-    QByteArray m_head;
-    QFile m_file;
-};
-
-} // namespace
 
 DatabaseView::DatabaseView(const QString &file)
     : m_file(file)
@@ -70,31 +21,34 @@ DatabaseView::~DatabaseView()
     m_database.close();
 }
 
-SDBText &DatabaseView::open()
+DBError DatabaseView::tryOpen()
 {
-    m_device = std::make_unique<ReadOnlyDevice>(m_file, QByteArray());
-    bool isOpen = m_database.open(m_device.get());
-    const DBError error = m_database.error();
+    const DBError error = openWithHead({});
     // An empty file is no database that has lost its head.
-    if (!isOpen && error == DBError::WrongDB && QFileInfo(m_file).size() > 0)
-        isOpen = m_isHeadFromCopy = openWithCopy();
-    if (isOpen)
-        return m_database;
-    if (error == DBError::OpenError)
-        throw Failure{ExitCode::LocalIo,
-                      u"cannot read %1: %2"_s.arg(m_file, QFile(m_file).errorString())};
-    throw OpenDatabase::failure(m_file, error);
+    if (error != DBError::WrongDB || QFileInfo(m_file).size() == 0)
+        return error;
+    QFile copy(QFileInfo(m_file).canonicalFilePath() + u".srec"_s);
+    m_isHeadFromCopy = copy.open(QIODevice::ReadOnly);
+    return m_isHeadFromCopy ? openWithHead(copy.readAll()) : error;
 }
 
-bool DatabaseView::openWithCopy()
+void DatabaseView::open()
 {
-    QFile copy(QFileInfo(m_file).canonicalFilePath() + u".srec"_s);
-    if (!copy.open(QIODevice::ReadOnly))
-        return false;
-    auto device = std::make_unique<ReadOnlyDevice>(m_file, copy.readAll());
+    const DBError error = tryOpen();
+    if (error != DBError::NoError)
+        throw OpenDatabase::failure(m_file, error);
+}
+
+DBError DatabaseView::openWithHead(const QByteArray &head)
+{
+    auto device = std::make_unique<ReadOnlyDevice>(m_file, head);
     const bool isOpen = m_database.open(device.get());
+    const DBError error = isOpen ? DBError::NoError : m_database.error();
     m_device = std::move(device);
-    return isOpen;
+    if (error == DBError::OpenError)
+        throw Failure{ExitCode::LocalIo,
+                      u"cannot read %1: %2"_s.arg(m_file, m_device->fileError())};
+    return error;
 }
 
 } // namespace Brix

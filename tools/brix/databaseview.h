@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "readonlydevice.h"
+
 #include <brixlib/database/sdbtext.h>
 
 #include <QtCore/QString>
@@ -24,16 +26,21 @@ public:
 
     /*!
      * Reads the settings and the keys; the settings from "FILE.srec" when the head of the file
-     * cannot be read. The database belongs to this object. Throws Failure.
+     * cannot be read. Gives the database's error; throws Failure when the file cannot be read.
      */
-    Talverine::SDBText &open();
+    Talverine::DBError tryOpen();
+    //! The same, and throws Failure for each error.
+    void open();
+
+    Talverine::SDBText *operator->() { return &m_database; }
+    Talverine::SDBText &operator*() { return m_database; }
     bool isHeadFromCopy() const { return m_isHeadFromCopy; }
 
 private:
-    bool openWithCopy();
+    Talverine::DBError openWithHead(const QByteArray &head);
 
     QString m_file;
-    std::unique_ptr<QIODevice> m_device; // outlives the database
+    std::unique_ptr<ReadOnlyDevice> m_device; // outlives the database
     Talverine::SDBText m_database;
     bool m_isHeadFromCopy = false;
 };

@@ -73,6 +73,10 @@ void addDbCommands(CLI::App *cli, Tool *tool)
     family->footer("Example:\n  brix db get inks.db cyan");
     addDbFileCommands(family, tool);
     addDbRecordCommands(family, tool);
+    addDbJsonCommands(family, tool);
+    addDbCheckCommand(family, tool);
+    addDbBackupCommands(family, tool);
+    addDbPairCommands(family, tool);
 }
 
 } // namespace Brix

@@ -45,7 +45,11 @@ void throwIfInterrupted();
 QString counted(qint64 count, const QString &one, const QString &many);
 
 // One function for each kind of sub-commands.
+void addDbBackupCommands(CLI::App *family, Tool *tool);
+void addDbCheckCommand(CLI::App *family, Tool *tool);
 void addDbFileCommands(CLI::App *family, Tool *tool);
+void addDbJsonCommands(CLI::App *family, Tool *tool);
+void addDbPairCommands(CLI::App *family, Tool *tool);
 void addDbRecordCommands(CLI::App *family, Tool *tool);
 
 } // namespace Brix

@@ -100,7 +100,9 @@ void writeNewFile(const QString &name, const QByteArray &bytes)
     // Whoever reads the hash of the password can try passwords.
     const bool isWritten = file.open(QIODevice::WriteOnly) &&
                            file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner) &&
-                           file.write(bytes) == bytes.size() && file.commit();
+                           file.write(bytes) == bytes.size() &&
+                           // commit() would not tell that the last bytes could not be written.
+                           file.flush() && file.commit();
     if (!isWritten)
         throw Failure{ExitCode::LocalIo, u"cannot write %1: %2"_s.arg(name, file.errorString())};
 }
@@ -141,7 +143,8 @@ Info infoOf(const DatabaseOptions &options, const DatabaseLogin &login)
     const QString file = QFileInfo(options.file).canonicalFilePath();
     const DatabaseLock lock(file);
     DatabaseView view(options.file);
-    SDBText &database = view.open();
+    view.open();
+    SDBText &database = *view;
     Info info;
     info.holder = lock.holder();
     info.key = database.key();

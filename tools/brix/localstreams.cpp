@@ -143,7 +143,8 @@ void LocalOutput::commit()
 {
     throwFailure();
     if (auto *file = qobject_cast<QSaveFile *>(m_file.get())) {
-        if (!file->commit())
+        // commit() would not tell that the last bytes could not be written.
+        if (!file->flush() || !file->commit())
             keepFileError();
     } else if (m_file) {
         writeSpool();
@@ -169,6 +170,8 @@ bool LocalOutput::open(OpenMode mode)
         keepFileError();
         return false;
     }
+    if (m_isPrivate && !QFileInfo::exists(m_place.path))
+        m_file->setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     return QIODevice::open(mode | Unbuffered);
 }
 

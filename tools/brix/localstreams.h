@@ -83,6 +83,8 @@ public:
     //! Removes what has not been committed.
     ~LocalOutput() override;
 
+    //! A new file is one that nobody but its owner may read. To be called before the first write.
+    void makePrivate() { m_isPrivate = true; }
     //! Gives the file its name, or writes what stdout is still due; throws Failure.
     void commit();
     //! Throws what went wrong, if anything did.
@@ -104,6 +106,7 @@ private:
 
     LocalPlace m_place;
     std::unique_ptr<QFileDevice> m_file; // null when the bytes go to stdout at once
+    bool m_isPrivate = false;
     qint64 m_written = 0;
     std::optional<Failure> m_failure;
 };

@@ -8,6 +8,7 @@
 namespace Brix {
 
 using namespace Qt::StringLiterals;
+using Talverine::DBAuthGrants;
 using Talverine::DBError;
 using Talverine::DBError_T;
 using Talverine::SDBRecord;
@@ -27,20 +28,22 @@ Failure refused(const QString &text)
 
 } // namespace
 
-OpenDatabase::OpenDatabase(const QString &file, const DatabaseLogin &login)
-    : m_file(file)
+OpenDatabase::OpenDatabase(const QString &file, const DatabaseLogin &login, const QString &name)
+    : m_file(name.isEmpty() ? file : name)
 {
     requireFile(file);
     // Its companions lie beside the file, not beside a link to it.
     require(m_database.open(QFileInfo(file).canonicalFilePath()));
-    authenticate(&m_database, file, login);
+    // Asked later, the owner would get the rights that he has himself.
+    m_grants = m_database.grants();
+    authenticate(&m_database, m_file, login);
 }
 
-void OpenDatabase::requireReading()
+void OpenDatabase::requireWriting()
 {
-    // A name that is indexed or not: what counts is whether the question is answered.
-    m_database.isFieldIndexed(m_database.key());
-    require(m_database.error() == DBError::NoError);
+    const DBAuthGrants grants = m_database.grants();
+    if (grants != DBAuthGrants::All && grants != DBAuthGrants::ReadWrite)
+        throw failure(m_file, DBError::AuthError);
 }
 
 void OpenDatabase::require(bool isDone) const
@@ -112,6 +115,12 @@ void OpenDatabase::authenticate(SDBText *database, const QString &file, const Da
     const bool isOwner = database->authenticate(login.user, login.password.toInsecureString());
     if (!isOwner && login.user.compare(database->owner(), Qt::CaseInsensitive) == 0)
         throw refused(u"the password of %1, who owns %2, is another"_s.arg(login.user, file));
+}
+
+void OpenDatabase::requireReading(SDBText *database, const QString &file)
+{
+    if (database->grants() == DBAuthGrants::None)
+        throw failure(file, DBError::AuthError);
 }
 
 } // namespace Brix

@@ -28,16 +28,21 @@ class OpenDatabase final
 public:
     /*!
      * Opens \a file, which has to be there and to be a file. Refuses a user who has the owner's
-     * name and another password, rather than leaving him with the rights of anyone.
+     * name and another password, rather than leaving him with the rights of anyone. Failures
+     * call it \a name, or \a file without one.
      */
-    OpenDatabase(const QString &file, const DatabaseLogin &login);
+    OpenDatabase(const QString &file, const DatabaseLogin &login, const QString &name = QString());
 
     Talverine::SDBText *operator->() { return &m_database; }
     Talverine::SDBText &operator*() { return m_database; }
 
+    //! What failures call it.
     const QString &file() const { return m_file; }
-    //! Throws what stands in the way of reading.
-    void requireReading();
+    //! What it grants to anyone.
+    Talverine::DBAuthGrants grants() const { return m_grants; }
+    void requireReading() { requireReading(&m_database, m_file); }
+    //! Throws unless the user may change any record.
+    void requireWriting();
     //! Throws the error of the last operation unless \a isDone.
     void require(bool isDone) const;
     //! The record of a key; throws when there is none.
@@ -52,9 +57,12 @@ public:
     //! Says who uses it; throws when the owner's password is wrong.
     static void authenticate(Talverine::SDBText *database, const QString &file,
                              const DatabaseLogin &login);
+    //! Throws unless the user may read.
+    static void requireReading(Talverine::SDBText *database, const QString &file);
 
 private:
     QString m_file;
+    Talverine::DBAuthGrants m_grants = Talverine::DBAuthGrants::None;
     Talverine::SDBText m_database;
 };
 

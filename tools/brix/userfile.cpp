@@ -143,7 +143,8 @@ void UserFile::write(SAuthenticationDb &users) const
     const bool isWritten =
         users.save(&buffer) && file.open(QIODevice::WriteOnly) &&
         (!isNew || file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner)) &&
-        file.write(buffer.data()) == buffer.data().size() && file.commit();
+        // commit() would not tell that the last bytes could not be written.
+        file.write(buffer.data()) == buffer.data().size() && file.flush() && file.commit();
     if (!isWritten)
         throw Failure{ExitCode::LocalIo,
                       u"cannot write %1: %2"_s.arg(m_fileName, file.errorString())};

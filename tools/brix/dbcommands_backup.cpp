@@ -1,0 +1,172 @@
+// SPDX-License-Identifier: MIT
+// brix db purge, backup and restore: a database written anew, elsewhere or from elsewhere.
+#include "dbcommands.h"
+#include "localstreams.h"
+#include "readonlydevice.h"
+#include "stageddatabase.h"
+
+#include <brixlib/compression/compressionalgorithm.h>
+
+#include <QtCore/QFileInfo>
+#include <QtCore/QLoggingCategory>
+
+namespace Brix {
+
+using namespace Qt::StringLiterals;
+using Talverine::DBError;
+using Talverine::Compression::CompressionAlgorithm;
+
+namespace {
+
+// purge
+
+ExitCode purge(const Output &output, const DatabaseOptions &options)
+{
+    const DatabaseLogin login = loginOf(options.user);
+    qint64 before = 0;
+    qint64 after = 0;
+    runDatabaseWork([&] {
+        StagedDatabase staged(options.file, login);
+        OpenDatabase &database = staged.database();
+        before = database->bytes();
+        database.require(database->purge());
+        after = database->bytes();
+        staged.commit();
+    });
+    output.result(u"purged: %1 before, %2 now"_s.arg(Output::bytes(before), Output::bytes(after)),
+                  {{u"before"_s, before}, {u"bytes"_s, after}});
+    return ExitCode::Done;
+}
+
+// backup
+
+struct BackupOptions
+{
+    DatabaseOptions database;
+    QString target;
+    std::string compressor = "none";
+};
+
+void declareBackup(CLI::App *command, BackupOptions *options)
+{
+    declareDatabase(command, &options->database);
+    addPath(command, "OUT", &options->target, "The backup; an older file is replaced")->required();
+    command->add_option("--compress", options->compressor, "How to compress it")
+        ->check(CLI::IsMember({"none", "lz4", "zip"}))
+        ->capture_default_str();
+}
+
+CompressionAlgorithm algorithmOf(const std::string &name)
+{
+    if (name == "lz4")
+        return CompressionAlgorithm::Lz4;
+    return name == "zip" ? CompressionAlgorithm::Zip : CompressionAlgorithm::Uncompressed;
+}
+
+bool isSameFile(const QString &a, const QString &b)
+{
+    return QFileInfo::exists(a) && QFileInfo::exists(b) && QFileInfo(a) == QFileInfo(b);
+}
+
+void requireOtherFile(const QString &a, const QString &b)
+{
+    if (isSameFile(a, b))
+        throw Failure{ExitCode::Usage, u"both are the same file: %1"_s.arg(a)};
+}
+
+ExitCode backup(const Output &output, const BackupOptions &options)
+{
+    requireOtherFile(options.database.file, options.target);
+    qint64 written = 0;
+    withDatabase(options.database, [&](OpenDatabase &database) {
+        LocalOutput target({options.target}, LocalOutput::Stdout::Whole);
+        // It has a hash of the password, as the database has.
+        target.makePrivate();
+        database->setBackupCompressor(algorithmOf(options.compressor));
+        const bool isDone = database->backup(&target);
+        target.throwFailure();
+        database.require(isDone);
+        target.commit();
+        written = target.written();
+    });
+    output.result(u"%1: %2"_s.arg(options.target, Output::bytes(written)),
+                  {{u"file"_s, options.target}, {u"bytes"_s, written}});
+    return ExitCode::Done;
+}
+
+// restore
+
+struct RestoreOptions
+{
+    DatabaseOptions database;
+    QString source;
+    bool merge = false;
+};
+
+void declareRestore(CLI::App *command, RestoreOptions *options)
+{
+    declareDatabase(command, &options->database);
+    addPath(command, "BACKUP", &options->source, "The backup, compressed or not")->required();
+    command->add_flag("--merge", options->merge,
+                      "Add its records, each in place of that of its key, instead of replacing "
+                      "all");
+}
+
+Failure notRestored(const RestoreOptions &options, DBError error)
+{
+    switch (error) {
+    case DBError::AuthError:
+        return {ExitCode::Refused,
+                u"%1 does not belong to this user, or has another password"_s.arg(options.source)};
+    case DBError::KeyIsNull:
+        return {ExitCode::Refused, u"%1 has another key field than %2, or none"_s.arg(
+                                       options.source, options.database.file)};
+    case DBError::WrongDB:
+    case DBError::SignError:
+    case DBError::FileNotFound:
+    case DBError::OpenError:
+        return OpenDatabase::failure(options.source, error);
+    default:
+        return OpenDatabase::failure(options.database.file, error);
+    }
+}
+
+ExitCode restore(const Output &output, const RestoreOptions &options)
+{
+    requireOtherFile(options.database.file, options.source);
+    // Whether a backup is compressed is found out by trying, and Qt warns of each trial.
+    QLoggingCategory::setFilterRules(u"default.debug=false\ndefault.warning=false"_s);
+    const DatabaseLogin login = loginOf(options.database.user);
+    qint64 records = 0;
+    runDatabaseWork([&] {
+        OpenDatabase::requireFile(options.source);
+        StagedDatabase staged(options.database.file, login);
+        OpenDatabase &database = staged.database();
+        database.requireWriting();
+        ReadOnlyDevice source(options.source);
+        if (!database->restore(&source, options.merge))
+            throw notRestored(options, database->error());
+        records = database->count();
+        staged.commit();
+    });
+    output.result(u"restored: %1 now"_s.arg(counted(records, u"record"_s, u"records"_s)),
+                  {{u"records"_s, records}});
+    return ExitCode::Done;
+}
+
+} // namespace
+
+void addDbBackupCommands(CLI::App *family, Tool *tool)
+{
+    addCommand<DatabaseOptions>(family, tool, "purge",
+                                "Write the file anew, sorted and without removed records",
+                                "brix db purge inks.db --user ann", declareDatabase, purge);
+    addCommand<BackupOptions>(family, tool, "backup", "Copy a database",
+                              "brix db backup inks.db inks.backup --compress lz4", declareBackup,
+                              backup);
+    addCommand<RestoreOptions>(family, tool, "restore", "Take records from a backup",
+                               "brix db restore inks.db inks.backup --user ann", declareRestore,
+                               restore);
+}
+
+} // namespace Brix

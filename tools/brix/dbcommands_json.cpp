@@ -1,0 +1,257 @@
+// SPDX-License-Identifier: MIT
+// brix db export and import: records as lines of JSON.
+#include "dbcommands.h"
+#include "fieldrules.h"
+#include "localstreams.h"
+#include "recordjson.h"
+#include "terminal.h"
+
+#include <brixrt/sfilehelper.h>
+
+#include <QtCore/QSet>
+#include <QtCore/QTemporaryFile>
+
+namespace Brix {
+
+using namespace Qt::StringLiterals;
+using Talverine::DBError;
+using Talverine::SDBField;
+using Talverine::SDBRecord;
+using Talverine::SFileHelper;
+
+namespace {
+
+constexpr int kCopyBytes = 32'768;
+
+// The other file of either command; stdin or stdout without a name.
+void declarePlace(CLI::App *command, const std::string &name, QString *path,
+                  const std::string &description)
+{
+    addPath(command, name, path, description)->each([path](const std::string &text) {
+        if (text == "-")
+            path->clear();
+    });
+}
+
+// export
+
+struct ExportOptions
+{
+    DatabaseOptions database;
+    QString target;
+};
+
+void declareExport(CLI::App *command, ExportOptions *options)
+{
+    declareDatabase(command, &options->database);
+    declarePlace(command, "OUT", &options->target, "Where the lines go. Default: stdout");
+}
+
+struct Exported
+{
+    qint64 records = 0;
+    qint64 unsound = 0;
+};
+
+Exported exportRecords(OpenDatabase &database, LocalOutput *target)
+{
+    Exported done;
+    const QList<SDBField> keys = database->values(QString());
+    database.require(database->error() == DBError::NoError);
+    target->open(QIODevice::WriteOnly);
+    target->throwFailure();
+    for (const SDBField &key : keys) {
+        throwIfInterrupted();
+        const SDBRecord record = database.record(key.value().toString());
+        target->write(RecordJson::fromRecord(record) + '\n');
+        target->throwFailure();
+        ++done.records;
+        done.unsound += record.checkSignature() ? 0 : 1;
+    }
+    target->commit();
+    return done;
+}
+
+ExitCode exportAll(const Output &output, const ExportOptions &options)
+{
+    const LocalPlace place{options.target};
+    Exported done;
+    withDatabase(options.database, [&](OpenDatabase &database) {
+        LocalOutput target(place, LocalOutput::Stdout::AtOnce);
+        done = exportRecords(database, &target);
+    });
+    if (done.unsound > 0)
+        output.note(u"brix: the signatures of %1 do not match"_s.arg(
+            counted(done.unsound, u"record"_s, u"records"_s)));
+    if (place.isStandardStream() || (output.quiet && !output.json))
+        return ExitCode::Done;
+    output.result(u"exported %1"_s.arg(counted(done.records, u"record"_s, u"records"_s)),
+                  {{u"file"_s, place.path}, {u"records"_s, done.records}});
+    return ExitCode::Done;
+}
+
+// import
+
+struct ImportOptions
+{
+    DatabaseOptions database;
+    QString source;
+    bool replace = false;
+};
+
+void declareImport(CLI::App *command, ImportOptions *options)
+{
+    declareDatabase(command, &options->database);
+    declarePlace(command, "IN", &options->source, "Where the lines come from. Default: stdin");
+    command->add_flag("--replace", options->replace,
+                      "A record takes the place of that of its key, instead of being refused");
+}
+
+Failure badLine(qint64 line, const QString &fault)
+{
+    return {ExitCode::Refused, u"line %1 of the input: %2"_s.arg(QString::number(line), fault)};
+}
+
+/*!
+ * The records of an input that is read twice: once to see that all is well, and once to take them.
+ * It lies in a temporary file meanwhile, since stdin comes only once and a file may change.
+ */
+class ImportedRecords
+{
+public:
+    ImportedRecords(const LocalPlace &place, const QString &keyName, bool databaseMakesKeys)
+        : m_keyName(keyName)
+        , m_databaseMakesKeys(databaseMakesKeys)
+    {
+        LocalInput source(place);
+        const bool isCopied = m_lines.open() &&
+                              SFileHelper::copyDevice(&m_lines, &source, kCopyBytes) &&
+                              m_lines.flush();
+        source.throwFailure();
+        if (!isCopied)
+            throw Failure{ExitCode::LocalIo,
+                          u"cannot write a temporary file: %1"_s.arg(m_lines.errorString())};
+    }
+
+    void rewind()
+    {
+        m_line = 0;
+        m_lines.seek(0);
+    }
+
+    //! Throws Failure for a line that is no record for this database.
+    bool next(SDBRecord *record)
+    {
+        QByteArray text;
+        while (text.isEmpty()) {
+            throwIfInterrupted();
+            text = m_lines.readLine();
+            if (text.isEmpty())
+                return false;
+            ++m_line;
+            text = text.trimmed();
+        }
+        *record = parsed(text);
+        return true;
+    }
+
+    QString keyOf(const SDBRecord &record) const { return record.value(m_keyName).toString(); }
+    qint64 line() const { return m_line; }
+
+private:
+    SDBRecord parsed(const QByteArray &text) const
+    {
+        QString fault;
+        std::optional<SDBRecord> record = RecordJson::toRecord(text, &fault);
+        if (!record)
+            throw badLine(m_line, fault);
+        for (const QString &name : QList<QString>(record->names())) {
+            if (FieldRules::isWrittenByDatabase(name))
+                record->remove(name);
+        }
+        fault = FieldRules::faultOfRecord(*record, m_keyName);
+        if (fault.isEmpty() && !m_databaseMakesKeys && !record->contains(m_keyName))
+            fault = u"it has no \"%1\", which is the key"_s.arg(m_keyName);
+        if (!fault.isEmpty())
+            throw badLine(m_line, fault);
+        return *record;
+    }
+
+    QTemporaryFile m_lines;
+    QString m_keyName;
+    bool m_databaseMakesKeys;
+    qint64 m_line = 0;
+};
+
+void requireNewKeys(OpenDatabase &database, ImportedRecords *records, bool mayReplace)
+{
+    QSet<QString> seen;
+    SDBRecord record;
+    while (records->next(&record)) {
+        const QString key = records->keyOf(record);
+        if (database.makesKeys())
+            continue;
+        if (seen.contains(key))
+            throw badLine(records->line(), u"the key \"%1\" is there twice"_s.arg(key));
+        if (!mayReplace && database->contains(key))
+            throw badLine(records->line(), u"the database has a record \"%1\""_s.arg(key));
+        seen.insert(key);
+    }
+}
+
+struct Imported
+{
+    qint64 added = 0;
+    qint64 replaced = 0;
+};
+
+Imported importRecords(OpenDatabase &database, ImportedRecords *records)
+{
+    Imported done;
+    SDBRecord record;
+    while (records->next(&record)) {
+        const bool isThere = database->contains(record);
+        const bool isDone = isThere ? database->replace(record) : database->insert(record);
+        if (!isDone) {
+            const Failure failure = OpenDatabase::failure(database.file(), database->error());
+            throw Failure{failure.code, u"%1; the lines before line %2 are taken"_s.arg(
+                                            failure.text, QString::number(records->line()))};
+        }
+        ++(isThere ? done.replaced : done.added);
+    }
+    return done;
+}
+
+ExitCode importAll(const Output &output, const ImportOptions &options)
+{
+    const LocalPlace place{options.source};
+    if (place.isStandardStream() && options.database.user.password.fromStdin)
+        throw Failure{ExitCode::Usage, u"the password and the lines cannot both come from stdin"_s};
+    Imported done;
+    withDatabase(options.database, [&](OpenDatabase &database) {
+        ImportedRecords records(place, database->key(), database.makesKeys());
+        records.rewind();
+        requireNewKeys(database, &records, options.replace);
+        records.rewind();
+        done = importRecords(database, &records);
+    });
+    QString text =
+        u"imported %1"_s.arg(counted(done.added + done.replaced, u"record"_s, u"records"_s));
+    if (done.replaced > 0)
+        text += u", %1 of them in place of others"_s.arg(done.replaced);
+    output.result(text, {{u"added"_s, done.added}, {u"replaced"_s, done.replaced}});
+    return ExitCode::Done;
+}
+
+} // namespace
+
+void addDbJsonCommands(CLI::App *family, Tool *tool)
+{
+    addCommand<ExportOptions>(family, tool, "export", "Write the records as lines of JSON",
+                              "brix db export inks.db inks.jsonl", declareExport, exportAll);
+    addCommand<ImportOptions>(family, tool, "import", "Add records from lines of JSON",
+                              "brix db import inks.db inks.jsonl --user ann", declareImport,
+                              importAll);
+}
+
+} // namespace Brix
