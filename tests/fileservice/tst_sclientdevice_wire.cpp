@@ -720,7 +720,7 @@ private Q_SLOTS:
         QVERIFY(timer.elapsed() < 5000);
     }
 
-    // The server takes nothing any more, and says so to nobody.
+    // The server takes nothing any more, and says so to nobody. What it did not take is not kept.
     void aServerThatTakesNothingEndsTheWrite()
     {
         QSemaphore end;
@@ -732,7 +732,7 @@ private Q_SLOTS:
         RawDevice device(server, kShortTimeoutMs);
         QVERIFY(device.open(QIODevice::WriteOnly));
         QCOMPARE(device.write(QByteArray(64 << 20, 'x')), -1);
-        QVERIFY(device.bytesToWrite() > 0);
+        QCOMPARE(device.bytesToWrite(), 0);
         QElapsedTimer timer;
         timer.start();
         bool ok = true;

@@ -31,6 +31,7 @@ QByteArray bigEndian(Word word)
 SClientDevice::Session::Session()
 {
     io.setTimeout(kTimeoutMs);
+    io.setReadyReadWanted(true); // the device passes it on
 }
 
 bool SClientDevice::Session::begin(STcpSocket *newSocket)

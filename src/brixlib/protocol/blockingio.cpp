@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "blockingio_p.h"
 
+#include "directsocket_p.h"
+
 #include <brixlib/protocol/wire.h>
 
 #include <QtCore/QThread>
@@ -16,6 +18,7 @@ constexpr int kWaitSliceMs = 100;
 // How long a stop may wait for the peer when the waits themselves have no limit.
 constexpr int kUnlimitedStopMs = 10000;
 constexpr quint32 kFirstPieceBytes = 64 * 1024;
+constexpr qint64 kLargeBytes = 16 * 1024;
 
 bool isStillConnected(QIODevice *device)
 {
@@ -48,18 +51,38 @@ bool BlockingIo::isStopOverdue()
 
 bool BlockingIo::waitFor(QIODevice *device, bool (QIODevice::*wait)(int))
 {
+    return waitInSlices(device, [&](int msec) { return (device->*wait)(msec); });
+}
+
+// Waits by the given function up to the time-out. False also when the connection is lost.
+template<class Wait>
+bool BlockingIo::waitInSlices(QIODevice *device, Wait wait)
+{
     QElapsedTimer waited;
     waited.start();
     while (!isStopOverdue()) {
         const qint64 left = m_timeout < 0 ? kWaitSliceMs : m_timeout - waited.elapsed();
         if (left <= 0)
             return false;
-        if ((device->*wait)(static_cast<int>(std::min<qint64>(left, kWaitSliceMs))))
+        if (wait(static_cast<int>(std::min<qint64>(left, kWaitSliceMs))))
             return true;
         if (!isStillConnected(device))
             return false;
     }
     return false;
+}
+
+bool BlockingIo::waitForBytes(QIODevice *device, int msec)
+{
+    const DirectSocket socket(device);
+    if (socket.canReceive()) {
+        if (!socket.waitToReceive(msec))
+            return false;
+        if (socket.hasBytes())
+            return true;
+        msec = 0; // the connection has ended, which the socket finds out itself
+    }
+    return device->bytesAvailable() != 0 || device->waitForReadyRead(msec);
 }
 
 qint64 BlockingIo::readAll(QIODevice *device, char *buffer, qint64 size)
@@ -69,12 +92,7 @@ qint64 BlockingIo::readAll(QIODevice *device, char *buffer, qint64 size)
         // A peer that is faster than this end never lets a wait happen.
         if (isStopOverdue())
             return -1;
-        if (m_timeout != 0 && device->bytesAvailable() == 0 &&
-            !waitFor(device, &QIODevice::waitForReadyRead))
-            return -1;
-        if (device->atEnd())
-            return done;
-        const qint64 count = device->read(buffer + done, size - done);
+        const qint64 count = readSome(device, buffer + done, size - done);
         if (count < 0)
             return -1;
         if (count == 0)
@@ -82,6 +100,28 @@ qint64 BlockingIo::readAll(QIODevice *device, char *buffer, qint64 size)
         done += count;
     }
     return done;
+}
+
+// What comes next, after a wait if need be; 0 at the end, -1 on an error or a wait that failed.
+qint64 BlockingIo::readSome(QIODevice *device, char *buffer, qint64 size)
+{
+    const bool mayWait = m_timeout != 0;
+    const bool mayPassBy = size >= kLargeBytes || !m_isReadyReadWanted;
+    DirectSocket socket(device);
+    if (mayWait && mayPassBy && socket.canReceive()) {
+        const auto wait = [&](int msec) { return socket.waitToReceive(msec); };
+        qint64 count = socket.receive(buffer, size);
+        if (count == 0 && !waitInSlices(device, wait))
+            return -1;
+        if (count == 0)
+            count = socket.receive(buffer, size);
+        if (count > 0)
+            return count;
+        // The connection has ended, which the socket finds out itself.
+    }
+    if (mayWait && device->bytesAvailable() == 0 && !waitFor(device, &QIODevice::waitForReadyRead))
+        return -1;
+    return device->atEnd() ? 0 : device->read(buffer, size);
 }
 
 qint64 BlockingIo::write(QIODevice *device, const char *data, qint64 size)
@@ -103,16 +143,48 @@ qint64 BlockingIo::write(QIODevice *device, const char *data, qint64 size)
 
 qint64 BlockingIo::writeAll(QIODevice *device, const char *data, qint64 size)
 {
-    const qint64 done = write(device, data, size);
-    if (done < 0 || m_timeout == 0)
+    qint64 done = 0;
+    while (done < size) {
+        if (isStopOverdue())
+            return -1;
+        const qint64 count = sendSome(device, data + done, size - done);
+        if (count < 0)
+            return -1;
+        if (count == 0)
+            break;
+        done += count;
+    }
+    if (done == size)
         return done;
+    const qint64 rest = write(device, data + done, size - done);
+    return rest >= 0 && waitUntilWritten(device) ? done + rest : -1;
+}
+
+// What the system takes next, after a wait if need be; -1 on a wait that failed. With 0 the rest
+// has to go through the device, which finds out then that a connection has ended.
+qint64 BlockingIo::sendSome(QIODevice *device, const char *data, qint64 size)
+{
+    DirectSocket socket(device);
+    if (m_timeout == 0 || !socket.canSend())
+        return 0;
+    const qint64 count = socket.send(data, size);
+    if (count > 0)
+        return count;
+    const auto wait = [&](int msec) { return socket.waitToSend(msec); };
+    return waitInSlices(device, wait) ? socket.send(data, size) : -1;
+}
+
+bool BlockingIo::waitUntilWritten(QIODevice *device)
+{
+    if (m_timeout == 0)
+        return true;
     if (!handToSystem(device))
-        return -1;
+        return false;
     while (device->bytesToWrite() != 0) {
         if (!waitFor(device, &QIODevice::waitForBytesWritten))
-            return -1;
+            return false;
     }
-    return done;
+    return true;
 }
 
 quint32 BlockingIo::readWord(QIODevice *device)

@@ -23,6 +23,10 @@ public:
     int timeout() const { return m_timeout; }
     void setTimeout(int milliseconds) { m_timeout = milliseconds; }
 
+    //! Whether readyRead() of the socket has to tell of what a read waits for, large blocks aside;
+    //! false by default.
+    void setReadyReadWanted(bool isWanted) { m_isReadyReadWanted = isWanted; }
+
     /*!
      * Reads \a size bytes, waiting for each piece. Gives the number read, which is short when the
      * device has come to its end, or -1 on an error or a wait that failed.
@@ -35,6 +39,9 @@ public:
     //! Waits by waitForReadyRead() or waitForBytesWritten(), in slices, so that a request to stop
     //! is seen.
     bool waitFor(QIODevice *device, bool (QIODevice::*wait)(int));
+    //! Waits once for something to read, up to \a msec milliseconds and without heed of the
+    //! time-out. False also at the end of the connection.
+    static bool waitForBytes(QIODevice *device, int msec);
 
     //! Reads one big-endian word; 0 on any failure.
     quint32 readWord(QIODevice *device);
@@ -57,7 +64,14 @@ public:
     bool isStopOverdue();
 
 private:
+    template<class Wait>
+    bool waitInSlices(QIODevice *device, Wait wait);
+    qint64 readSome(QIODevice *device, char *buffer, qint64 size);
+    qint64 sendSome(QIODevice *device, const char *data, qint64 size);
+    bool waitUntilWritten(QIODevice *device);
+
     int m_timeout = 0;
+    bool m_isReadyReadWanted = false;
     QElapsedTimer m_sinceInterruption;
 };
 

@@ -17,8 +17,9 @@ inline void setProtocolOptions(QAbstractSocket &socket)
     socket.setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, kBufferBytes);
     socket.setSocketOption(QAbstractSocket::KeepAliveOption, 1);
     // Without a bound the socket takes in whatever the peer sends while this end is busy with
-    // something else.
-    constexpr int kReadAheadBytes = 2 * kBufferBytes;
+    // something else. Little, since the bytes of a large block that come this way are copied once
+    // more.
+    constexpr int kReadAheadBytes = 65536;
     socket.setReadBufferSize(kReadAheadBytes);
     // An exchange is several small writes in one direction. Held back until the peer acknowledges
     // the one before, they cost 40 ms and more each.

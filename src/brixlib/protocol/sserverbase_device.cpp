@@ -2,6 +2,7 @@
 // The session in which a client drives a file of the server as a remote device.
 #include <brixlib/protocol/sserverbase.h>
 
+#include "blockingio_p.h"
 #include "namedpipe_p.h"
 
 #include <brixlib/protocol/clientdevicecommands.h>
@@ -66,7 +67,7 @@ private:
     bool waitForRequest()
     {
         while (socket()->state() == QAbstractSocket::ConnectedState && !isInterruptionRequested()) {
-            if (socket()->bytesAvailable() != 0 || socket()->waitForReadyRead(kIdleWaitMs))
+            if (BlockingIo::waitForBytes(socket(), kIdleWaitMs))
                 return true;
         }
         return false;

@@ -84,10 +84,8 @@ qint64 STcpSocket::writeData(const char *data, qint64 size)
 qint64 STcpSocket::writeThrough(const char *data, qint64 size)
 {
     const qint64 written = QAbstractSocket::writeData(data, size);
-    if (written > 0) {
-        m_outgoing->transferred(written);
-        emitOutcomingSpeedAfter(kReportMsec);
-    }
+    if (written > 0)
+        countSent(written);
     return written;
 }
 
@@ -221,6 +219,18 @@ void STcpSocket::takeNoteOfHangUp()
         abort();
 }
 
+void STcpSocket::countSent(qint64 bytes)
+{
+    m_outgoing->transferred(bytes);
+    emitOutcomingSpeedAfter(kReportMsec);
+}
+
+void STcpSocket::countReceived(qint64 bytes)
+{
+    m_incoming->transferred(bytes);
+    emitIncomingSpeedAfter(kReportMsec);
+}
+
 void STcpSocket::emitIncomingSpeedAfter(qint64 msec)
 {
     if (const std::optional<qint64> speed = m_incoming->takeReport(msec))
@@ -241,8 +251,7 @@ void STcpSocket::onReadyRead()
         if (allowance < 0)
             return;
         const qint64 counted = qMin(left, allowance);
-        m_incoming->transferred(counted);
-        emitIncomingSpeedAfter(kReportMsec);
+        countReceived(counted);
         left -= counted;
     }
 }

@@ -69,6 +69,7 @@ protected:
     qint64 writeToSocket(qint64 size);
 
 private:
+    friend class DirectSocket;
     friend class STcpSocketSpeedController;
 
     qint64 writeThrottled(const char *data, qint64 size);
@@ -81,6 +82,8 @@ private:
     qint64 waitToSend();
     qint64 waitToReceive();
     void takeNoteOfHangUp();
+    void countSent(qint64 bytes);
+    void countReceived(qint64 bytes);
     void emitIncomingSpeedAfter(qint64 msec);
     void emitOutcomingSpeedAfter(qint64 msec);
     void onReadyRead();
