@@ -3,8 +3,11 @@
 #include <brixlib/protocol/scommunicatorbase.h>
 #include <brixlib/protocol/stcpsocket.h>
 
+#include "blockingio_p.h"
+
 #include <QtCore/QDeadlineTimer>
 #include <QtCore/QElapsedTimer>
+#include <QtCore/QtEndian>
 
 #include <algorithm>
 #include <new>
@@ -14,6 +17,8 @@ namespace Talverine {
 namespace {
 
 constexpr qint64 kBlockBytes = 1048576;
+// The size of a block goes out in front of it, in the same write.
+constexpr qint64 kSizeBytes = sizeof(quint64);
 constexpr quint64 kEndWord = 0;
 constexpr int kIdleWaitMs = 100;
 // Before that an estimate of the whole would mean nothing.
@@ -44,7 +49,7 @@ double SCommunicatorBase::LinkTestPhase::bytesPerSecond() const
 
 std::unique_ptr<char[]> SCommunicatorBase::makeLinkTestBlock()
 {
-    return std::unique_ptr<char[]>(new (std::nothrow) char[kBlockBytes]);
+    return std::unique_ptr<char[]>(new (std::nothrow) char[kSizeBytes + kBlockBytes]);
 }
 
 bool SCommunicatorBase::sendLinkTest(int seconds, char *block, const LinkTestPhase *first,
@@ -52,14 +57,16 @@ bool SCommunicatorBase::sendLinkTest(int seconds, char *block, const LinkTestPha
 {
     if (!block)
         return false;
+    constexpr qint64 size = kSizeBytes + kBlockBytes;
     // What lay in the memory before is not the peer's business.
-    std::fill_n(block, kBlockBytes, '\0');
+    std::fill_n(block, size, '\0');
+    qToBigEndian(kBlockBytes, block);
     const qint64 planned = plannedMs(seconds);
     QElapsedTimer timer;
     timer.start();
     while (timer.elapsed() < planned) {
-        if (isInterruptionRequested() || !writeWord64(socket(), kBlockBytes) ||
-            writeAll(socket(), block, kBlockBytes) != kBlockBytes || !hasLeft(socket()))
+        if (isInterruptionRequested() || writeAll(socket(), block, size) != size ||
+            !hasLeft(socket()))
             return false;
         phase->bytes += kBlockBytes;
         reportLinkTest(phase->bytes, timer.elapsed(), planned, first);
@@ -103,7 +110,7 @@ bool SCommunicatorBase::waitForLinkTestBlock()
            !isInterruptionRequested()) {
         const qint64 slice =
             timeout() < 0 ? kIdleWaitMs : std::min<qint64>(deadline.remainingTime(), kIdleWaitMs);
-        if (socket()->bytesAvailable() != 0 || socket()->waitForReadyRead(static_cast<int>(slice)))
+        if (BlockingIo::waitForBytes(socket(), static_cast<int>(slice)))
             return true;
         if (deadline.hasExpired())
             return false;
