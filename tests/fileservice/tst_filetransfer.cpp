@@ -2,6 +2,7 @@
 #include "filetree.h"
 
 #include <brixlib/fileservice/filetransfer_p.h>
+#include <brixlib/protocol/stcpsocket.h>
 
 #include <shared/rawpeer.h>
 
@@ -86,10 +87,22 @@ class tst_FileTransfer : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    // Each test runs on both: bytes go past a socket of the library, and through any other.
+    void initTestCase_data()
+    {
+        QTest::addColumn<bool>("isPlain");
+        QTest::newRow("a socket of the library") << false;
+        QTest::newRow("a plain socket") << true;
+    }
+
     void init()
     {
         QTest::failOnWarning(QRegularExpression(u"."_s));
-        m_socket = std::make_unique<QTcpSocket>();
+        QFETCH_GLOBAL(const bool, isPlain);
+        if (isPlain)
+            m_socket = std::make_unique<QTcpSocket>();
+        else
+            m_socket = std::make_unique<STcpSocket>();
         QVERIFY(m_peer.accept(m_socket.get()));
     }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "filetransfer_p.h"
 
+#include <brixlib/protocol/directsocket_p.h>
+
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
@@ -91,18 +93,31 @@ bool FileTransfer::receive(QIODevice *target, qint64 size)
     while (meter.done() < size) {
         if (!mayGoOn(idle))
             return false;
-        if (m_socket->bytesAvailable() == 0 && !m_socket->waitForReadyRead(kWaitSliceMs))
-            continue;
-        idle.start();
-
-        const qint64 missing = size - meter.done();
-        const qint64 count = m_socket->read(
-            buffer.get(), std::min({missing, m_socket->bytesAvailable(), kBufferBytes}));
+        const qint64 count = receiveSome(buffer.get(), std::min(size - meter.done(), kBufferBytes));
         if (count < 0 || !writeWhole(target, buffer.get(), count))
             return false;
+        if (count > 0)
+            idle.start();
         meter.add(count);
     }
     return isFlushed(target);
+}
+
+// What is there within a slice of a wait; 0 when nothing came.
+qint64 FileTransfer::receiveSome(char *buffer, qint64 size)
+{
+    DirectSocket direct(m_socket);
+    if (direct.canReceive()) {
+        if (!direct.waitToReceive(kWaitSliceMs))
+            return 0;
+        // At the end of the connection there is nothing either, which the socket finds out itself.
+        const qint64 count = direct.receive(buffer, size);
+        if (count > 0)
+            return count;
+    }
+    if (m_socket->bytesAvailable() == 0 && !m_socket->waitForReadyRead(kWaitSliceMs))
+        return 0;
+    return m_socket->read(buffer, std::min(size, m_socket->bytesAvailable()));
 }
 
 bool FileTransfer::send(QIODevice *source, qint64 size)
@@ -117,12 +132,32 @@ bool FileTransfer::send(QIODevice *source, qint64 size)
         // Files in /sys claim more than they give and are never at their end.
         if (count == 0)
             break;
-        if (count < 0 || !writeWhole(m_socket, buffer.get(), count) || !drain())
+        if (count < 0 || !sendBlock(buffer.get(), count))
             return false;
         meter.add(count);
     }
     // A file that grew or shrank meanwhile has put the peer out of step; it must not be removed.
     return meter.done() == size;
+}
+
+bool FileTransfer::sendBlock(const char *data, qint64 size)
+{
+    DirectSocket direct(m_socket);
+    QElapsedTimer idle;
+    idle.start();
+    while (size > 0 && direct.canSend()) {
+        if (!mayGoOn(idle))
+            return false;
+        if (!direct.waitToSend(kWaitSliceMs))
+            continue;
+        const qint64 count = direct.send(data, size);
+        if (count == 0)
+            break; // the connection has ended, which the socket finds out itself
+        data += count;
+        size -= count;
+        idle.start();
+    }
+    return size == 0 || (writeWhole(m_socket, data, size) && drain());
 }
 
 bool FileTransfer::drain()

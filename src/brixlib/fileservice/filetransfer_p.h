@@ -39,6 +39,8 @@ public:
     [[nodiscard]] bool send(QIODevice *source, qint64 size);
 
 private:
+    qint64 receiveSome(char *buffer, qint64 size);
+    bool sendBlock(const char *data, qint64 size);
     bool drain();
     bool isConnected() const;
     bool mayGoOn(const QElapsedTimer &idle) const;
