@@ -15,6 +15,7 @@
 #include <QtCore/QEventLoop>
 #include <QtCore/QTemporaryDir>
 
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -27,6 +28,16 @@ namespace {
 constexpr std::size_t kBlockBytes = 1048576;
 
 // ---- The bare pair: the client sends, says so by shutting its half, and then receives
+
+// As every socket of the protocol has them.
+void setOptions(int peer)
+{
+    const int bytes = 262144;
+    const int on = 1;
+    ::setsockopt(peer, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes);
+    ::setsockopt(peer, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+    ::setsockopt(peer, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
 
 double receiveBare(int peer)
 {
@@ -64,6 +75,7 @@ double sendBare(int peer, int seconds)
 int bareServer(int seconds)
 {
     const int peer = ::accept(listenBare(), nullptr, nullptr);
+    setOptions(peer);
     receiveBare(peer);
     sendBare(peer, seconds);
     return 0;
@@ -72,6 +84,7 @@ int bareServer(int seconds)
 int bareClient(unsigned short port, int seconds)
 {
     const int peer = connectBare(port);
+    setOptions(peer);
     const double up = sendBare(peer, seconds);
     const double down = receiveBare(peer);
     return say({{u"up"_s, up}, {u"down"_s, down}});
