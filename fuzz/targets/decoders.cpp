@@ -69,10 +69,15 @@ struct Plain
     bool isWhole = false; // no call has failed, and nothing of the stream is left
 };
 
-// Asks for pieces, into blocks of just their size, until nothing comes any more.
-Plain decoded(ICompressor &compressor, const QByteArray &stream, const Form &form, qint64 yield)
+// Decoders read a QBuffer where it stands, and copy what any other device has.
+class OtherDevice final : public QBuffer
 {
-    QBuffer source;
+};
+
+// Asks for pieces, into blocks of just their size, until nothing comes any more.
+Plain decoded(ICompressor &compressor, QBuffer &&source, const QByteArray &stream, const Form &form,
+              qint64 yield)
+{
     source.setData(stream);
     source.open(QIODevice::ReadOnly);
     const auto block = std::make_unique_for_overwrite<char[]>(static_cast<size_t>(form.pieceBytes));
@@ -106,13 +111,17 @@ void requireRoundTrip(ICompressor &compressor, const QByteArray &plain, const Fo
             "plain bytes can't be encoded");
     Form whole = form;
     whole.pieceBytes = plain.size();
-    require(decoded(compressor, target.data(), whole, yield).bytes == plain,
+    require(decoded(compressor, QBuffer(), target.data(), whole, yield).bytes == plain,
             "plain bytes change on their way");
 }
 
 bool run(ICompressor &&compressor, const QByteArray &stream, const Form &form, qint64 yield)
 {
-    const Plain plain = decoded(compressor, stream, form, yield);
+    const Plain plain = decoded(compressor, QBuffer(), stream, form, yield);
+    require(compressor.finalize(), "a decoder cannot be ended");
+    const Plain copied = decoded(compressor, OtherDevice(), stream, form, yield);
+    require(copied.bytes == plain.bytes && copied.isWhole == plain.isWhole,
+            "a stream tells another device otherwise");
     require(compressor.finalize(), "a decoder cannot be ended");
     requireRoundTrip(compressor, plain.bytes, form, yield);
     return plain.isWhole && !plain.bytes.isEmpty();

@@ -146,9 +146,10 @@ void LzwDecoder::decodeTexts()
         const char *const text = m_texts[code];
         const std::size_t length = m_textLengths[code];
         if (code < next && length <= kShortString) {
-            std::memcpy(target, text, kMove);
+            // What is moved beyond the string may lie across the target.
+            std::memmove(target, text, kMove);
             if (length > kMove)
-                std::memcpy(target + kMove, text + kMove, kMove);
+                std::memmove(target + kMove, text + kMove, kMove);
         } else {
             const auto room = static_cast<std::size_t>(m_targetEnd - target);
             if (code > next || length == kNoText || length > room)
