@@ -595,15 +595,15 @@ private Q_SLOTS:
         SLogger log(place.file);
         SLogger holder(place.file);
         QVERIFY(holder.open(kUser, kPassword));
-        // The open tries for half a second to get the lock.
+        expectError("FileLockError");
+        expectError("FileLockError");
+        // Each open tries for half a second to get the lock.
         SignalLog opened(&log, &SLogger::opened);
         QVERIFY(log.open(kUser, kPassword, true));
         QVERIFY(!log.isReady());
         QVERIFY(log.open(kUser, kPassword, true));
         QVERIFY(!log.isReady());
         QVERIFY(opened.isEmpty());
-        expectError("FileLockError");
-        expectError("FileLockError");
         log.waitForFinished();
         QVERIFY(opened.waitForCount(2));
         QCOMPARE(opened.entries(), (QList<std::tuple<bool>>{{false}, {false}}));
