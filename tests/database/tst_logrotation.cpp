@@ -585,6 +585,32 @@ private Q_SLOTS:
                  QStringList());
     }
 
+    void withoutATemporaryFolderTheLogIsLeft()
+    {
+        const LogPlace place;
+        SLogger log(place.file, kLarge);
+        QVERIFY(log.open(kUser, kPassword));
+        QVERIFY(appendNumbered(log, 1, 12));
+        const QByteArray before = bytesOf(place.file);
+        // A file takes the folder's place; what lies in the current folder is none of the log's.
+        const QString folder = SEnvironment::tempFolder(true);
+        QVERIFY(QDir(folder).removeRecursively());
+        QVERIFY(touch(folder));
+        const QString current = QDir::currentPath();
+        QVERIFY(QDir::setCurrent(place.folder.path()));
+        QVERIFY(touch(u".srec"_s));
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"No file name"_s));
+        const bool rotated = log.rotate(true);
+        const bool isLeftAlone = QFile::exists(u".srec"_s);
+        QVERIFY(QDir::setCurrent(current));
+        QVERIFY(QFile::remove(folder));
+        QVERIFY(!rotated);
+        QVERIFY(isLeftAlone);
+        QCOMPARE(bytesOf(place.file), before);
+        QVERIFY(log.rotate(true));
+        QCOMPARE(idsOf(log), marked(numbered(9, 12)));
+    }
+
     void logCutAtAnyLineOpensOrTellsWhy()
     {
         const LogPlace place;

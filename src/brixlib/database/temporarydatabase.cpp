@@ -18,14 +18,25 @@ constexpr QLatin1String kSuffixes[] = {QLatin1String(), QLatin1String(".srec"),
 TemporaryDatabase::TemporaryDatabase()
     : m_path(SEnvironment::tempUniqueFileName(SEnvironment::tempFolder(true)))
 {
-    for (const QLatin1String suffix : kSuffixes)
-        SFileHelper::deleteFileOnExit(m_path + suffix);
+    for (const QString &file : files())
+        SFileHelper::deleteFileOnExit(file);
 }
 
 TemporaryDatabase::~TemporaryDatabase()
 {
+    for (const QString &file : files())
+        QFile::remove(file);
+}
+
+QStringList TemporaryDatabase::files() const
+{
+    QStringList names;
+    // Without a path these would be files of the current folder.
+    if (m_path.isEmpty())
+        return names;
     for (const QLatin1String suffix : kSuffixes)
-        QFile::remove(m_path + suffix);
+        names.append(m_path + suffix);
+    return names;
 }
 
 } // namespace Talverine

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 
 namespace Talverine {
 
@@ -17,10 +18,13 @@ public:
     ~TemporaryDatabase();
     Q_DISABLE_COPY_MOVE(TemporaryDatabase)
 
-    //! A path in the process's temporary folder where nothing is at first.
+    //! A path in the process's temporary folder where nothing is at first; empty when that folder
+    //! can't be made.
     QString path() const { return m_path; }
 
 private:
+    QStringList files() const;
+
     const QString m_path;
 };
 
