@@ -96,7 +96,7 @@ bool FieldLineFilter::mayMatchIndented(QByteArrayView line) const
 bool FieldLineFilter::mayMatchBeginning(QByteArrayView beginning) const
 {
     const qsizetype spaces = leadingSpaces(beginning);
-    return beginning.size() - spaces < m_name.size() || mayMatch(beginning);
+    return beginning.size() - spaces < m_name.size() || mayMatchIndented(beginning);
 }
 
 } // namespace Talverine

@@ -38,7 +38,8 @@ public:
     //! False only if \a line surely has another name.
     bool mayMatch(QByteArrayView line) const
     {
-        if (line.isEmpty())
+        // The shortest field is "k=".
+        if (line.size() < 2)
             return false;
         // Nearly every line is told by its first byte. Those beyond ASCII are negative.
         const auto first = static_cast<signed char>(line.front());

@@ -21,6 +21,17 @@ LineReader::LineReader(QIODevice *device, qint64 position, qsizetype blockBytes)
     }
 }
 
+// The last line, where no LF ends it.
+bool LineReader::takeRest(QByteArrayView *line)
+{
+    if (m_begin == m_end)
+        return false;
+    *line = QByteArrayView(m_block.constData() + m_begin, m_end - m_begin);
+    m_lineBegin = m_begin;
+    m_begin = m_end;
+    return true;
+}
+
 // What has been given out goes, and at least one more byte comes behind the rest.
 bool LineReader::fill()
 {

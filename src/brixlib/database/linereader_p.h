@@ -59,6 +59,9 @@ public:
     bool hasFailed() const { return m_failed; }
 
 private:
+    template<typename Wanted>
+    bool nextInBlock(QByteArrayView *line, qsizetype searched, Wanted wanted);
+    bool takeRest(QByteArrayView *line);
     bool fill();
     void dropRead();
     bool skipLine();
@@ -87,35 +90,43 @@ inline qsizetype LineReader::lineEnd(qsizetype from) const
 template<typename Wanted>
 bool LineReader::next(QByteArrayView *line, Wanted wanted)
 {
+    // What is known to hold no LF.
     qsizetype searched = m_begin;
     for (;;) {
-        qsizetype end = lineEnd(searched);
-        if (end < 0) {
-            const qsizetype rest = m_end - m_begin;
-            const QByteArrayView beginning(m_block.constData() + m_begin, rest);
-            if (rest >= m_blockBytes && !wanted(beginning, false)) {
-                if (!skipLine())
-                    return false;
-                searched = m_begin;
-                continue;
-            }
-            if (fill()) {
-                searched = m_begin + rest;
-                continue;
-            }
-            if (m_begin == m_end)
+        if (nextInBlock(line, searched, wanted))
+            return true;
+        const qsizetype rest = m_end - m_begin;
+        const QByteArrayView beginning(m_block.constData() + m_begin, rest);
+        if (rest >= m_blockBytes && !wanted(beginning, false)) {
+            if (!skipLine())
                 return false;
-            end = m_end;
+            searched = m_begin;
+        } else if (fill()) {
+            searched = m_begin + rest;
+        } else {
+            return takeRest(line) && wanted(*line, true);
         }
-        const QByteArrayView found(m_block.constData() + m_begin, end - m_begin);
-        m_lineBegin = m_begin;
-        m_begin = end < m_end ? end + 1 : end;
+    }
+}
+
+// Apart from the rest, and on local variables: of a large file every line goes through here.
+template<typename Wanted>
+bool LineReader::nextInBlock(QByteArrayView *line, qsizetype searched, Wanted wanted)
+{
+    const char *data = m_block.constData();
+    qsizetype begin = m_begin;
+    for (qsizetype end = lineEnd(searched); end >= 0; end = lineEnd(begin)) {
+        const QByteArrayView found(data + begin, end - begin);
         if (wanted(found, true)) {
+            m_lineBegin = begin;
+            m_begin = end + 1;
             *line = found;
             return true;
         }
-        searched = m_begin;
+        begin = end + 1;
     }
+    m_begin = begin;
+    return false;
 }
 
 } // namespace Talverine
