@@ -168,8 +168,9 @@ public:
     bool operator==(const SDBText &other) const;
     bool operator!=(const SDBText &other) const { return !(*this == other); }
     /*!
-     * Takes the records, settings, user and field indexes of \a other, of which nothing is left in
-     * this database's file; a null one gets a place in memory. Needs the right to write to both.
+     * Takes the records, settings, user and field indexes of \a other; what was in this database's
+     * file or device is lost. Without either it gets a place in memory. Needs the right to write to
+     * both.
      */
     SDBText &operator=(const SDBText &other);
     //! A copy in memory with the records of \a other, or without those of the same keys.
