@@ -20,6 +20,7 @@ namespace {
 constexpr qint64 kSmallestPieceBytes = 16 * 1024;
 // Above what a block of a device takes, so that it is read at once.
 constexpr int kReadStepBytes = 256 * 1024;
+constexpr qint64 kLongestBlockBytes = std::numeric_limits<quint32>::max();
 constexpr qint64 kAllBytes = std::numeric_limits<qint64>::max();
 
 QList<QFuture<QByteArray>> startPieces(const char *data, qint64 size, int concurrence,
@@ -96,6 +97,8 @@ QByteArray uninitialized(qint64 size)
 
 bool writeFramedBlock(QIODevice *target, const QByteArray &block)
 {
+    if (block.size() > kLongestBlockBytes)
+        return false;
     static_cast<void>(writeWord(target, static_cast<quint32>(block.size())));
     return SFileHelper::writeAll(target, block);
 }

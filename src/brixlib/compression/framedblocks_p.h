@@ -37,7 +37,7 @@ QByteArray uninitialized(qint64 size);
 
 /*!
  * Writes the length word, whose failure goes unnoticed, and the block. False when the block's own
- * bytes can't be written.
+ * bytes can't be written; or, with nothing written, when its length does not fit in the word.
  */
 [[nodiscard]] bool writeFramedBlock(QIODevice *target, const QByteArray &block);
 
