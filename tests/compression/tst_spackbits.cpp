@@ -14,6 +14,8 @@
 #include <QtCore/QTemporaryFile>
 #include <QtCore/QThread>
 
+#include <array>
+
 using namespace Talverine::Compression;
 using namespace Qt::StringLiterals;
 
@@ -91,6 +93,33 @@ private:
     bool m_failsAtEnd = false;
 };
 
+//! A file that others write to: the first byte is another when it is read again.
+class ChangingFile final : public QIODevice
+{
+public:
+    ChangingFile(char first, char then)
+        : m_codes{first, then}
+    {
+        QIODevice::open(ReadOnly | Unbuffered);
+    }
+
+    qint64 size() const override { return 1000; }
+
+protected:
+    qint64 readData(char *data, qint64 maxSize) override
+    {
+        const bool isAtStart = pos() == 0;
+        const qint64 count = isAtStart ? 1 : maxSize;
+        std::fill_n(data, count, isAtStart ? m_codes.at(m_reads++) : 'x');
+        return count;
+    }
+    qint64 writeData(const char *, qint64) override { return -1; }
+
+private:
+    std::array<char, 2> m_codes;
+    std::size_t m_reads = 0;
+};
+
 } // namespace
 
 class tst_SPackBits : public QObject
@@ -134,10 +163,14 @@ private Q_SLOTS:
     void streamFromPiecesOfOneByte();
     void streamFromAFile();
     void streamFromABufferThatHasShrunk();
+    void streamFromAFileThatChanges_data();
+    void streamFromAFileThatChanges();
     void finalizeForgetsWhatIsHeld();
 
     void failsWhenTheTargetIsFull();
     void failsWhenReadingFails();
+    void failsInsideALiteral();
+    void failsInsideARun();
     void lengthWordFailureGoesUnnoticed();
     void truncationAtEveryByte_data();
     void truncationAtEveryByte();
@@ -513,6 +546,31 @@ void tst_SPackBits::streamFromABufferThatHasShrunk()
     QCOMPARE(compressor.decompress(&source, data, sizeof data, 0), 0);
 }
 
+void tst_SPackBits::streamFromAFileThatChanges_data()
+{
+    QTest::addColumn<char>("then");
+    QTest::addColumn<QByteArray>("expected");
+    QTest::newRow("the same") << '\x01' << "xx"_ba;
+    QTest::newRow("a longer literal") << '\x7F' << QByteArray();
+    QTest::newRow("a longer run") << '\x81' << QByteArray();
+    QTest::newRow("a shorter literal") << '\0' << "x"_ba;
+    QTest::newRow("an idle byte") << '\x80' << QByteArray();
+}
+
+// The room was measured for another packet.
+void tst_SPackBits::streamFromAFileThatChanges()
+{
+    QFETCH(char, then);
+    QFETCH(QByteArray, expected);
+    constexpr int kRoom = 2;
+    ChangingFile source('\x01', then);
+    SPackBits compressor;
+    QByteArray data(200, 'g');
+    const qint64 count = compressor.decompress(&source, data.data(), kRoom, 0);
+    QCOMPARE(data.left(count), expected);
+    QCOMPARE(data.mid(kRoom), QByteArray(200 - kRoom, 'g'));
+}
+
 void tst_SPackBits::finalizeForgetsWhatIsHeld()
 {
     SPackBits compressor(PackBitsMode::PackBitsFramed);
@@ -556,6 +614,27 @@ void tst_SPackBits::failsWhenReadingFails()
     // Only a packet that has begun has something to miss.
     QCOMPARE(compressor.decompress(&source, data, sizeof data, 0), -1);
     QCOMPARE(compressor.decompress(&source, data, sizeof data, 0), 0);
+}
+
+// What came of the packet before does not hide it.
+void tst_SPackBits::failsInsideALiteral()
+{
+    LiveDevice source;
+    source.arrive(fromHex("0041044243"));
+    source.failAtEnd();
+    SPackBits compressor;
+    char data[300] = {};
+    QCOMPARE(compressor.decompress(&source, data, sizeof data, 0), -1);
+}
+
+void tst_SPackBits::failsInsideARun()
+{
+    LiveDevice source;
+    source.arrive(fromHex("0041FE"));
+    source.failAtEnd();
+    SPackBits compressor;
+    char data[300] = {};
+    QCOMPARE(compressor.decompress(&source, data, sizeof data, 0), -1);
 }
 
 // The block alone tells of success.

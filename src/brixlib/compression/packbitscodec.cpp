@@ -15,7 +15,6 @@ namespace {
 constexpr std::ptrdiff_t kShortestRun = 3;
 constexpr std::ptrdiff_t kLongestRun = 128;
 constexpr std::ptrdiff_t kLongestLiteral = 127;
-constexpr char kSkipped = -128;
 constexpr std::ptrdiff_t kWordBytes = 8;
 // What most packets of pictures stay below; longer ones are moved at full length.
 constexpr std::ptrdiff_t kShortMove = 32;
@@ -153,7 +152,7 @@ PackBitsDecoded packBitsDecode(const char *source, qint64 size, char *target, qi
             return stopped(PackBitsEnd::TargetFull);
         const char code = *pos;
         const char *const content = pos + 1;
-        if (code == kSkipped) {
+        if (code == kPackBitsSkipped) {
             pos = content;
             continue;
         }
@@ -185,7 +184,7 @@ qint64 packBitsDecodedSize(const char *source, qint64 size)
     while (pos != end) {
         const char code = *pos;
         ++pos;
-        if (code == kSkipped)
+        if (code == kPackBitsSkipped)
             continue;
         // Without a branch, which packets of both kinds in turns would make a guess.
         const qint64 stored = 1 + std::max<int>(static_cast<signed char>(code), 0);

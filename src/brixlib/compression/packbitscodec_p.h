@@ -11,19 +11,23 @@ namespace Talverine::Compression {
 //! Plain bytes of the longest packet.
 constexpr qint64 kPackBitsLongestPacket = 128;
 
+//! The first byte of a packet that stands for nothing and has no more bytes.
+constexpr char kPackBitsSkipped = -128;
+
 //! Bytes that \a size plain bytes, at least one, never need more than encoded.
 constexpr qint64 packBitsBound(qint64 size)
 {
     return size + size / 127 + 1;
 }
 
-//! Whether the packet with this first byte has its bytes as they are. Not for the byte -128.
+//! Whether the packet with this first byte has its bytes as they are. Not for the one that is
+//! skipped.
 constexpr bool packBitsIsLiteral(char code)
 {
     return static_cast<signed char>(code) >= 0;
 }
 
-//! Plain bytes of the packet with this first byte. Not for the byte -128.
+//! Plain bytes of the packet with this first byte. Not for the one that is skipped.
 constexpr qint64 packBitsLength(char code)
 {
     const int n = static_cast<signed char>(code);

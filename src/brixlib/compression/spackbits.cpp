@@ -6,12 +6,12 @@
 #include <brixlib/compression/lookahead_p.h>
 #include <brixlib/compression/packbitscodec_p.h>
 
+#include <brixrt/sfilehelper.h>
+
 #include <algorithm>
 #include <array>
-#include <cstring>
+#include <optional>
 #include <typeinfo>
-
-#include <brixrt/sfilehelper.h>
 
 namespace Talverine::Compression {
 
@@ -42,6 +42,22 @@ PackBitsDecoded decodeAhead(QIODevice *source, char *data, qint64 maxSize)
     return decoded;
 }
 
+// The bytes that a packet has in `source`, fewer at the end; -1 when reading fails, which would not
+// show at the start of the next packet.
+qint64 readContent(QIODevice *source, char *data, qint64 size)
+{
+    qint64 done = 0;
+    while (done < size) {
+        const qint64 count = source->read(data + done, size - done);
+        if (count < 0)
+            return -1;
+        if (count == 0)
+            break;
+        done += count;
+    }
+    return done;
+}
+
 struct Packet
 {
     qint64 count;
@@ -50,26 +66,32 @@ struct Packet
 
 // A packet of which `source` has only a part at hand, and may have to wait for the rest. A count of
 // -1 is a failure.
-Packet readPacket(QIODevice *source, char *data)
+Packet readPacket(QIODevice *source, char *data, qint64 room)
 {
     char code = 0;
     if (!source->getChar(&code))
         return {0, false};
+    if (code == kPackBitsSkipped)
+        return {0, true};
     const qint64 length = packBitsLength(code);
+    // It fitted when it was looked at, but others may have written to the file since.
+    if (length > room)
+        return {0, false};
     if (packBitsIsLiteral(code)) {
-        const qint64 count = readBytes(source, data, length);
+        const qint64 count = readContent(source, data, length);
         return {count, count == length};
     }
     char byte = 0;
-    if (!source->getChar(&byte))
-        return {0, false};
+    const qint64 count = readContent(source, &byte, 1);
+    if (count < 1)
+        return {count, false};
     std::fill_n(data, length, byte);
     return {length, true};
 }
 
 qint64 plainSize(QByteArrayView block)
 {
-    return packBitsDecodedSize(block.data(), block.size());
+    return std::max(packBitsDecodedSize(block.data(), block.size()), qint64(0));
 }
 
 bool decodeInto(QByteArrayView block, char *data, qint64 size)
@@ -197,7 +219,7 @@ qint64 SPackBits::_decompress(QIODevice *source, char *data, qint64 maxSize)
             continue;
         if (decoded.end == PackBitsEnd::SourceUsedUp || decoded.end == PackBitsEnd::TargetFull)
             break;
-        const Packet packet = readPacket(source, data + done);
+        const Packet packet = readPacket(source, data + done, maxSize - done);
         if (packet.count < 0)
             return -1;
         done += packet.count;

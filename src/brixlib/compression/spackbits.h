@@ -54,7 +54,8 @@ public:
      *
      * Framed, it reads one block when it holds nothing, or all of \a compressedSize, and fails when
      * they are not so long. Raw, it decodes all of \a compressedSize as one block; with 0 it takes
-     * packets until \a maxSize, and leaves one that does not fit in \a source.
+     * packets until \a maxSize, and leaves one that does not fit in \a source; it fails when
+     * reading fails inside one.
      */
     qint64 decompress(QIODevice *source, char *data, qint64 maxSize,
                       qint64 compressedSize) override;
