@@ -13,7 +13,7 @@ using TestShared::HeldMemoryPeak;
 
 namespace {
 
-constexpr int kRecords = 200'000;
+constexpr int kRecords = 100'000;
 constexpr qint64 kBytesOfAKey = 200;
 // Blocks of the readers, and what comes with the first use of anything.
 constexpr qint64 kSlackBytes = 4 * 1024 * 1024;
