@@ -5,6 +5,8 @@
 #include <QtCore/QHash>
 #include <QtCore/QList>
 
+#include <algorithm>
+
 /*!
  * The LZW of TIFF with whole strings in its tables, in the plainest way, to compare the library's
  * with.
@@ -91,6 +93,8 @@ public:
     explicit Decoder(const QByteArray &bytes)
         : m_bytes(bytes)
     {
+        for (int byte = 0; byte < 256; ++byte)
+            m_table.append(QByteArray(1, static_cast<char>(byte)));
         reset();
     }
 
@@ -98,24 +102,50 @@ public:
     int overflows() const { return m_overflows; }
     //! What the last call had no room for.
     qsizetype held() const { return m_held.size(); }
+    //! How many bytes have been taken.
+    qsizetype position() const { return m_lost + (m_bit + 7) / 8; }
 
-    QByteArray decoded(qsizetype maxSize)
+    //! Takes \a partBytes bytes, or with 0 those that are needed.
+    QByteArray decoded(qsizetype maxSize, qsizetype partBytes = 0)
     {
         QByteArray out = m_held.left(maxSize);
         m_held.remove(0, out.size());
         if (!m_held.isEmpty())
             return out;
+        m_end = m_bytes.size();
+        if (partBytes > 0)
+            m_end = std::min(m_end, (m_bit + 7) / 8 + partBytes);
+        readCodes(maxSize, &out);
+        if (partBytes > 0)
+            loseRest();
+        return out;
+    }
+
+private:
+    static constexpr int kFull = 4096;
+
+    // The texts of one byte stay; 256 and 257 are none.
+    void reset()
+    {
+        m_table.resize(256);
+        m_table.resize(258);
+        m_nextCode = 258;
+        m_width = 9;
+    }
+
+    void readCodes(qsizetype maxSize, QByteArray *out)
+    {
         for (;;) {
             int code = readCode();
             if (code == 257)
-                return out;
+                return;
             QByteArray string;
             if (code == 256) {
                 reset();
                 code = readCode();
                 if (code == 257) {
                     m_previous = code;
-                    return out;
+                    return;
                 }
                 string = m_table.value(code);
             } else {
@@ -124,42 +154,32 @@ public:
                 const bool isFilled = !string.isEmpty();
                 const QByteArray &beginning = isFilled ? string : previous;
                 const QByteArray added = previous + (beginning.isEmpty() ? '\0' : beginning.at(0));
-                if (m_nextCode < 4096)
-                    m_table.insert(m_nextCode, added);
+                if (m_nextCode < kFull)
+                    m_table.append(added);
                 ++m_nextCode;
                 if (m_width < 13 && m_nextCode == (1 << m_width) - 1)
                     ++m_width;
                 if (m_width > 12) {
                     ++m_overflows;
-                    return out;
+                    return;
                 }
                 if (!isFilled)
                     string = added;
             }
             m_previous = code;
-            if (string.size() > maxSize - out.size()) {
+            if (string.size() > maxSize - out->size()) {
                 m_held = string;
-                return out;
+                return;
             }
-            out += string;
+            *out += string;
         }
-    }
-
-private:
-    void reset()
-    {
-        m_table.clear();
-        for (int byte = 0; byte < 256; ++byte)
-            m_table.insert(byte, QByteArray(1, static_cast<char>(byte)));
-        m_nextCode = 258;
-        m_width = 9;
     }
 
     // A code that is cut takes the bytes that are there, but not the bits before them.
     int readCode()
     {
-        if (m_bytes.size() * 8 - m_bit < m_width) {
-            m_bytes.truncate((m_bit + 7) / 8);
+        if (m_end * 8 - m_bit < m_width) {
+            loseRest();
             return 257;
         }
         int code = 0;
@@ -168,9 +188,20 @@ private:
         return code;
     }
 
+    void loseRest()
+    {
+        const qsizetype next = (m_bit + 7) / 8;
+        m_bytes.remove(next, m_end - next);
+        m_lost += m_end - next;
+        m_end = next;
+    }
+
     QByteArray m_bytes;
     qsizetype m_bit = 0;
-    QHash<int, QByteArray> m_table;
+    // Where the bytes of a call end, and how many were taken that no code has got to.
+    qsizetype m_end = 0;
+    qsizetype m_lost = 0;
+    QList<QByteArray> m_table;
     int m_nextCode = 0;
     int m_width = 0;
     int m_previous = 0;

@@ -64,6 +64,8 @@ qint64 LzwDecoder::decode(QIODevice *source, char *data, qint64 maxSize, qint64 
     const qint64 held = takeOverflow(data, maxSize);
     if (!m_overflow.isEmpty())
         return held;
+    if (!source)
+        return held > 0 ? held : -1;
     m_target = data + held;
     m_targetEnd = data + maxSize;
     m_previousText = nullptr;

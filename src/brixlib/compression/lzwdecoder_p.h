@@ -44,7 +44,8 @@ public:
     void begin();
     /*!
      * Gives up to \a maxSize bytes and their count; more of \a data may be overwritten. Takes \a
-     * compressedSize bytes of \a source, or with 0 those that are needed; -1 when that fails.
+     * compressedSize bytes of \a source, or with 0 those that are needed; none while it holds more
+     * than there is room for. -1 when taking fails, or when \a source is null and nothing is held.
      */
     qint64 decode(QIODevice *source, char *data, qint64 maxSize, qint64 compressedSize);
     //! Bytes decoded that the last call had no room for.

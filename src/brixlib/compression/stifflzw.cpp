@@ -48,6 +48,8 @@ qint64 STiffLZW::incrementalCompress(const char *data, qint64 size)
 {
     if (!d->isCompressing)
         return -1;
+    if (size <= 0)
+        return 0;
     return d->encoder.add(d->target, data, size) ? size : -1;
 }
 
@@ -69,8 +71,6 @@ void STiffLZW::beginDecompress(QIODevice *device)
 
 qint64 STiffLZW::incrementalDecompress(char *data, qint64 maxSize, qint64 compressedSize)
 {
-    if (!d->source)
-        return -1;
     return d->decoder.decode(d->source, data, maxSize, compressedSize);
 }
 

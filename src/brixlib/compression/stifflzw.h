@@ -34,8 +34,8 @@ public:
 
     //! Starts a stream on \a device, which stays the caller's; one that was not ended is forgotten.
     void beginCompress(QIODevice *device);
-    //! Adds to the stream: gives \a size, or -1 when the device did not take all, or when there is
-    //! no stream.
+    //! Adds to the stream: gives \a size, 0 for one below, or -1 when the device did not take all,
+    //! or when there is no stream.
     qint64 incrementalCompress(const char *data, qint64 size);
     /*!
      * Writes what is left and the end of the stream. False when that fails, or when there is no
@@ -50,8 +50,9 @@ public:
      * which bytesAvailable() tells. More of \a data than it counts may be overwritten.
      *
      * Takes \a compressedSize bytes of the device, of which it forgets those that it does not get
-     * to; with 0, those that it needs. -1 when reading them fails. An end of the device ends the
-     * stream.
+     * to; with 0, those that it needs. It takes none while it holds more than there is room for.
+     * -1 when reading fails, or when there is no device and nothing is held. An end of the device
+     * ends the stream.
      */
     qint64 incrementalDecompress(char *data, qint64 maxSize, qint64 compressedSize);
     //! The next decompress() starts a stream. Always true.
