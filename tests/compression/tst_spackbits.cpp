@@ -162,6 +162,7 @@ private Q_SLOTS:
     void streamFromALiveDevice();
     void streamFromPiecesOfOneByte();
     void streamFromAFile();
+    void streamOfAFileEndsInsideAPacket();
     void streamFromABufferThatHasShrunk();
     void streamFromAFileThatChanges_data();
     void streamFromAFileThatChanges();
@@ -532,6 +533,21 @@ void tst_SPackBits::streamFromAFile()
     QCOMPARE(compressor.decompress(&file, data.data(), data.size(), 0), row.size());
     QCOMPARE(data, row);
     QCOMPARE(file.readAll(), "what follows"_ba);
+}
+
+// The end of a file is no failure.
+void tst_SPackBits::streamOfAFileEndsInsideAPacket()
+{
+    for (const auto &[packets, plain] :
+         {std::pair(fromHex("004104424344"), "ABCD"_ba), std::pair(fromHex("004104"), "A"_ba),
+          std::pair(fromHex("0041FE"), "A"_ba)}) {
+        QTemporaryFile file;
+        QVERIFY(file.open());
+        QCOMPARE(file.write(packets), packets.size());
+        file.seek(0);
+        SPackBits compressor;
+        QCOMPARE(decompressed(&compressor, &file, 100), plain);
+    }
 }
 
 void tst_SPackBits::streamFromABufferThatHasShrunk()
