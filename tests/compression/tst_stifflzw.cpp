@@ -1141,7 +1141,9 @@ void tst_STiffLZW::deviceRoundTrip()
     QVERIFY(!file.isOpen());
     QCOMPARE(file.data(), encoded(data));
 
-    STiffLZWDevice reader(&file, true);
+    QObject parent;
+    STiffLZWDevice reader(&file, true, &parent);
+    QCOMPARE(reader.parent(), &parent);
     QVERIFY(reader.open(QIODevice::ReadOnly));
     QCOMPARE(reader.read(5), data.left(5));
     QCOMPARE(reader.readAll(), data.mid(5));
