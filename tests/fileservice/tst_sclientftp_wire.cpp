@@ -867,7 +867,9 @@ private Q_SLOTS:
         QVERIFY(m_client->waitForEnd());
     }
 
-    void sizeThatDoesNotComeCountsAsNone_data()
+    // Only for a file is it no failure as yet that a server falls silent: it is empty then. With
+    // the connection all is lost but what was there before.
+    void sizeThatDoesNotCome_data()
     {
         QTest::addColumn<bool>("device");
         QTest::addColumn<bool>("closes");
@@ -876,7 +878,7 @@ private Q_SLOTS:
         QTest::newRow("device, the server closes") << true << true;
         QTest::newRow("device, the server falls silent") << true << false;
     }
-    void sizeThatDoesNotComeCountsAsNone()
+    void sizeThatDoesNotCome()
     {
         QFETCH(const bool, device);
         QFETCH(const bool, closes);
@@ -896,16 +898,70 @@ private Q_SLOTS:
             QVERIFY(!m_client->run([&](SClientFtp &client) {
                 device ? client.getDevice(u"a.txt"_s, &buffer) : client.getFile(u"a.txt"_s);
             }));
-            // Only for a file it is no failure as yet: it is empty then.
-            QCOMPARE(m_client->log, device ? QStringList{u"getDeviceStarted"_s}
-                                           : QStringList({u"getFileStarted "_s + target,
-                                                          u"getFileFinished "_s + target}));
-            QCOMPARE(FileTree::read(target), device ? "older" : "");
+            const bool becomesEmpty = !device && !closes;
+            QStringList expected{device ? u"getDeviceStarted"_s : u"getFileStarted "_s + target};
+            if (becomesEmpty)
+                expected.append(u"getFileFinished "_s + target);
+            QCOMPARE(m_client->log, expected);
+            QCOMPARE(FileTree::read(target), becomesEmpty ? "" : "older");
             QCOMPARE(buffer.isOpen(), device);
             QCOMPARE(m_client->results.size(), 1);
             QVERIFY(m_client->waitForEnd());
             QCOMPARE(FileTree::below(m_client->folder()), QStringList{u"a.txt"_s});
         }
+    }
+
+    // A server that takes the command back says so; a piece of that says nothing.
+    void wordInThePlaceOfTheSize_data()
+    {
+        QTest::addColumn<QByteArray>("word");
+        QTest::addColumn<bool>("becomesEmpty");
+        QTest::newRow("nack") << nack() << true;
+        QTest::newRow("a part of nack") << nack().first(3) << false;
+        QTest::newRow("nack and more") << nack() + '\0' << true;
+        QTest::newRow("ack") << ack() << false;
+    }
+    void wordInThePlaceOfTheSize()
+    {
+        QFETCH(const QByteArray, word);
+        QFETCH(const bool, becomesEmpty);
+        RawServer server(scripted(today(), [&](auto &peer) {
+            peer.readCommand();
+            peer.send(ack() + word);
+        }));
+        m_client = std::make_unique<FileClient>();
+        const QString target = m_client->path(u"a.txt"_s);
+        QVERIFY(FileTree::write(target, "older"));
+        QVERIFY(m_client->open(server.port()));
+        QVERIFY(!m_client->run([](SClientFtp &client) { client.getFile(u"a.txt"_s); }));
+        QCOMPARE(FileTree::read(target), becomesEmpty ? "" : "older");
+        QCOMPARE(m_client->results, QStringList{u"getf false"_s});
+        QVERIFY(m_client->waitForEnd());
+        QCOMPARE(FileTree::below(m_client->folder()), QStringList{u"a.txt"_s});
+    }
+
+    // Nobody has said that there is no such file.
+    void stopBeforeTheSizeLeavesTheFile()
+    {
+        RawServer server(scripted(today(), [](auto &peer) {
+            peer.readCommand();
+            peer.send(ack());
+            peer.readToEnd();
+        }));
+        m_client = std::make_unique<FileClient>();
+        m_client->timeout = kShortTimeoutMs;
+        const QString target = m_client->path(u"a.txt"_s);
+        QVERIFY(FileTree::write(target, "older"));
+        QVERIFY(m_client->open(server.port()));
+        QVERIFY(!m_client->run([](SClientFtp &client) {
+            QObject::connect(
+                &client, &SClientFtp::getFileStarted, &client,
+                [] { QThread::currentThread()->requestInterruption(); }, Qt::DirectConnection);
+            client.getFile(u"a.txt"_s);
+        }));
+        QCOMPARE(FileTree::read(target), "older");
+        QVERIFY(m_client->waitForEnd());
+        QCOMPARE(FileTree::below(m_client->folder()), QStringList{u"a.txt"_s});
     }
 
     void negativeSizeMeansNoBytes()

@@ -104,8 +104,7 @@ bool areExpected(const QStringList &results, const FaultStage::Whole &whole,
     return areBrokenOff(results, whole.results);
 }
 
-QString firstWrongFile(const FaultStage::Whole &whole, const FaultStage::Tree &tree,
-                       bool mayEmptyFiles)
+QString firstWrongFile(const FaultStage::Whole &whole, const FaultStage::Tree &tree)
 {
     const auto isAsIn = [&tree](const FaultStage::Tree &other, const QString &path) {
         return tree.contains(path) == other.contains(path) && tree.value(path) == other.value(path);
@@ -116,9 +115,7 @@ QString firstWrongFile(const FaultStage::Whole &whole, const FaultStage::Tree &t
             continue;
         if (!tree.contains(path))
             return path + u" is missing"_s;
-        const bool isEmptied = path.startsWith(kClientPrefix) && tree.value(path).isEmpty();
-        if (!isEmptied || !mayEmptyFiles)
-            return path + u" has %1 bytes"_s.arg(tree.value(path).size());
+        return path + u" has %1 bytes"_s.arg(tree.value(path).size());
     }
     return QString();
 }
@@ -176,8 +173,7 @@ QString FaultStage::playFault(const Scene &scene, const Whole &whole, const Faul
         problem += u"took %1 ms; "_s.arg(outcome.tookMs);
     if (!areExpected(outcome.results, whole, fault))
         problem += u"results: %1; "_s.arg(outcome.results.join(u", "_s));
-    problem += firstWrongFile(whole, outcome.tree,
-                              scene.mayEmptyFiles && scene.mayEmptyFiles(whole, fault));
+    problem += firstWrongFile(whole, outcome.tree);
     return problem.isEmpty() ? problem : describe(fault) + problem;
 }
 

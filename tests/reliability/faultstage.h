@@ -44,8 +44,6 @@ public:
          * its own. Gives a text for each step, which ends in " true" or " false".
          */
         std::function<QStringList(quint16 port, int timeoutMs)> drive = {};
-        //! Whether a fault may leave an empty file with the client.
-        std::function<bool(const Whole &whole, const Fault &fault)> mayEmptyFiles = {};
     };
 
     //! How a scene goes when nothing disturbs it.
@@ -76,8 +74,7 @@ public:
      *   descriptors are gone: after a cut, long before a time-out; after a stall, a few time-outs
      *   later for the client, and no later than the connection for the server;
      * - the exchanges that came before the fault have succeeded, and no other one has;
-     * - each file is as it was, or as it is after the whole scene, and no other file is there,
-     *   except for what mayEmptyFiles() allows.
+     * - each file is as it was, or as it is after the whole scene, and no other file is there.
      */
     QString playFault(const Scene &scene, const Whole &whole, const Fault &fault);
 

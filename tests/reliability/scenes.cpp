@@ -46,23 +46,6 @@ Scene withFolder(Commands commands, int exchanges = 1)
     return scene;
 }
 
-// Between the word that accepts a fetch and the end of the size, the local file becomes an empty
-// one: a server that was refused its file and one that has gone cannot be told apart there. The
-// exchange fails in its last word. The fetches are the last \a count exchanges, each of kContent.
-Scene fetching(int count, Scene scene)
-{
-    scene.mayEmptyFiles = [count](const FaultStage::Whole &whole, const FaultStage::Fault &fault) {
-        const qint64 bytes = 4 + 8 + kContent.size() + 4;
-        for (int i = 1; i <= count; ++i) {
-            const qint64 size = whole.toClient - i * bytes + 4;
-            if (!fault.toServer && fault.at >= size && fault.at < size + 8)
-                return true;
-        }
-        return false;
-    };
-    return scene;
-}
-
 // Devices belong to the client, and so last as long as it needs them.
 Scene getDevice()
 {
@@ -84,13 +67,13 @@ Scene getDirInOldForm()
     const Commands commands = [](Client &c) {
         c.enqueueCommand(new SCommandGetDir(u"folder"_s, u"got"_s, false));
     };
-    return fetching(2, withFolder(commands, 3));
+    return withFolder(commands, 3);
 }
 
 Scene getFiles()
 {
     const Commands commands = [](Client &c) { c.getFiles(u"folder"_s, u""_s, u"got"_s, true); };
-    return fetching(2, withFolder(commands, 3));
+    return withFolder(commands, 3);
 }
 
 QStringList driveDevice(quint16 port, int timeoutMs)
@@ -165,7 +148,7 @@ Scene Scenes::getFile()
         FileTree::write(home + u"/file"_s, kContent);
         FileTree::write(folder + u"/file"_s, kOlder);
     };
-    return fetching(1, scene);
+    return scene;
 }
 
 Scene Scenes::sendFile()

@@ -143,12 +143,11 @@ void SoakPlayer::detach()
     ++m_generation;
 }
 
-// The file that was fetched is as it was or as it is to be. It is empty when the size of the new
-// one did not arrive.
+// The file that was fetched is as it was or as it is to be.
 void SoakPlayer::checkLocal(const QByteArray &hash)
 {
     const QByteArray found = hashOfFile(m_places.local + u'/' + kGot);
-    if (found != m_got && found != hash && found != hashOf({}))
+    if (found != m_got && found != hash)
         report(u"a broken session has left a wrong local file"_s);
     m_got = found;
     for (const QString &name : FileTree::below(m_places.local)) {

@@ -335,18 +335,38 @@ bool SClientFtp::executeCommandGetFile(SCommandGetFile &command)
         storage.emplace(QFileInfo(file.name()).path()).syncLater();
     Q_EMIT getFileStarted(file.name());
 
-    // A server that cannot read its file sends no size. The file is empty then, and the exchange
-    // fails in its last word.
-    quint64 size = 0;
-    readWord64(socket(), &size);
-    const auto total = static_cast<qint64>(size);
-    if (!transfer(&SClientFtp::getFileTransferredSize).receive(file.device(), total) ||
+    qint64 total = 0;
+    if (!readFileSize(&total) ||
+        !transfer(&SClientFtp::getFileTransferredSize).receive(file.device(), total) ||
         !file.finish())
         return false;
 
     Q_EMIT getFileTransferredSize(total, total);
     Q_EMIT getFileFinished(file.name());
     return true;
+}
+
+// A server that cannot read its file sends no size, but the last word of a failed exchange, and
+// goes. The file is empty then, as also when a server falls silent, and the exchange fails in its
+// last word. False when the connection was lost instead: nobody has said then that there is no such
+// file.
+bool SClientFtp::readFileSize(qint64 *size)
+{
+    quint32_be high;
+    quint32_be low;
+    const auto read = [this](quint32_be *half) {
+        return readAll(socket(), reinterpret_cast<char *>(half), sizeof *half) == sizeof *half;
+    };
+    const bool hasHigh = read(&high);
+    if (hasHigh && read(&low)) {
+        *size = static_cast<qint64>(quint64(high) << 32 | low);
+        return true;
+    }
+    *size = 0;
+    const bool isTakenBack = hasHigh && high == Wire::kNackWord;
+    const bool isSilent =
+        socket()->state() == QAbstractSocket::ConnectedState && !isInterruptionRequested();
+    return isTakenBack || isSilent;
 }
 
 bool SClientFtp::executeCommandSendDev(SCommandSendDev &command)

@@ -97,9 +97,10 @@ public Q_SLOTS:
 
     /*!
      * Fetches a file to \a local, whose folder is made if need be; an empty \a local means the name
-     * of the remote file in the current local directory. When the size of the file does not come,
-     * since the server cannot read the file or the connection breaks off, \a local is replaced by
-     * an empty file, and then the command fails: fetch to a name of its own what must not be lost.
+     * of the remote file in the current local directory. When the server cannot read the file, or
+     * falls silent before it tells the size, \a local is replaced by an empty file, and then the
+     * command fails: fetch to a name of its own what must not be lost. When the connection is lost,
+     * \a local stays as it is.
      */
     void getFile(const QString &remote, const QString &local, bool removeSource = false);
     void getFile(const QString &remote, bool removeSource = false);
@@ -226,6 +227,7 @@ private:
     bool readResultOfCopy(SCommand &command, ResultSignal result);
     void keepAliveLoop(QIODevice *device);
     bool readBytes(QByteArray *bytes);
+    bool readFileSize(qint64 *size);
     void enqueueGetFiles(const QList<QString> &names, const QString &base, const QString &target);
     FileTransfer transfer(ProgressSignal moved);
 
