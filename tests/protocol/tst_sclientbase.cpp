@@ -103,6 +103,10 @@ private Q_SLOTS:
     void isNotReachedByNullCommands();
     void localChangesAreFlushed();
 
+    // How an exchange ended.
+    void tellsARefusalFromALoss_data();
+    void tellsARefusalFromALoss();
+
     // Connecting.
     void tellsTheAddressWhenConnected();
     void resolvesTheHostInTheWorker();
@@ -316,6 +320,50 @@ void tst_SClientBase::localChangesAreFlushed()
     QCOMPARE(client.receivers(SIGNAL(localFileCopied(QString, QString))), 1);
     QCOMPARE(client.receivers(SIGNAL(localDirCopied(QString, QString))), 0);
     QCOMPARE(client.receivers(SIGNAL(localPermissionChanged(QString))), 0);
+}
+
+void tst_SClientBase::tellsARefusalFromALoss_data()
+{
+    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<bool>("stays");
+    QTest::addColumn<bool>("isRefused");
+    const QByteArray accepted = RawBytes::ack();
+    QTest::newRow("done") << accepted + RawBytes::ack() << true << false;
+    QTest::newRow("refused at once") << RawBytes::nack() << false << true;
+    QTest::newRow("refused after the work") << accepted + RawBytes::nack() << false << true;
+    QTest::newRow("lost at once") << QByteArray() << false << false;
+    QTest::newRow("lost after the work") << accepted << false << false;
+    QTest::newRow("lost in the last word")
+        << accepted + RawBytes::nack().first(3) << false << false;
+    QTest::newRow("another word") << accepted + RawBytes::u32(1) << true << false;
+}
+
+void tst_SClientBase::tellsARefusalFromALoss()
+{
+    QFETCH(QByteArray, reply);
+    QFETCH(bool, stays);
+    QFETCH(bool, isRefused);
+    RawServer server(stays ? answerAndStay(reply) : RawServer::Script([reply](RawConnection &peer) {
+        peer.send(RawServer::uuid());
+        peer.readCommand();
+        peer.send(reply);
+    }));
+    ClientSession session(server.port());
+    std::atomic_bool told = false;
+    std::atomic_int count = 0;
+    connect(
+        session.client, &SClientBase::commandResult, session.client,
+        [&, client = session.client.data()](SCommandId id) {
+            if (id.isNull())
+                return;
+            told = client->wasRefused();
+            ++count;
+        },
+        Qt::DirectConnection);
+    QVERIFY(session.open());
+    session.client->enqueueCommand(new ProbeCommand);
+    QTRY_COMPARE(count, 1);
+    QCOMPARE(told, isRefused);
 }
 
 void tst_SClientBase::tellsTheAddressWhenConnected()

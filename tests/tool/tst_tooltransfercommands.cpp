@@ -518,7 +518,7 @@ private Q_SLOTS:
         makeManyFiles(source);
         const auto result = isGet ? getFrom(host, u"tree"_s, {u"-r"_s, target, u"--json"_s})
                                   : putTo(host, source, u"copy"_s, {u"-r"_s, u"--json"_s});
-        QCOMPARE(result.exitCode, 1);
+        QCOMPARE(result.exitCode, 3);
         const auto object = summary(result);
         const auto done = object.value("files"_L1).toInteger();
         const auto notTried = object.value("notTried"_L1).toArray().size();

@@ -34,6 +34,8 @@ struct Answer
     //! Of a file's transfer: it has begun, and all its bytes have moved.
     bool isStarted = false;
     bool isMoved = false;
+    //! The exchange failed by the server's own word.
+    bool isRefused = false;
     qint64 moved = 0; //!< bytes so far
     qint64 size = 0;  //!< bytes that there are, as the sender says
 };

@@ -40,8 +40,10 @@ AnswerCollector::AnswerCollector(SClientFtp *client, std::shared_ptr<EndedComman
 {
     listenToResults(client);
     listenToTransfers(client);
-    listen(client, &SClientFtp::commandResult,
-           [this](SCommandId id, bool succeeded) { onEnded(id, succeeded); });
+    listen(client, &SClientFtp::commandResult, [this, client](SCommandId id, bool succeeded) {
+        m_answer.isRefused = client->wasRefused();
+        onEnded(id, succeeded);
+    });
     listen(client, &SClientFtp::commandQueueEmpty, [this] { Q_EMIT ready(); });
 }
 

@@ -223,7 +223,7 @@ void Upload::explainFailure(const File &file, const Answer &answer)
     const Failure failure = m_session.failure(Outcome::Failed);
     if (failure.code == ExitCode::Interrupted || !answer.isStarted)
         return m_report.addFailure(file.name, failure.code, failure.text);
-    if (answer.isMoved)
+    if (answer.isMoved && answer.isRefused)
         return m_report.addFailure(
             file.name, ExitCode::Refused,
             u"the server did not store it: it may not write there, or has no room"_s);

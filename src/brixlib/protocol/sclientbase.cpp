@@ -294,6 +294,7 @@ bool SClientBase::doWork()
         return true;
     }
     const SCommandId id = command->id();
+    m_wasRefused = false;
     const bool done = !command->isNull() && exchange(command.get());
     command.reset();
     Q_EMIT commandResult(id, done);
@@ -302,7 +303,14 @@ bool SClientBase::doWork()
 
 bool SClientBase::exchange(SCommand *command)
 {
-    return sendCommand(command) && executeCommand(command) && readWord(socket()) == Wire::kAckWord;
+    return sendCommand(command) && executeCommand(command) && readVerdict();
+}
+
+bool SClientBase::readVerdict()
+{
+    const quint32 word = readWord(socket());
+    m_wasRefused = word == Wire::kNackWord;
+    return word == Wire::kAckWord;
 }
 
 bool SClientBase::sendCommand(SCommand *command)
@@ -310,7 +318,7 @@ bool SClientBase::sendCommand(SCommand *command)
     QByteArray body;
     if (!command->serializeArray(body))
         return false;
-    return writeFrame(socket(), body) && readWord(socket()) == Wire::kAckWord;
+    return writeFrame(socket(), body) && readVerdict();
 }
 
 } // namespace Talverine

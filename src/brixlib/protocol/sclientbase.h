@@ -80,6 +80,11 @@ public:
     //! Whether the server has the command; true for all until its list is known. From any thread.
     Q_INVOKABLE bool isCommandAvailable(const SCommandId &id) const;
 
+    //! Whether the server refused the last command, before or after its work. False when the command
+    //! succeeded, and when it failed for another reason, as a connection that is lost. Only in the
+    //! worker thread; known when commandResult() comes.
+    bool wasRefused() const;
+
     /*!
      * The version to speak with this server for \a command: the smaller of the command's own and
      * the server's. 0 for null, and for a command that the server's list does not have (the
@@ -217,6 +222,7 @@ private:
 
     void listenToQueue();
     bool exchange(SCommand *command);
+    bool readVerdict();
 
     void authenticateHashed(const QString &username, const QByteArray &hash);
     bool checkAndDelay(SCommand *command);
@@ -248,6 +254,7 @@ private:
     mutable QMutex m_handshakeMutex;
     QHash<SCommandId, int> m_serverCommands;
     bool m_delayed = false;
+    bool m_wasRefused = false;
 };
 
 } // namespace Talverine

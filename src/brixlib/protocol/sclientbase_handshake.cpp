@@ -137,6 +137,11 @@ bool SClientBase::isCommandAvailable(const SCommandId &id) const
     return commands.isEmpty() || commands.contains(id);
 }
 
+bool SClientBase::wasRefused() const
+{
+    return m_wasRefused;
+}
+
 int SClientBase::commandVersion(const SCommandId &id) const
 {
     return serverCommands().value(id, 0);
