@@ -18,11 +18,14 @@ SDBField fieldOf(const QByteArray &line)
 
 } // namespace
 
-DatabaseScan::DatabaseScan(const QString &file, const QString &keyName)
+DatabaseScan::DatabaseScan(const QString &file, const QString &keyName, qint64 position)
     : m_file(file)
     , m_keyName(keyName)
+    , m_begin(position)
+    , m_end(position)
+    , m_wholeEnd(position)
 {
-    if (!m_file.open(QIODevice::ReadOnly))
+    if (!m_file.open(QIODevice::ReadOnly) || !m_file.seek(position))
         throw Failure{ExitCode::LocalIo, u"cannot read %1: %2"_s.arg(file, m_file.errorString())};
 }
 
@@ -31,7 +34,7 @@ bool DatabaseScan::next(ScannedRecord *record)
     *record = {};
     if (!m_isKeyLine && !readKeyLine())
         return false;
-    const qint64 begin = m_begin;
+    record->position = m_begin;
     record->key = m_field.value().toString();
     record->line = m_line;
     record->isDeleted = record->key.startsWith(u'$');
@@ -43,7 +46,7 @@ bool DatabaseScan::next(ScannedRecord *record)
             break;
         }
     } while (!m_isKeyLine);
-    record->bytes = m_begin - begin;
+    record->bytes = m_begin - record->position;
     return true;
 }
 
@@ -70,6 +73,8 @@ bool DatabaseScan::readLine()
     m_begin = m_end;
     m_end += line.size();
     m_isLineWhole = line.endsWith('\n');
+    if (m_isLineWhole)
+        m_wholeEnd = m_end;
     m_field = fieldOf(line);
     if (!line.trimmed().isEmpty())
         m_lastName = m_field.key();

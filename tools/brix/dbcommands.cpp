@@ -5,11 +5,13 @@
 #include "blockingwork.h"
 #include "interruption.h"
 
+#include <QtCore/QFileInfo>
 #include <QtCore/QThread>
 
 namespace Brix {
 
 using namespace Qt::StringLiterals;
+using Talverine::SDBRecord;
 
 void declareDatabase(CLI::App *command, DatabaseOptions *options)
 {
@@ -27,6 +29,25 @@ void declareDatabaseUser(CLI::App *command, DatabaseUser *user)
         ->add_flag("--password-stdin", user->password.fromStdin,
                    "Read the user's password from the first line of stdin")
         ->needs(name);
+}
+
+CLI::Option *declareFields(CLI::App *command, QStringList *texts)
+{
+    return addTexts(command, "FIELD=VALUE", texts,
+                    "What the field is to hold; the same field twice makes it a list");
+}
+
+SDBRecord fieldsOf(const QStringList &texts)
+{
+    SDBRecord fields;
+    for (const QString &text : texts) {
+        const qsizetype equals = text.indexOf(u'=');
+        if (equals < 1)
+            throw Failure{ExitCode::Usage, u"not of the form FIELD=VALUE: %1"_s.arg(text)};
+        // Never null, which would be no value at all.
+        fields.append(text.first(equals), u""_s + text.sliced(equals + 1));
+    }
+    return fields;
 }
 
 DatabaseLogin loginOf(const DatabaseUser &user)
@@ -59,6 +80,12 @@ void throwIfInterrupted()
 {
     if (QThread::currentThread()->isInterruptionRequested())
         throw Failure{ExitCode::Interrupted, u"interrupted"_s};
+}
+
+void requireOtherFile(const QString &a, const QString &b)
+{
+    if (QFileInfo::exists(a) && QFileInfo::exists(b) && QFileInfo(a) == QFileInfo(b))
+        throw Failure{ExitCode::Usage, u"both are the same file: %1"_s.arg(a)};
 }
 
 QString counted(qint64 count, const QString &one, const QString &many)

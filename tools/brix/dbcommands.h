@@ -28,6 +28,10 @@ struct DatabaseOptions
 void declareDatabase(CLI::App *command, DatabaseOptions *options);
 //! Adds --user and --password-stdin.
 void declareDatabaseUser(CLI::App *command, DatabaseUser *user);
+//! Adds FIELD=VALUE, any number of them.
+CLI::Option *declareFields(CLI::App *command, QStringList *texts);
+//! The fields in the order of the command line, those of one name as a list; throws Failure.
+Talverine::SDBRecord fieldsOf(const QStringList &texts);
 
 //! Asks for the password of the user, if one was named; throws Failure.
 DatabaseLogin loginOf(const DatabaseUser &user);
@@ -41,10 +45,15 @@ void withDatabase(const DatabaseOptions &options, const std::function<void(OpenD
 //! For long work, between its steps: throws Failure when the tool is to end.
 void throwIfInterrupted();
 
+//! Throws Failure when both are the same file.
+void requireOtherFile(const QString &a, const QString &b);
+
 //! "1 record", "2 records".
 QString counted(qint64 count, const QString &one, const QString &many);
 
 // One function for each kind of sub-commands.
+//! Adds "backup" alone: what copies a database copies a log.
+void addDbBackupCommand(CLI::App *family, Tool *tool, const std::string &example);
 void addDbBackupCommands(CLI::App *family, Tool *tool);
 void addDbCheckCommand(CLI::App *family, Tool *tool);
 void addDbFileCommands(CLI::App *family, Tool *tool);

@@ -7,7 +7,6 @@
 
 #include <brixlib/compression/compressionalgorithm.h>
 
-#include <QtCore/QFileInfo>
 #include <QtCore/QLoggingCategory>
 
 namespace Brix {
@@ -61,17 +60,6 @@ CompressionAlgorithm algorithmOf(const std::string &name)
     if (name == "lz4")
         return CompressionAlgorithm::Lz4;
     return name == "zip" ? CompressionAlgorithm::Zip : CompressionAlgorithm::Uncompressed;
-}
-
-bool isSameFile(const QString &a, const QString &b)
-{
-    return QFileInfo::exists(a) && QFileInfo::exists(b) && QFileInfo(a) == QFileInfo(b);
-}
-
-void requireOtherFile(const QString &a, const QString &b)
-{
-    if (isSameFile(a, b))
-        throw Failure{ExitCode::Usage, u"both are the same file: %1"_s.arg(a)};
 }
 
 ExitCode backup(const Output &output, const BackupOptions &options)
@@ -156,14 +144,18 @@ ExitCode restore(const Output &output, const RestoreOptions &options)
 
 } // namespace
 
+void addDbBackupCommand(CLI::App *family, Tool *tool, const std::string &example)
+{
+    addCommand<BackupOptions>(family, tool, "backup", "Copy it, compressed or not", example,
+                              declareBackup, backup);
+}
+
 void addDbBackupCommands(CLI::App *family, Tool *tool)
 {
     addCommand<DatabaseOptions>(family, tool, "purge",
                                 "Write the file anew, sorted and without removed records",
                                 "brix db purge inks.db --user ann", declareDatabase, purge);
-    addCommand<BackupOptions>(family, tool, "backup", "Copy a database",
-                              "brix db backup inks.db inks.backup --compress lz4", declareBackup,
-                              backup);
+    addDbBackupCommand(family, tool, "brix db backup inks.db inks.backup --compress lz4");
     addCommand<RestoreOptions>(family, tool, "restore", "Take records from a backup",
                                "brix db restore inks.db inks.backup --user ann", declareRestore,
                                restore);

@@ -42,13 +42,13 @@ bool isSound(const ScannedRecord &record)
     return record.isDeleted || record.record.checkSignature();
 }
 
-// A record that lacks its end, or a beginning of one that has no key yet.
+// Behind the last record, or a beginning of one that has no key yet. A sound record needs no line
+// end to be whole.
 bool isTornBehind(const DatabaseScan &scan, const ScannedRecord &last)
 {
-    const bool endsInSignature = scan.lastName() == SDBRecord::signatureKey();
     if (last.line > 0 && !isSound(last))
-        return !endsInSignature || !scan.isLineWhole();
-    return !scan.isLineWhole() && !endsInSignature;
+        return !scan.isLineWhole() || last.record.signature().isEmpty();
+    return !scan.isLineWhole() && scan.lastName().isEmpty();
 }
 
 void addSignatureProblem(const ScannedRecord &record, Findings *findings)

@@ -6,8 +6,6 @@
 
 #include <brixrt/slocale.h>
 
-#include <QtCore/QFileInfo>
-
 namespace Brix {
 
 using namespace Qt::StringLiterals;
@@ -46,8 +44,7 @@ void requireTwoFiles(const PairOptions &options)
 {
     OpenDatabase::requireFile(options.first);
     OpenDatabase::requireFile(options.second);
-    if (QFileInfo(options.first) == QFileInfo(options.second))
-        throw Failure{ExitCode::Usage, u"both are the same file: %1"_s.arg(options.first)};
+    requireOtherFile(options.first, options.second);
 }
 
 void requireSameKeyField(OpenDatabase &first, OpenDatabase &second)

@@ -74,28 +74,12 @@ void declareSet(CLI::App *command, SetOptions *options)
     addText(command, "KEY", &options->key,
             "The record's key; \"-\" for a new record where the database makes the keys")
         ->required();
-    addTexts(command, "FIELD=VALUE", &options->fields,
-             "What the field is to hold; the same field twice makes it a list")
-        ->required();
+    declareFields(command, &options->fields)->required();
 }
 
 Failure wrongUsage(const QString &text)
 {
     return {ExitCode::Usage, text};
-}
-
-// The fields in the order of the command line, those of one name as a list.
-SDBRecord fieldsOf(const QStringList &texts)
-{
-    SDBRecord fields;
-    for (const QString &text : texts) {
-        const qsizetype equals = text.indexOf(u'=');
-        if (equals < 1)
-            throw wrongUsage(u"not of the form FIELD=VALUE: %1"_s.arg(text));
-        // Never null, which would be no value at all.
-        fields.append(text.first(equals), u""_s + text.sliced(equals + 1));
-    }
-    return fields;
 }
 
 // The record with the fields set, and whether it is there already.

@@ -58,7 +58,7 @@ int main(int argc, char *argv[])
     Tool tool;
     CLI::App cli{
         "Serves, moves and inspects files over the brix protocol, compresses them, and keeps\n"
-        "text databases.",
+        "text databases and logs.",
         "brix"};
     cli.footer(exitCodesHelp);
     cli.fallthrough();
@@ -74,6 +74,7 @@ int main(int argc, char *argv[])
     addUserCommands(&cli, &tool);
     addCompressCommands(&cli, &tool);
     addDbCommands(&cli, &tool);
+    addLogCommands(&cli, &tool);
 
     try {
         cli.parse(argc, argv);

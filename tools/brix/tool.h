@@ -57,6 +57,7 @@ CLI::App *addCommand(CLI::App *parent, Tool *tool, const std::string &name,
 void addCompressCommands(CLI::App *cli, Tool *tool);
 void addDbCommands(CLI::App *cli, Tool *tool);
 void addFileCommands(CLI::App *cli, Tool *tool);
+void addLogCommands(CLI::App *cli, Tool *tool);
 void addServeCommand(CLI::App *cli, Tool *tool);
 void addServerCommands(CLI::App *cli, Tool *tool);
 void addStreamCommands(CLI::App *cli, Tool *tool);
