@@ -11,6 +11,7 @@
 #include <csignal>
 
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 using namespace Talverine::Compression;
 using namespace Qt::StringLiterals;
@@ -608,6 +609,21 @@ private Q_SLOTS:
         QCOMPARE(result.exitCode, 4);
         QVERIFY2(result.err.contains(message), result.err.constData());
         QCOMPARE(files(), (QStringList{u"file"_s, u"folder"_s, u"packed"_s}));
+    }
+
+    void aPipeAsOutIsLeftAlone()
+    {
+        write(u"file"_s, "content");
+        write(u"packed"_s, lz4("content"));
+        const QString pipe = m_dir->filePath(u"pipe"_s);
+        QCOMPARE(mkfifo(qPrintable(pipe), 0600), 0);
+        for (const auto &words :
+             {QStringList{u"compress"_s, u"file"_s}, QStringList{u"decompress"_s, u"packed"_s}}) {
+            const auto result = m_tool.run(words + QStringList{u"pipe"_s});
+            QCOMPARE(result.exitCode, 4);
+            QVERIFY2(result.err.contains("it is no ordinary file"), result.err.constData());
+            QVERIFY(QFileInfo::exists(pipe) && !QFileInfo(pipe).isFile());
+        }
     }
 
     void fullStdoutIsTold_data()

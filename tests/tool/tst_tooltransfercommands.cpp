@@ -315,6 +315,21 @@ private Q_SLOTS:
         QCOMPARE(namesIn(m_server->home()), (QStringList{u"a.txt"_s, u"what?"_s}));
     }
 
+    void aPipeIsNotReplaced()
+    {
+        QVERIFY(m_server->start());
+        QVERIFY(writeFile(home(u"tree/pipe"_s), "content"));
+        const QString pipe = local(u"pipe"_s);
+        QCOMPARE(mkfifo(qPrintable(pipe), 0600), 0);
+        for (const auto &words : {QStringList{m_server->url(u"tree/pipe"_s), pipe},
+                                  QStringList{u"-r"_s, m_server->url(u"tree"_s), local(u"."_s)}}) {
+            const auto result = m_server->run(QStringList{u"get"_s} + words);
+            QCOMPARE(result.exitCode, 4);
+            QVERIFY2(result.err.contains("is no ordinary file"), result.err.constData());
+            QVERIFY(QFileInfo::exists(pipe) && !QFileInfo(pipe).isFile());
+        }
+    }
+
     void emptyFileIsMoved()
     {
         QVERIFY(m_server->start());

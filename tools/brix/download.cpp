@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "download.h"
 
+#include "localstreams.h"
 #include "output.h"
 #include "remotepath.h"
 
@@ -134,7 +135,10 @@ void Download::collectEntry(const SFileEntry &entry, const QString &remote, cons
 void Download::fetchAll()
 {
     for (const File &file : std::as_const(m_files)) {
-        if (Session *const lane = m_lanes.next())
+        if (isSpecialFile(file.local))
+            m_report.addFailure(file.name, ExitCode::LocalIo,
+                                u"%1 is no ordinary file and is left alone"_s.arg(file.local));
+        else if (Session *const lane = m_lanes.next())
             fetch(*lane, file);
         else
             reportNotTried(file);

@@ -32,6 +32,12 @@ qint64 readStandardInput(char *data, qint64 size)
 
 } // namespace
 
+bool isSpecialFile(const QString &path)
+{
+    const QFileInfo info(path);
+    return info.exists() && !info.isFile() && !info.isDir();
+}
+
 LocalInput::LocalInput(const LocalPlace &place, std::atomic<qint64> *done)
     : m_place(place)
     , m_file(place.path)
@@ -164,6 +170,11 @@ bool LocalOutput::open(OpenMode mode)
     if (!m_place.isStandardStream() && QFileInfo(m_place.path).isDir()) {
         m_failure =
             Failure{ExitCode::LocalIo, u"cannot write %1: it is a folder"_s.arg(m_place.path)};
+        return false;
+    }
+    if (!m_place.isStandardStream() && isSpecialFile(m_place.path)) {
+        m_failure = Failure{ExitCode::LocalIo,
+                            u"cannot write %1: it is no ordinary file"_s.arg(m_place.path)};
         return false;
     }
     if (m_file && !m_file->open(m_place.isStandardStream() ? ReadWrite : WriteOnly)) {

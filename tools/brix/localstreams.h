@@ -24,6 +24,9 @@ struct LocalPlace
     bool isStandardStream() const { return path.isEmpty(); }
 };
 
+//! True for a device, a pipe or the like: a file that took its name would end it for everybody.
+bool isSpecialFile(const QString &path);
+
 /*!
  * Reads a file or stdin from end to end. What fails, also a wish to stop the thread, ends the
  * reading and is kept.
