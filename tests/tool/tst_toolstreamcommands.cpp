@@ -502,6 +502,36 @@ private Q_SLOTS:
         QVERIFY(namesIn(m_server->home()).isEmpty());
     }
 
+    // A socket in the place of a stream would be read and written in its stead.
+    void closedStandardStreamsAreNone_data()
+    {
+        QTest::addColumn<QString>("command");
+        QTest::addColumn<QByteArray>("message");
+        QTest::newRow("stdin") << u"exec \"$0\" put - \"$1\" <&-"_s << "cannot read stdin"_ba;
+        QTest::newRow("stdout") << u"exec \"$0\" cat \"$1\" >&-"_s << "cannot write to stdout"_ba;
+        QTest::newRow("both") << u"exec \"$0\" cat \"$1\" <&- >&-"_s << "cannot write to stdout"_ba;
+    }
+
+    void closedStandardStreamsAreNone()
+    {
+        QFETCH(QString, command);
+        QFETCH(QByteArray, message);
+        QVERIFY(m_server->start());
+        QVERIFY(writeFile(home(u"file"_s), "content"));
+        QProcess process;
+        m_server->client().prepare(&process, {});
+        process.setProgram(u"/bin/sh"_s);
+        process.setArguments(
+            {u"-c"_s, command, QStringLiteral(BRIX_TOOL), m_server->url(u"file"_s)});
+        process.start();
+        QVERIFY(waitForEnd(process));
+        QCOMPARE(process.exitCode(), 4);
+        const QByteArray err = process.readAllStandardError();
+        QVERIFY2(err.contains(message + ": Bad file descriptor"), err.constData());
+        QCOMPARE(readFile(home(u"file"_s)), "content"_ba);
+        QCOMPARE(namesIn(m_server->home()), QStringList{u"file"_s});
+    }
+
     // The server answers no write; what it has stored is looked at before the older file goes.
     void aServerWithoutRoomEndsPut()
     {

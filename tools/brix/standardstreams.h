@@ -9,6 +9,11 @@
  */
 namespace Brix::StandardStreams {
 
+/*!
+ * Takes the places of standard streams that were closed when the program began, so that no socket
+ * gets them; they fail on use as before. To be called before anything is opened.
+ */
+void keepPlaces();
 //! The next bytes of stdin, at most \a size and as soon as there are any; 0 at its end.
 qint64 readInput(char *data, qint64 size);
 //! Writes all of \a data to stdout. A reader that has gone is a failure, not the program's end.

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstring>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -38,6 +39,16 @@ void waitFor(int descriptor, short events)
 }
 
 } // namespace
+
+void keepPlaces()
+{
+    // What is opened gets the lowest free number. Stdin can only be written to, and stdout and
+    // stderr only read, so that whoever uses one learns that it is none.
+    for (int place = STDIN_FILENO; place <= STDERR_FILENO; ++place) {
+        if (fcntl(place, F_GETFD) < 0)
+            static_cast<void>(::open("/dev/null", place == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+    }
+}
 
 qint64 readInput(char *data, qint64 size)
 {
