@@ -102,6 +102,19 @@ private Q_SLOTS:
         QTest::newRow("limit with a unit")
             << QStringList{u"serve"_s, u"--users"_s, u"f"_s, u"--limit-out"_s, u"10M"_s}
             << "--limit-out: 10M is no whole number from 0 on\n"_ba;
+        const QString url = u"brix://ann@press:7000/a"_s;
+        QTest::newRow("negative offset") << QStringList{u"cat"_s, url, u"--offset"_s, u"-1"_s}
+                                         << "--offset: -1 is no whole number from 0 on\n"_ba;
+        QTest::newRow("offset with a sign") << QStringList{u"cat"_s, url, u"--offset"_s, u"+1"_s}
+                                            << "--offset: +1 is no whole number from 0 on\n"_ba;
+        QTest::newRow("count with a unit") << QStringList{u"cat"_s, url, u"--count"_s, u"1k"_s}
+                                           << "--count: 1k is no whole number from 0 on\n"_ba;
+        QTest::newRow("negative threads")
+            << QStringList{u"compress"_s, u"f"_s, u"--threads"_s, u"-1"_s}
+            << "--threads: -1 is no whole number from 0 on\n"_ba;
+        QTest::newRow("too many threads")
+            << QStringList{u"compress"_s, u"f"_s, u"--threads"_s, u"2147483648"_s}
+            << "--threads: 2147483648 is larger than 2147483647\n"_ba;
         QTest::newRow("port too large")
             << QStringList{u"serve"_s, u"--users"_s, u"f"_s, u"--port"_s, u"65536"_s}
             << "--port: Value 65536 not in range"_ba;

@@ -151,7 +151,7 @@ void declareCompress(CLI::App *command, CompressOptions *options)
     auto *threads = command
                         ->add_option("--threads", options->threads,
                                      "Threads to use; 0 for half of those there are")
-                        ->check(CLI::NonNegativeNumber)
+                        ->check(wholeNumber(std::numeric_limits<int>::max()))
                         ->capture_default_str();
     auto *raw = command->add_flag("--raw", options->raw,
                                   "The compressed stream alone: no algorithm and no checksum in "

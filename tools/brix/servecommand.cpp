@@ -37,17 +37,6 @@ struct ServeOptions
     bool verbose = false;
 };
 
-// As CLI::NonNegativeNumber, whose message writes out the largest double.
-CLI::Validator wholeNumber()
-{
-    const auto problem = [](const std::string &text) {
-        bool isNumber = false;
-        const qint64 number = QByteArray::fromStdString(text).toLongLong(&isNumber);
-        return isNumber && number >= 0 ? std::string() : text + " is no whole number from 0 on";
-    };
-    return CLI::Validator(problem, "NONNEGATIVE");
-}
-
 void declareServe(CLI::App *command, ServeOptions *options)
 {
     addPath(command, "--users", &options->users, "The user file (see brix user); read once")
@@ -63,7 +52,7 @@ void declareServe(CLI::App *command, ServeOptions *options)
     command
         ->add_option("--max-connections", options->maximumConnections,
                      "Connections at a time; 0 for no limit")
-        ->check(wholeNumber())
+        ->check(wholeNumber(std::numeric_limits<int>::max()))
         ->capture_default_str();
     command
         ->add_option("--limit-in", options->limitIn,

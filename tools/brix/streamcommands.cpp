@@ -40,10 +40,10 @@ void declareCat(CLI::App *command, CatOptions *options)
     declareRemote(command, &options->remote);
     command
         ->add_option("--offset", options->offset, "Bytes of the file to leave out at its beginning")
-        ->check(CLI::NonNegativeNumber)
+        ->check(wholeNumber())
         ->capture_default_str();
     command->add_option("--count", options->count, "Bytes to write at most. Default: to the end")
-        ->check(CLI::NonNegativeNumber);
+        ->check(wholeNumber());
 }
 
 void writeFile(const Login &login, const CatOptions &options, LiveProgress *progress)

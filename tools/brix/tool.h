@@ -11,6 +11,7 @@
 #include <QtCore/QStringList>
 
 #include <functional>
+#include <limits>
 
 namespace Brix {
 
@@ -32,6 +33,8 @@ CLI::Option *addTexts(CLI::App *command, const std::string &name, QStringList *t
 //! one is wrong usage.
 CLI::Option *addPath(CLI::App *command, const std::string &name, QString *target,
                      const std::string &description);
+//! Holds an option to whole numbers from 0 to \a largest; the default stands for any number.
+CLI::Validator wholeNumber(qint64 largest = std::numeric_limits<qint64>::max());
 /*!
  * Adds the sub-command \a name to \a parent, with the \a example that its --help shows. When it is
  * chosen, \a work runs with the options that it has read; it may throw Failure. The options are
