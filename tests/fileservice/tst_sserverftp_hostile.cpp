@@ -271,8 +271,8 @@ private Q_SLOTS:
         QTimer trickle;
         QObject::connect(&trickle, &QTimer::timeout, &trickle, [&] {
             if (m_client->socket().state() == QAbstractSocket::ConnectedState) {
-                m_client->send("x");
                 m_client->socket().read(1000);
+                m_client->send("x"); // which may find that the server has gone
             }
         });
         trickle.start(20);
