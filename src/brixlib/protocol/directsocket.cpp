@@ -7,10 +7,11 @@ namespace Talverine {
 
 namespace {
 
+// A derived class may be connected to something that is no socket of the system.
 bool isConnected(const STcpSocket *socket)
 {
     return SystemSocket::isSupported() && socket &&
-           socket->state() == QAbstractSocket::ConnectedState;
+           socket->state() == QAbstractSocket::ConnectedState && socket->socketDescriptor() != -1;
 }
 
 } // namespace
