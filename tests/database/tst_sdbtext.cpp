@@ -507,6 +507,36 @@ private Q_SLOTS:
         QVERIFY(!database.open(place.file));
     }
 
+    void emptyLockOfAKilledProgramIsTaken()
+    {
+        Place place;
+        {
+            SDBText database;
+            QVERIFY(create(database, place.file));
+        }
+        QFile lock(place.beside(u".lck"_s));
+        QVERIFY(lock.open(QIODevice::WriteOnly));
+        lock.close();
+        SDBText database;
+        QVERIFY(database.open(place.file));
+        QVERIFY(QFileInfo(lock.fileName()).size() > 0);
+    }
+
+    void emptyLockOfALivingProgramHolds()
+    {
+        Place place;
+        {
+            SDBText database;
+            QVERIFY(create(database, place.file));
+        }
+        QLockFile lock(place.beside(u".lck"_s));
+        QVERIFY(lock.tryLock());
+        QVERIFY(QFile::resize(place.beside(u".lck"_s), 0));
+        SDBText database;
+        expectError("FileLockError");
+        QVERIFY(!database.open(place.file));
+    }
+
     void sameObjectMayOpenItsFileAgain()
     {
         Place place;

@@ -53,6 +53,7 @@ int keepLogging(const QString &fileName)
         log.close();
     }
     tell("done\n");
+    std::fgetc(stdin); // until the kill
     return 0;
 }
 

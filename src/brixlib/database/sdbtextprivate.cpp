@@ -10,6 +10,7 @@
 #include <QtCore/QDebug>
 #include <QtCore/QFile>
 #include <QtCore/QFileDevice>
+#include <QtCore/QFileInfo>
 
 using namespace Qt::StringLiterals;
 
@@ -43,6 +44,18 @@ bool grantsWriting(DBAuthGrants grants)
 bool grantsInserting(DBAuthGrants grants)
 {
     return grantsWriting(grants) || grants == DBAuthGrants::ReadOwnWrite;
+}
+
+// A program that is killed while it makes its lock leaves an empty file, which names no owner.
+// While it lives, the system holds the file for it.
+bool takeOwnerlessLock(QLockFile &lock, const QString &name)
+{
+    if (QFileInfo(name).size() != 0)
+        return false;
+    lock.setStaleLockTime(1);
+    const bool isTaken = lock.tryLock(0);
+    lock.setStaleLockTime(0);
+    return isTaken;
 }
 
 } // namespace
@@ -157,7 +170,7 @@ bool SDBTextPrivate::takeLock(QIODevice *target)
     lock = std::make_unique<QLockFile>(name);
     // However old, a lock holds as long as its owner lives: a database may stay open for months.
     lock->setStaleLockTime(0);
-    if (lock->tryLock(kLockPatienceMs))
+    if (lock->tryLock(kLockPatienceMs) || takeOwnerlessLock(*lock, name))
         return true;
     lock.reset();
     return false;
