@@ -80,9 +80,9 @@ public:
     //! Whether the server has the command; true for all until its list is known. From any thread.
     Q_INVOKABLE bool isCommandAvailable(const SCommandId &id) const;
 
-    //! Whether the server refused the last command, before or after its work. False when the command
-    //! succeeded, and when it failed for another reason, as a connection that is lost. Only in the
-    //! worker thread; known when commandResult() comes.
+    //! Whether the server refused the last command, before or after its work. False when the
+    //! command succeeded, and when it failed for another reason, as a connection that is lost. Only
+    //! in the worker thread; known when commandResult() comes.
     bool wasRefused() const;
 
     /*!
