@@ -339,6 +339,23 @@ private Q_SLOTS:
         QCOMPARE(device.read(1).size(), 0);
     }
 
+    // Nothing is kept of them, and what follows begins behind them.
+    void readsThatFillTheBufferLeaveItEmpty()
+    {
+        RecordingDevice source(numbered(5 * kSmallest));
+        SBufferedDevice device(&source, kSmallest);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        QByteArray bytes = device.read(kSmallest);
+        QCOMPARE(source.pos(), kSmallest);
+        bytes += device.read(2 * kSmallest);
+        QCOMPARE(source.pos(), 2 * kSmallest);
+        bytes += device.read(1);
+        QCOMPARE(source.pos(), 3 * kSmallest);
+        QCOMPARE(bytes, numbered(2 * kSmallest + 1));
+        QVERIFY(device.seek(kSmallest - 1));
+        QCOMPARE(device.read(3), numbered(kSmallest + 2).last(3));
+    }
+
     void readsAheadOnlyWhenTheBufferIsEmpty()
     {
         RecordingDevice source(numbered(kSmallest * 2));

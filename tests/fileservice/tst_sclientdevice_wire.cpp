@@ -881,6 +881,40 @@ private Q_SLOTS:
         QVERIFY(device.waitForReadyRead(0));
     }
 
+    // Large blocks go past the socket, which does not signal them itself.
+    void readyReadTellsOfALargeBlock()
+    {
+        const QByteArray block(100'000, 'b');
+        RawServer server([&](RawConnection &peer) {
+            openDevice(peer);
+            answerRequest(peer, DeviceRequest::read(100'000), DeviceReply::got(block));
+            confirmClose(peer);
+        });
+        RawDevice device(server);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        SignalLog told(&device, &QIODevice::readyRead);
+        QCOMPARE(device.read(100'000), block);
+        QVERIFY(!told.isEmpty());
+    }
+
+    void closingWithinALargeExchangeEndsIt()
+    {
+        QSemaphore end;
+        RawServer server([&](RawConnection &peer) {
+            openDevice(peer);
+            peer.read(12);
+            peer.send(RawBytes::i64(100'000));
+            end.acquire();
+        });
+        RawDevice device(server);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        connect(&device, &QIODevice::readyRead, &device, [&] { device.close(); });
+        QByteArray buffer(100'000, Qt::Uninitialized);
+        QCOMPARE(device.read(buffer.data(), buffer.size()), -1);
+        QVERIFY(!device.isOpen());
+        end.release();
+    }
+
     void waitingAtTheEndOfTheFileIsWaitingForTheConnection()
     {
         QSemaphore go;

@@ -144,13 +144,18 @@ qint64 SBufferedDevice::readData(char *data, qint64 maxSize)
     if (!m_writeBuffer.isEmpty() && !flush())
         return -1;
     const auto size = static_cast<quint64>(maxSize);
-    quint64 count = m_readBuffer.read(data, size);
-    if (count == 0 && m_readBuffer.isEmpty()) {
-        readAhead();
-        count = m_readBuffer.read(data, size);
+    auto count = static_cast<qint64>(m_readBuffer.read(data, size));
+    if (count == 0 && m_readBuffer.isEmpty() && m_device) {
+        m_bufferPos = m_device->pos();
+        m_readBuffer.clear();
+        // What would fill the buffer and leave it at once needs no copy of its own.
+        if (const qint64 most = readAheadSize(); maxSize >= most)
+            count = qMax<qint64>(m_device->read(data, most), 0);
+        else if (readAhead(most))
+            count = static_cast<qint64>(m_readBuffer.read(data, size));
     }
-    m_bufferPos += static_cast<qint64>(count);
-    return static_cast<qint64>(count);
+    m_bufferPos += count;
+    return count;
 }
 
 qint64 SBufferedDevice::writeData(const char *data, qint64 size)
@@ -188,19 +193,22 @@ void SBufferedDevice::_setOpenMode(OpenMode mode)
     bufferResize();
 }
 
-// Fills the empty read buffer from its edge on, in one read.
-void SBufferedDevice::readAhead()
+// What the device is asked for at once.
+qint64 SBufferedDevice::readAheadSize() const
 {
-    if (!m_device)
-        return;
-    m_bufferPos = m_device->pos();
-    m_readBuffer.clear();
-    const auto size = static_cast<qint64>(m_readBuffer.size());
-    const qint64 count = m_device->read(m_readBuffer.data(), qMin(size, qint64(m_bufferSize)));
+    return qMin(static_cast<qint64>(m_readBuffer.size()), qint64(m_bufferSize));
+}
+
+// Fills the empty read buffer from its edge on, in one read; false when nothing came.
+bool SBufferedDevice::readAhead(qint64 most)
+{
+    const qint64 count = m_device->read(m_readBuffer.data(), most);
     if (count <= 0)
-        return;
+        return false;
+    const auto size = static_cast<qint64>(m_readBuffer.size());
     m_readBuffer.setEnd(static_cast<quint64>(count % size));
     m_readBuffer.setFull(count == size);
+    return true;
 }
 
 // Writes the oldest bytes of the write buffer, up to its edge. A device that takes none may never

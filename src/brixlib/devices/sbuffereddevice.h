@@ -102,7 +102,8 @@ protected:
     void _setOpenMode(OpenMode mode);
 
 private:
-    void readAhead();
+    qint64 readAheadSize() const;
+    bool readAhead(qint64 most);
     bool writeOut();
     void closeSelf();
     void underlyingDeviceAboutToClose();

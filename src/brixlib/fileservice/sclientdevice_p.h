@@ -67,6 +67,7 @@ private:
     bool fail(Error why);
     bool sendCommand(const SCommand &command);
     bool command(ClientDeviceCommands request, const QByteArray &argument = {}, int timeout = -1);
+    bool readCount(qint64 wanted, quint64 *count);
     bool ask(ClientDeviceCommands request, const QByteArray &argument);
 
     QUuid m_uuid;

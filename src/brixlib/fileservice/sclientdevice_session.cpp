@@ -91,7 +91,7 @@ qint64 SClientDevice::Session::read(char *data, qint64 size)
     qint64 count = -1;
     const bool isAnswered = exchange([&] {
         quint64 word = 0;
-        if (!command(ClientDeviceCommands::Read, bigEndian(size)) || !io.readWord64(socket, &word))
+        if (!command(ClientDeviceCommands::Read, bigEndian(size)) || !readCount(size, &word))
             return false;
         // The peer's word: more than was asked for would not fit. A refused read has no bytes.
         count = static_cast<qint64>(word);
@@ -102,6 +102,19 @@ qint64 SClientDevice::Session::read(char *data, qint64 size)
     if (count < 0)
         fail(Error::File);
     return std::max<qint64>(count, -1);
+}
+
+// With the count in front of a large block the socket would take in the beginning of the block too,
+// which then had to be copied once more.
+bool SClientDevice::Session::readCount(qint64 wanted, quint64 *count)
+{
+    const bool isLarge = wanted >= BlockingIo::kLargeBytes;
+    io.setReadyReadWanted(!isLarge);
+    const bool isRead = io.readWord64(socket, count);
+    io.setReadyReadWanted(true);
+    if (isRead && isLarge)
+        Q_EMIT socket->readyRead();
+    return isRead;
 }
 
 qint64 SClientDevice::Session::write(const char *data, qint64 size, bool wait)

@@ -18,7 +18,6 @@ constexpr int kWaitSliceMs = 100;
 // How long a stop may wait for the peer when the waits themselves have no limit.
 constexpr int kUnlimitedStopMs = 10000;
 constexpr quint32 kFirstPieceBytes = 64 * 1024;
-constexpr qint64 kLargeBytes = 16 * 1024;
 
 bool isStillConnected(QIODevice *device)
 {

@@ -19,6 +19,9 @@ namespace Talverine {
 class BlockingIo
 {
 public:
+    //! From this size on a block is large.
+    static constexpr qint64 kLargeBytes = 16 * 1024;
+
     //! Milliseconds that a wait may last; 0, the default, does not wait, negative has no limit.
     int timeout() const { return m_timeout; }
     void setTimeout(int milliseconds) { m_timeout = milliseconds; }
