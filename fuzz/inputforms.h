@@ -4,6 +4,7 @@
 #include <brixlib/protocol/wire.h>
 
 #include <QtCore/QByteArray>
+#include <QtCore/QStringView>
 
 /*!
  * The numbers with which inputs pick what a target does. An input that once found an error must
@@ -119,5 +120,20 @@ inline constexpr int kDeviceCalls = int(DeviceCall::Close) + 1;
 
 //! "replies": the first byte.
 enum class ReplyList : quint8 { Commands, Texts };
+
+//! "databaserecords" and "databasefiles": the name of the key field. The last ones are what damaged
+//! bytes are read as, and what is lost at the beginning of a line.
+inline constexpr QStringView kKeyNamesOfInputs[] = {
+    u"name", u"dbkey", u"_uniqueinckey", u"\u017C\u00F3", u"\uFFFD", u"\uFEFFname",
+};
+
+//! "databasefiles": bits of the first byte.
+enum class DatabasePart : quint8 {
+    Head = 1,       //!< a good head stands before the file's bytes
+    Copy = 2,       //!< there is a copy of a head
+    GoodCopy = 4,   //!< there is one, and it is good
+    Index = 8,      //!< there is an index
+    IndexHead = 16, //!< the right checksum stands before the index's bytes
+};
 
 } // namespace Fuzz

@@ -23,14 +23,6 @@ constexpr QDir::Filters kEverything =
     QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
 const auto kHomeName = u"home"_s;
 
-// File operations are much faster in memory. TMPDIR says otherwise.
-QString place()
-{
-    const QFileInfo memory(u"/dev/shm"_s);
-    return qEnvironmentVariableIsSet("TMPDIR") || !memory.isWritable() ? QDir::tempPath()
-                                                                       : memory.filePath();
-}
-
 // An input may have taken the permission to list or change a folder.
 void removeContents(const fs::path &folder)
 {
@@ -61,8 +53,15 @@ QByteArray stateOf(const QFileInfo &entry)
 
 } // namespace
 
+QString scratchPlace()
+{
+    const QFileInfo memory(u"/dev/shm"_s);
+    return qEnvironmentVariableIsSet("TMPDIR") || !memory.isWritable() ? QDir::tempPath()
+                                                                       : memory.filePath();
+}
+
 ScratchFolder::ScratchFolder()
-    : m_outside(place() + u"/brixfuzz-XXXXXX"_s)
+    : m_outside(scratchPlace() + u"/brixfuzz-XXXXXX"_s)
 {
     require(m_outside.isValid(), "ScratchFolder: cannot make a folder");
     fill();

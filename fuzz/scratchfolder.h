@@ -7,6 +7,10 @@
 
 namespace Fuzz {
 
+//! The folder for the folders of targets that need files: in memory, where file operations are much
+//! faster, unless TMPDIR says otherwise.
+QString scratchPlace();
+
 /*!
  * A home folder on the disk with a few files in it, for targets that carry out file operations:
  *

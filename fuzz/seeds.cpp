@@ -271,6 +271,72 @@ void addRecords(QList<Seed> *seeds)
     seeds->append({"credentials", "no-password", "brix://ann@press.example"});
 }
 
+// ---- Databases
+
+void addDatabaseFiles(QList<Seed> *seeds)
+{
+    const auto add = [seeds](const char *name, std::initializer_list<DatabasePart> parts,
+                             int keyName, const QByteArray &database, const QByteArray &copy,
+                             const QByteArray &index) {
+        int bits = 0;
+        for (const DatabasePart part : parts)
+            bits |= int(part);
+        const auto size = [](const QByteArray &file) {
+            return bytesOf(file.size() / 256, file.size() % 256);
+        };
+        seeds->append(
+            {"databasefiles", name,
+             bytesOf(bits, keyName) + size(database) + size(copy) + database + copy + index});
+    };
+    using enum DatabasePart;
+    const QByteArray records("\r\n\r\nname = b\r\nlevel = 1\r\n"
+                             "\r\n\r\nname = a\r\nlevel.0 = 1\r\nlevel.1 = 2\r\n"
+                             "name = b\nlevel = 3");
+    add("whole", {}, 0, GoldenBytes::database(), {}, {});
+    add("index", {IndexHead}, 0, GoldenBytes::database(), {}, GoldenBytes::databaseIndexItems());
+    add("index-of-another-database", {Head, Index}, 0, records, {},
+        "IDX4" + array("abcdef01") + GoldenBytes::databaseIndexItems());
+    add("copy-of-the-head", {Copy}, 0, records, GoldenBytes::databaseHead(), {});
+    add("good-copy", {GoodCopy}, 0, records, {}, {});
+    add("records", {Head}, 0, records, {}, {});
+    add("head-is-data", {Head}, placeIn(kKeyNamesOfInputs, u"dbkey"), records, {}, {});
+    add("unique-keys", {Head}, placeIn(kKeyNamesOfInputs, u"_uniqueinckey"),
+        "_uniqueinckey = 0000000000000007\r\ntext = a\r\n", {}, {});
+    add("beyond-ascii", {Head}, placeIn(kKeyNamesOfInputs, u"\u017C\u00F3"),
+        " \xC5\xBC\xC3\xB3=\xC3\xA9\r\nx=\xFF\r\n\xC5\xBC\xC3\xB3.0 = \xFF\xFF\r\n", {}, {});
+}
+
+void addDatabases(QList<Seed> *seeds)
+{
+    const QByteArray head = GoldenBytes::databaseHead();
+    seeds->append({"databasehead", "head", head});
+    seeds->append({"databasehead", "database", GoldenBytes::database()});
+    seeds->append({"databasehead", "bare-lines",
+                   head.sliced(head.indexOf("dbkey")).replace("\r\n", "\n").replace(" = ", "=")});
+
+    seeds->append({"databaserecords", "database", bytesOf(0, 39, 0) + GoldenBytes::database()});
+    seeds->append(
+        {"databaserecords", "head-with-a-limit",
+         bytesOf(placeIn(kKeyNamesOfInputs, u"dbkey"), 6, 100) + head});
+    seeds->append({"databaserecords", "damaged-names",
+                   bytesOf(placeIn(kKeyNamesOfInputs, u"\uFFFD"), 0, 0) +
+                       "\xFF.1=a\nb=1\n#\xFF=2\n c = \xFF\nb.2=\xE2\x82\xAC\n\xFE=$\nb=2"});
+
+    const auto addField = [seeds](const char *name, int form, const QByteArray &text) {
+        seeds->append({"fieldtext", name, bytesOf(form) + text});
+    };
+    addField("one-value", 0, "level = 12");
+    addField("array", 0, "tags.0 = water\r\ntags.1 = matt\r\n");
+    addField("beyond-ascii", 2, "\xC5\xBC.x=\xC2\xA0\xC3\xB3 = \n=\nno field\n\xC5\xBC=");
+    addField("utf-16", 1, QByteArray("a\0=\0b\0\0\xD8", 8));
+
+    seeds->append(
+        {"indexfile", "index", "IDX4" + array("abcdef01") + GoldenBytes::databaseIndexItems()});
+    seeds->append({"indexfile", "negative-counts", "IDX4" + array("0") + i32(-1) + i32(-1)});
+
+    addDatabaseFiles(seeds);
+}
+
 // ---- Compression
 
 void addDecoders(QList<Seed> *seeds)
@@ -321,6 +387,7 @@ QList<Seed> seeds()
     addClientReplies(&list);
     addCommands(&list);
     addCompressedFiles(&list);
+    addDatabases(&list);
     addDecoders(&list);
     addRecords(&list);
     addServerSessions(&list);

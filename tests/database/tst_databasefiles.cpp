@@ -2,6 +2,8 @@
 // Database files between this library and a few lines of another language.
 #include "sampledatabase.h"
 
+#include <shared/goldenbytes.h>
+
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
@@ -125,7 +127,8 @@ private Q_SLOTS:
         const QString example = page.section(u"```text\n"_s, 1, 1).section(u"```"_s, 0, 0);
         QVERIFY(!example.isEmpty());
         Place place;
-        QVERIFY(setBytes(place.file, QString(example).replace(u"\n"_s, u"\r\n"_s).toUtf8()));
+        QCOMPARE(QString(example).replace(u"\n"_s, u"\r\n"_s).toUtf8(), GoldenBytes::database());
+        QVERIFY(setBytes(place.file, GoldenBytes::database()));
         SDBText database;
         QVERIFY(database.open(place.file));
         QVERIFY(database.authenticate(kUser, kPassword));

@@ -4,6 +4,8 @@
 
 #include <brixrt/scrc32.h>
 
+#include <shared/goldenbytes.h>
+
 #include <QtCore/QBuffer>
 #include <QtCore/QtEndian>
 #include <QtTest/QSignalSpy>
@@ -124,6 +126,20 @@ private Q_SLOTS:
         const QList<SDBField> values = database.values(u"level"_s);
         QCOMPARE(values.size(), 2);
         QCOMPARE(values.at(1).value(), QVariant(u"7"_s));
+    }
+
+    void indexWrittenByHandIsLoaded()
+    {
+        Place place;
+        QVERIFY(setBytes(place.file, GoldenBytes::database()));
+        QVERIFY(setBytes(place.beside(u".idx"_s),
+                         indexHead(place.file) + GoldenBytes::databaseIndexItems()));
+        SDBText database;
+        QVERIFY(database.open(place.file));
+        QVERIFY(database[u"cyan"_s].checkSignature());
+        QVERIFY(database.contains(u"żó"_s));
+        QCOMPARE(database.count(), 2);
+        QCOMPARE(database.values(u"level"_s), QList<SDBField>{SDBField(u"level"_s, u"12"_s)});
     }
 
     void indexThatCannotBeTrustedIsBuiltAnew_data()

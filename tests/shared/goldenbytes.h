@@ -101,4 +101,66 @@ inline QByteArray ring()
                                "4142636465666768");
 }
 
+//! All that stands before the records of a database of "ada", whose password is "secret", with the
+//! key field "name".
+inline QByteArray databaseHead()
+{
+    return QByteArrayLiteral(
+        "# TextDB file type.\r\n"
+        "#\r\n"
+        "# *** DO NOT EDIT! ***\r\n"
+        "#\r\n"
+        "# Special chars:\r\n"
+        "#\r\n"
+        "# '#' is a text comment identifier: a line that starts with this char is ignored\r\n"
+        "# '$' is a delete identifier: a key that starts with this char match a deleted record\r\n"
+        "# '_' is a special field identifier: fields starting with this char are reserved\r\n"
+        "\r\n\r\n"
+        "dbkey = name\r\n"
+        "dbowner = ada\r\n"
+        "dbpasswd = e5e9fa1ba31ecd1ae84f75caaa474f3a663f05f4\r\n"
+        "dbgrants = readonly\r\n"
+        "dbcultureinfo = en-US\r\n"
+        "dbversion = 1\r\n"
+        "_signature = 2de3baf939735b7174395d8118a8a9c3fb3f2ef15c9e8e78e6af598280307543\r\n"
+        "dbkey = ! <-- this char ends the special record\r\n"
+        "\r\n\r\n"
+        "# --- Data starts here ---\r\n");
+}
+
+//! That database with the signed record "cyan" and a removed one.
+inline QByteArray database()
+{
+    return databaseHead() +
+           "\r\n\r\n"
+           "name = cyan\r\n"
+           "level = 12\r\n"
+           "tags.0 = water\r\n"
+           "tags.1 = matt\r\n"
+           "_recowner = ada\r\n"
+           "_cultureinfo = en-US\r\n"
+           "_datetime = 2026-11-20T17:16:39.145Z\r\n"
+           "_signature = c905c0b6cc9307f19d210e33d721e29027e4fd3ce1d70e5a69799e0d5b4539a9\r\n"
+           "\r\n\r\n"
+           "name =$ncay\r\n"
+           "level = 7\r\n"
+           "_recowner = ada\r\n"
+           "_cultureinfo = en-US\r\n"
+           "_datetime = 2026-11-20T17:16:38.002Z\r\n"
+           "_signature = 0000000000000000000000000000000000000000000000000000000000000000\r\n";
+}
+
+//! What stands behind the checksum of a database's index with counts of 32 bits: the keys "cyan" at
+//! 632 and "żó" at 1000, and the field "level" that is "12" in both.
+inline QByteArray databaseIndexItems()
+{
+    return QByteArray::fromHex("00000002"
+                               "00000004 6379616E 0000000000000278"
+                               "00000004 C5BCC3B3 00000000000003E8"
+                               "00000001"
+                               "00000005 6C6576656C 00000002"
+                               "00000002 3132 00000004 6379616E"
+                               "00000002 3132 00000004 C5BCC3B3");
+}
+
 } // namespace GoldenBytes

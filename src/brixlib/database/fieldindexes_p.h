@@ -6,6 +6,8 @@
 #include <QtCore/QMultiMap>
 #include <QtCore/QString>
 
+class QLocale;
+
 namespace Talverine {
 
 class SDBRecord;

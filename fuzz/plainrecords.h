@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <brixlib/database/sdbrecord.h>
+
+#include <QtCore/QByteArray>
+#include <QtCore/QList>
+#include <QtCore/QString>
+
+#include <limits>
+
+namespace Fuzz {
+
+//! A record of a database file, and where its key line begins.
+struct PlainRecord
+{
+    qint64 position = 0;
+    QString key;
+    Talverine::SDBRecord record;
+
+    bool operator==(const PlainRecord &other) const = default;
+};
+
+/*!
+ * The records of a database \a file that are not deleted, read with care for neither time nor
+ * memory: what the reader at work is compared with. A line that begins more than \a recordLimit
+ * bytes behind its record's beginning belongs to no record.
+ */
+QList<PlainRecord> plainRecords(const QByteArray &file, const QString &keyName,
+                                qint64 recordLimit = std::numeric_limits<qint64>::max());
+
+/*!
+ * Whether a name of \a record begins with a byte order mark. Lines lose theirs when they are read,
+ * so that a name has one mark less each time it is written and read.
+ */
+bool hasMarkedName(const Talverine::SDBRecord &record);
+
+} // namespace Fuzz
