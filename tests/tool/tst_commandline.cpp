@@ -115,6 +115,16 @@ private Q_SLOTS:
         QTest::newRow("too many threads")
             << QStringList{u"compress"_s, u"f"_s, u"--threads"_s, u"2147483648"_s}
             << "--threads: 2147483648 is larger than 2147483647\n"_ba;
+        QTest::newRow("negative number of last entries")
+            << QStringList{u"log"_s, u"show"_s, u"f"_s, u"--last"_s, u"-1"_s}
+            << "--last: -1 is no whole number from 0 on\n"_ba;
+        QTest::newRow("entries to keep with a unit")
+            << QStringList{u"log"_s,    u"append"_s, u"f"_s,           u"id"_s,
+                           u"--user"_s, u"ann"_s,    u"--keep-logs"_s, u"1k"_s}
+            << "--keep-logs: 1k is no whole number from 0 on\n"_ba;
+        QTest::newRow("too many entries to keep")
+            << QStringList{u"log"_s, u"rotate"_s, u"f"_s, u"--keep-logs"_s, u"2147483648"_s}
+            << "--keep-logs: 2147483648 is larger than 2147483647\n"_ba;
         QTest::newRow("port too large")
             << QStringList{u"serve"_s, u"--users"_s, u"f"_s, u"--port"_s, u"65536"_s}
             << "--port: Value 65536 not in range"_ba;

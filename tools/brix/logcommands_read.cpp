@@ -65,7 +65,7 @@ struct ShowOptions
 
 void declareLast(CLI::App *command, std::optional<qint64> *last, const std::string &description)
 {
-    command->add_option("-n,--last", *last, description)->check(CLI::NonNegativeNumber);
+    command->add_option("-n,--last", *last, description)->check(wholeNumber());
 }
 
 void declareShow(CLI::App *command, ShowOptions *options)

@@ -10,6 +10,7 @@
 #include <QtCore/QTemporaryDir>
 
 #include <algorithm>
+#include <limits>
 
 namespace Brix {
 
@@ -56,7 +57,7 @@ void declareAppend(CLI::App *command, AppendOptions *options)
     command
         ->add_option("--keep-logs", options->limits.keepLogs,
                      "Entries that a rotation carries over, at most a third")
-        ->check(CLI::NonNegativeNumber)
+        ->check(wholeNumber(std::numeric_limits<int>::max()))
         ->capture_default_str();
     command
         ->add_option("--max-bytes", options->limits.maxBytes,
@@ -188,7 +189,7 @@ void declareRotate(CLI::App *command, RotateOptions *options)
         ->add_option("--keep-logs", options->keep,
                      "Entries to carry over, at most a third; pinned ones come beside them. 0 "
                      "leaves all of them out")
-        ->check(CLI::NonNegativeNumber)
+        ->check(wholeNumber(std::numeric_limits<int>::max()))
         ->capture_default_str();
 }
 
