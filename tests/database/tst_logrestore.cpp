@@ -154,6 +154,20 @@ private Q_SLOTS:
                  u"0000000000000004"_s);
     }
 
+    void allTenBackupsTakenTheLastOneComesBack()
+    {
+        BackedUpLog given;
+        QVERIFY(given.isMade);
+        for (int number = 0; number < 9; ++number)
+            QVERIFY(setBytes(given.place.backup(number), "x"));
+        QVERIFY(QFile::copy(given.copy, given.place.backup(9)));
+        QVERIFY(appendNumbered(given.log, 4, 5));
+        // The rotation writes over it.
+        QVERIFY(given.log.restore(given.place.folder.path(), u"machine.B09"_s, false));
+        QCOMPARE(idsOf(given.log), numbered(1, 3));
+        QCOMPARE(idsIn(given.place.backup(9)), numbered(1, 5));
+    }
+
     void everyBackupByRotationComesBack_data()
     {
         QTest::addColumn<int>("number");
@@ -178,15 +192,27 @@ private Q_SLOTS:
         QCOMPARE(place.backups(), (QList<int>{1, 2, 3, 4, 5, 6, 7, 8, 9}));
     }
 
-    void missingBackupCostsNothing()
+    void missingBackupIsToldAfterTheRotation()
+    {
+        BackedUpLog given;
+        QVERIFY(given.isMade);
+        expectError("FileNotFound");
+        QVERIFY(!given.log.restore(given.folder.path(), u"none"_s, false));
+        QCOMPARE(given.log.error(), DBError::FileNotFound);
+        QVERIFY(!QFile::exists(given.folder.filePath(u"none"_s)));
+        QCOMPARE(idsOf(given.log), QStringList{kMarker});
+        QCOMPARE(idsIn(given.place.backup(0)), numbered(1, 3));
+    }
+
+    void missingBackupToMergeCostsNothing()
     {
         BackedUpLog given;
         QVERIFY(given.isMade);
         const QByteArray before = bytesOf(given.place.file);
-        for (const bool merge : {false, true}) {
-            QVERIFY(!given.log.restore(given.folder.path(), u"none"_s, merge));
-            QVERIFY(!given.log.restore(given.folder.path(), u"none"_s, merge, SLogger::logId()));
-        }
+        expectError("FileNotFound");
+        QVERIFY(!given.log.restore(given.folder.path(), u"none"_s, true));
+        QCOMPARE(given.log.error(), DBError::FileNotFound);
+        QVERIFY(!given.log.restore(given.folder.path(), u"none"_s, true, SLogger::logId()));
         QVERIFY(!QFile::exists(given.folder.filePath(u"none"_s)));
         QCOMPARE(bytesOf(given.place.file), before);
         QCOMPARE(given.place.backups(), QList<int>());
@@ -218,7 +244,9 @@ private Q_SLOTS:
         QVERIFY(given.log.close());
         const QByteArray before = bytesOf(given.place.file);
         const SignalLog<> restored(&given.log, &SLogger::restored);
+        expectError("SeekError");
         QVERIFY(!given.log.restore(given.folder.path(), kCopy, false));
+        QCOMPARE(given.log.error(), DBError::SeekError);
         QCOMPARE(bytesOf(given.place.file), before);
         QCOMPARE(given.place.backups(), QList<int>());
         QVERIFY(restored.isEmpty());

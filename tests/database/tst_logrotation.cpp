@@ -481,7 +481,9 @@ private Q_SLOTS:
         const LogPlace place;
         SLogger log(place.file, kSmall);
         QVERIFY(touch(place.backup(1)));
+        expectError("SeekError");
         QVERIFY(!log.rotate(true));
+        QCOMPARE(log.error(), DBError::SeekError);
         QCOMPARE(place.backups(), QList<int>{1});
     }
 
@@ -501,7 +503,9 @@ private Q_SLOTS:
         QCOMPARE(log.error(), DBError::AuthError);
         QCOMPARE(opened.entries(), (QList<std::tuple<bool>>{{false}}));
         QCOMPARE(bytesOf(place.file), before);
-        QCOMPARE(log.count(), 11);
+        // The log is open to read.
+        QVERIFY(log.isReady());
+        QCOMPARE(idsOf(log), numbered(1, 11));
     }
 
     void fullDiskAtTheBackupLeavesTheLog()

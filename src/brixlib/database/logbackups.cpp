@@ -28,6 +28,9 @@ LogBackups::LogBackups(const QString &logFile)
 
 bool LogBackups::holds(const QString &fileName) const
 {
+    // Any two files that are missing would be the same.
+    if (!QFile::exists(fileName))
+        return false;
     for (int number = 0; number < kSlots; ++number) {
         if (isSameFile(nameOf(number), fileName))
             return true;

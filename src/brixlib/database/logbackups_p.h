@@ -14,7 +14,7 @@ class LogBackups
 public:
     explicit LogBackups(const QString &logFile);
 
-    //! Whether \a fileName is one of the ten.
+    //! Whether \a fileName is there and one of the ten.
     bool holds(const QString &fileName) const;
     //! The name for the next backup. Removes the one that comes behind it.
     QString makeRoom() const;

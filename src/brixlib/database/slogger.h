@@ -82,18 +82,23 @@ public:
     /*!
      * Opens the log for \a user, or creates it, and rotates it if need be. Emits opened(). In the
      * \a background it returns true at once, and a thread of the global pool does this.
+     *
+     * When only the rotation fails, as it does for who may not write, the log is open nevertheless.
      */
     bool open(const QString &user, const QString &password, bool background = false);
-    //! Whether the log is open and no open in the background is on its way. Doesn't wait.
+    //! Whether the log is open and no open in the background is on its way, which it doesn't wait
+    //! for.
     bool isReady() const;
-    //! Waits for an open in the background.
+    //! Waits for an open in the background, or does its work where the pool hasn't begun with it.
+    //! Never returns in a slot that this open calls directly.
     void waitForFinished() const;
     //! Emits closed(). Always true.
     bool close();
 
     /*!
      * Adds an entry, dated now unless the record has a valid date; false without an \a id. Costs
-     * one write to the file, and never rotates.
+     * one write to the file, and never rotates. A write that fails, as on a full disk, may leave
+     * the beginning of the entry in the file, without a signature, and leaves error() as it was.
      */
     bool append(const QString &id);
     bool append(const QString &id, const SDBRecord &record);
@@ -102,7 +107,8 @@ public:
 
     /*!
      * Pins an entry, so that rotations keep it, or marks it as not pinned; they keep that too. The
-     * entry comes to the end of the log under a new key; false when \a record isn't in the log.
+     * entry comes to the end of the log under a new key; false when \a record isn't in the log. Its
+     * key tells which entry it is, so it must have been read since the last rotation.
      */
     bool pinDown(const SDBRecord &record, bool pin = true);
     static bool isPinned(const SDBRecord &record);
@@ -152,8 +158,8 @@ public:
     /*!
      * Reads a backup, which must belong to the log's user.
      *
-     * Without \a merge it takes the place of the log, which is rotated before; an error that shows
-     * only afterwards leaves the log with nothing but its "LogRotate".
+     * Without \a merge it takes the place of the log, which is rotated before: a backup that is
+     * missing or can't be read leaves the log with nothing but its "LogRotate".
      *
      * With \a merge its entries are added to the end, dates kept. An entry whose \a uniqueField
      * has a text that the log holds already is left out; a packed backup can't be sifted so.

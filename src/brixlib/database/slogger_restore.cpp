@@ -41,8 +41,7 @@ bool SLogger::restore(const QString &dir, const QString &name, bool merge,
 {
     const QMutexLocker guard(&m_mutex);
     const QString source = outsidePath(dir, name);
-    // A name misspelled must not cost the log.
-    if (source.isEmpty() || !QFile::exists(source))
+    if (source.isEmpty())
         return false;
     if (!merge)
         return restoreInPlace(source);

@@ -32,9 +32,11 @@ SDBRecord rotationMarker(const QString &backupFile, int count)
 bool SLogger::rotate(bool keep)
 {
     const QMutexLocker guard(&m_mutex);
-    // A closed log must not cost a backup.
-    if (m_pathName.isEmpty() || m_database.isNull())
+    if (m_pathName.isEmpty())
         return false;
+    // A closed log must not cost a backup: this fails before it comes to a file, and tells why.
+    if (m_database.isNull())
+        return backupPlain(QString());
     const QString backupFile = LogBackups(m_pathName).makeRoom();
     const int kept = keep ? keptEntries() : 0;
     SDBRecord marker = rotationMarker(backupFile, m_database.count());
