@@ -7,6 +7,7 @@
 
 #include <brixrt/slocale.h>
 
+#include <shared/filesizelimit.h>
 #include <shared/signallog.h>
 
 #include <QtCore/QLockFile>
@@ -146,6 +147,39 @@ private Q_SLOTS:
         QCOMPARE(log.count(), 0);
     }
 
+    void grantsOfADatabaseThatIsTakenAsALog_data()
+    {
+        QTest::addColumn<DBAuthGrants>("grants");
+        QTest::addColumn<bool>("isReadable");
+        QTest::addColumn<bool>("isWriteable");
+
+        QTest::newRow("none") << DBAuthGrants::None << false << false;
+        QTest::newRow("read") << DBAuthGrants::ReadOnly << true << false;
+        QTest::newRow("read and write") << DBAuthGrants::ReadWrite << true << true;
+        QTest::newRow("write what is one's own") << DBAuthGrants::ReadOwnWrite << true << true;
+        QTest::newRow("all") << DBAuthGrants::All << true << true;
+    }
+
+    void grantsOfADatabaseThatIsTakenAsALog()
+    {
+        QFETCH(const DBAuthGrants, grants);
+        const LogPlace place;
+        {
+            SDBText database;
+            QVERIFY(create(database, place.file, grants, SDBRecord::uniqueIncKey()));
+        }
+        SLogger log(place.file);
+        QVERIFY(log.open(u"bob"_s, u"other"_s));
+        QTEST(log.isReadable(), "isReadable");
+        QTEST(log.isWriteable(), "isWriteable");
+        if (!log.isWriteable())
+            expectError("AuthError");
+        QTEST(log.append(u"e1"_s), "isWriteable");
+        QVERIFY(log.open(kUser, kPassword));
+        QVERIFY(log.isReadable());
+        QVERIFY(log.isWriteable());
+    }
+
     void withoutAPasswordNobodyWrites()
     {
         const LogPlace place;
@@ -274,6 +308,45 @@ private Q_SLOTS:
         QVERIFY(!log.append(QString(), QList<SDBRecord>{dated(1), dated(2)}));
         QCOMPARE(log.bytes(), before);
         QVERIFY(changed.isEmpty());
+    }
+
+    void entryTornByAFullDiskHarmsNoOther()
+    {
+        // Anywhere in its key line and at its end, and here and there between.
+        constexpr qint64 kKeyLineEnd = 40;
+        constexpr qint64 kStep = 13;
+        qint64 entryBytes = 1;
+        for (qint64 torn = 0; torn < entryBytes;
+             torn += torn < kKeyLineEnd || torn > entryBytes - kStep ? 1 : kStep) {
+            const LogPlace place;
+            SLogger log(place.file, kLarge);
+            QVERIFY(log.open(kUser, kPassword));
+            const qint64 head = log.bytes();
+            QVERIFY(appendNumbered(log, 1, 1));
+            entryBytes = log.bytes() - head;
+            {
+                const FileSizeLimit limit(log.bytes() + torn);
+                QVERIFY(!appendNumbered(log, 2, 2));
+            }
+            QCOMPARE(log.bytes(), head + entryBytes + torn);
+            QCOMPARE(log.error(), DBError::NoError);
+            QCOMPARE(idsOf(log), QStringList{u"e1"_s});
+            QVERIFY(appendNumbered(log, 3, 3));
+            QCOMPARE(idsOf(log), (QStringList{u"e1"_s, u"e3"_s}));
+
+            // All but the end of its last line makes it whole.
+            const bool isWhole = torn >= entryBytes - 2;
+            QVERIFY(log.close());
+            QVERIFY(log.open(kUser, kPassword));
+            QStringList whole;
+            for (SDBIterator entry = log.begin(); !entry->isEmpty(); ++entry) {
+                if (entry->checkSignature())
+                    whole.append(entry->value(SLogger::logId()).toString());
+            }
+            QCOMPARE(whole, isWhole ? numbered(1, 3) : (QStringList{u"e1"_s, u"e3"_s}));
+            QVERIFY(appendNumbered(log, 4, 4));
+            QCOMPARE(idsOf(log).last(), u"e4"_s);
+        }
     }
 
     void validDateOfTheCallerStays_data()
