@@ -549,6 +549,44 @@ private Q_SLOTS:
         QCOMPARE(database.count(), 0);
     }
 
+    void headCopyThatCannotBeWrittenIsNoFailure()
+    {
+        Place place;
+        QVERIFY(QDir().mkdir(place.beside(u".srec"_s)));
+        SDBText database;
+        QVERIFY(create(database, place.file));
+        QVERIFY(insertAll(database, {u"cyan"_s}));
+        QVERIFY(database.open(place.file));
+        QCOMPARE(database.error(), DBError::NoError);
+        QCOMPARE(database.count(), 1);
+    }
+
+    void headCopyHasThePermissionsOfTheDatabase_data()
+    {
+        QTest::addColumn<QFileDevice::Permissions>("permissions");
+        const QFileDevice::Permissions owner = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+        QTest::newRow("owner") << owner;
+        QTest::newRow("group") << (owner | QFileDevice::ReadGroup | QFileDevice::WriteGroup);
+        QTest::newRow("all") << (owner | QFileDevice::ReadGroup | QFileDevice::ReadOther);
+    }
+
+    void headCopyHasThePermissionsOfTheDatabase()
+    {
+        QFETCH(QFileDevice::Permissions, permissions);
+        Place place;
+        SDBText database;
+        QVERIFY(create(database, place.file));
+        QVERIFY(QFile::setPermissions(place.file, permissions));
+        const QString copy = place.beside(u".srec"_s);
+        // One that was there, and a new one.
+        QVERIFY(database.open(place.file));
+        QCOMPARE(QFile::permissions(copy), QFile::permissions(place.file));
+        QVERIFY(QFile::remove(copy));
+        QVERIFY(database.open(place.file));
+        QCOMPARE(QFile::permissions(copy), QFile::permissions(place.file));
+        QCOMPARE(bytesOf(copy), bytesOf(place.file));
+    }
+
     void headCopyIsWrittenAtEveryOpening()
     {
         Place place;

@@ -15,6 +15,8 @@
 
 #include <memory>
 
+class QFile;
+
 namespace Talverine {
 
 class RecordReader;
@@ -123,5 +125,8 @@ private:
 //! The file that lies beside that of \a device under its name and \a suffix; empty for a device
 //! that is no file.
 QString companionFile(const QIODevice *device, QLatin1String suffix);
+
+//! Opens such a file for writing, empty, with the permissions of the \a database.
+[[nodiscard]] bool openCompanion(QFile *file, const QIODevice *database);
 
 } // namespace Talverine

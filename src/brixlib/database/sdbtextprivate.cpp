@@ -46,6 +46,13 @@ bool grantsInserting(DBAuthGrants grants)
     return grantsWriting(grants) || grants == DBAuthGrants::ReadOwnWrite;
 }
 
+// Those of the current user follow from the others.
+QFileDevice::Permissions permissionsOf(const QFileDevice &file)
+{
+    return file.permissions() &
+           ~(QFileDevice::ReadUser | QFileDevice::WriteUser | QFileDevice::ExeUser);
+}
+
 // A program that is killed while it makes its lock leaves an empty file, which names no owner.
 // While it lives, the system holds the file for it.
 bool takeOwnerlessLock(QLockFile &lock, const QString &name)
@@ -64,6 +71,18 @@ QString companionFile(const QIODevice *device, QLatin1String suffix)
 {
     const auto *file = qobject_cast<const QFileDevice *>(device);
     return file && !file->fileName().isEmpty() ? file->fileName() + suffix : QString();
+}
+
+// Before anything is in it, it is closed to those who may not read the database: what lies beside
+// one holds its texts, and the hash of a password.
+bool openCompanion(QFile *file, const QIODevice *database)
+{
+    const auto *databaseFile = qobject_cast<const QFileDevice *>(database);
+    if (!databaseFile)
+        return false;
+    const QFileDevice::Permissions permissions = permissionsOf(*databaseFile);
+    return file->open(QIODevice::WriteOnly, permissions) &&
+           (permissionsOf(*file) == permissions || file->setPermissions(permissions));
 }
 
 void SDBTextPrivate::setUser(const QString &name, const QString &secret)
@@ -219,7 +238,7 @@ void SDBTextPrivate::saveHeadCopy()
     if (name.isEmpty() || isHeadFromCopy)
         return;
     QFile file(name);
-    [[maybe_unused]] const bool isWritten = file.open(QIODevice::WriteOnly) && head.write(&file);
+    [[maybe_unused]] const bool isWritten = openCompanion(&file, device) && head.write(&file);
 }
 
 DBError SDBTextPrivate::copyTo(QIODevice *target)
