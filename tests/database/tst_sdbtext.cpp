@@ -214,6 +214,32 @@ private Q_SLOTS:
         QCOMPARE(opened.size(), 0);
     }
 
+    void createClosesWhatIsOpenOnce()
+    {
+        Place place;
+        const QString folder = place.folder.filePath(u"folder"_s);
+        QVERIFY(QDir().mkdir(folder));
+        SDBText database;
+        QVERIFY(create(database, place.file));
+        QSignalSpy closed(&database, &SDBText::databaseClosed);
+        QSignalSpy opened(&database, &SDBText::databaseOpened);
+        QVERIFY(create(database, place.file));
+        QCOMPARE(closed.size(), 1);
+        QCOMPARE(opened.size(), 1);
+        expectError("KeyIsNull");
+        QVERIFY(!database.create(folder, QString()));
+        QVERIFY(!database.isNull());
+        QCOMPARE(closed.size(), 1);
+        expectError("CreateError");
+        QVERIFY(!database.create(folder, u"name"_s));
+        QVERIFY(database.isNull());
+        QCOMPARE(closed.size(), 2);
+        expectError("CreateError");
+        QVERIFY(!database.create(folder, u"name"_s));
+        QCOMPARE(closed.size(), 2);
+        QCOMPARE(opened.size(), 1);
+    }
+
     void openBeginsWithClose()
     {
         Place place;

@@ -39,8 +39,7 @@ SDBText::~SDBText()
 bool SDBText::close()
 {
     const QMutexLocker guard(&d->mutex);
-    d->closeDevice(d->device);
-    d->saveIndex();
+    d->close();
     Q_EMIT databaseClosed();
     d->error = DBError::NoError;
     return true;
@@ -182,18 +181,29 @@ bool SDBText::init(QIODevice *device)
     return returnBool(loaded);
 }
 
-// Writes an empty database and closes it: opening it afterwards proves what was written.
 bool SDBText::createOn(QIODevice *device, const QString &key, DBAuthGrants grants,
                        const QLocale &locale, const QString &version)
 {
     if (key.isEmpty())
         return returnBool(DBError::KeyIsNull);
-    // Its lock may be the one that is needed.
-    if (!d->isNull())
-        SDBText::close();
+    // The lock of the open database may be the one that is needed.
+    const bool wasOpen = !d->isNull();
+    if (wasOpen)
+        d->close();
+    const DBError written = writeEmpty(device, key, grants, locale, version);
+    // Where it goes on, init() tells.
+    if (written != DBError::NoError && wasOpen)
+        Q_EMIT databaseClosed();
+    return returnBool(written);
+}
+
+// Writes an empty database and closes it: opening it afterwards proves what was written.
+DBError SDBText::writeEmpty(QIODevice *device, const QString &key, DBAuthGrants grants,
+                            const QLocale &locale, const QString &version)
+{
     const DBError opened = d->openEmpty(device, DBError::CreateError);
     if (opened != DBError::NoError)
-        return returnBool(opened);
+        return opened;
     DatabaseHead head;
     head.key = key;
     head.owner = d->user;
@@ -204,7 +214,7 @@ bool SDBText::createOn(QIODevice *device, const QString &key, DBAuthGrants grant
     head.version = version;
     const bool written = head.write(device);
     d->closeDevice(device);
-    return returnBool(written ? DBError::NoError : DBError::WriteError);
+    return written ? DBError::NoError : DBError::WriteError;
 }
 
 bool SDBText::returnBool(DBError error)

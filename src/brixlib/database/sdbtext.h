@@ -185,6 +185,8 @@ private:
     bool init(QIODevice *device);
     bool createOn(QIODevice *device, const QString &key, DBAuthGrants grants, const QLocale &locale,
                   const QString &version);
+    DBError writeEmpty(QIODevice *device, const QString &key, DBAuthGrants grants,
+                       const QLocale &locale, const QString &version);
     bool returnBool(DBError error);
     bool _insert(const SDBRecord &record, bool notify);
     bool _remove(const QString &key, bool notify);

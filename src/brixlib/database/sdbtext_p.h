@@ -54,6 +54,8 @@ public:
     DBError openDevice();
     //! Locks and opens \a target with \a mode; \a failure is what not being able to open is called.
     DBError openEmpty(QIODevice *target, DBError failure);
+    //! Closes the device and saves its index.
+    void close();
     //! Closes \a target, which may be another device, and lets go of the lock.
     void closeDevice(QIODevice *target);
     DBError seekEnd();

@@ -160,6 +160,12 @@ DBError SDBTextPrivate::openEmpty(QIODevice *target, DBError failure)
     return isEmpty ? DBError::NoError : failure;
 }
 
+void SDBTextPrivate::close()
+{
+    closeDevice(device);
+    saveIndex();
+}
+
 void SDBTextPrivate::closeDevice(QIODevice *target)
 {
     if (target && target->isOpen())
