@@ -35,13 +35,6 @@ const QByteArray &comment()
     return lines;
 }
 
-QByteArray terminator()
-{
-    return specialFieldName(Field::dbKey).toUtf8() +
-           " = ! <-- this char ends the special record\r\n" + recordSeparator() +
-           "# --- Data starts here ---\r\n";
-}
-
 QString textOf(const SDBRecord &record, Field field)
 {
     return record.value(specialFieldName(field)).toString();
@@ -83,16 +76,25 @@ bool DatabaseHead::write(QIODevice *device) const
     if (!signForWriting(&record, specialFieldName(Field::dbKey)))
         return false;
     return writeAll(device,
-                    comment() + recordSeparator() + recordLines(record, culture) + terminator());
+                    comment() + recordSeparator() + recordLines(record, culture) + headEnd());
 }
 
-SDBRecord readSpecialRecord(QIODevice *device)
+SDBRecord readSpecialRecord(QIODevice *device, bool *hasEnd)
 {
     RecordReader reader(device, specialFieldName(Field::dbKey), 0);
     reader.setRecordLimit(kSpecialRecordBytes);
     SDBRecord record;
     reader.next(&record);
+    if (hasEnd)
+        *hasEnd = reader.isEndedByKeyLine();
     return record;
+}
+
+QByteArray headEnd()
+{
+    return specialFieldName(Field::dbKey).toUtf8() +
+           " = ! <-- this char ends the special record\r\n" + recordSeparator() +
+           "# --- Data starts here ---\r\n";
 }
 
 QString specialFieldName(DatabaseSpecialRecordField field)

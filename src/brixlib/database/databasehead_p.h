@@ -33,8 +33,12 @@ struct DatabaseHead
     [[nodiscard]] bool write(QIODevice *device) const;
 };
 
-//! The special record of a file, read from its beginning; empty when there is none.
-SDBRecord readSpecialRecord(QIODevice *device);
+//! The special record of a file, read from its beginning; empty when there is none. \a hasEnd
+//! tells whether a line ends it, and not the file.
+SDBRecord readSpecialRecord(QIODevice *device, bool *hasEnd = nullptr);
+
+//! What stands between the special record and the records.
+QByteArray headEnd();
 
 //! The name in the file of a field of the special record.
 QString specialFieldName(DatabaseSpecialRecordField field);

@@ -20,6 +20,7 @@ RecordReader::RecordReader(QIODevice *device, const QString &keyName, qint64 pos
 bool RecordReader::next(SDBRecord *record)
 {
     record->clear();
+    m_isEndedByKeyLine = false;
     if (!findBegin(record))
         return false;
     readRest(record);
@@ -44,18 +45,21 @@ void RecordReader::readRest(SDBRecord *record)
 {
     LineReader &lines = m_keyLines.lines();
     QByteArrayView line;
+    qint64 bytes = 0;
     while (lines.next(&line)) {
         const std::optional<FieldLine> field = parseFieldLine(line);
-        if (field && field->name == m_keyName) {
+        if (!field)
+            continue;
+        if (field->name == m_keyName) {
             lines.unread();
+            m_isEndedByKeyLine = true;
             return;
         }
-        if (lines.position() - m_position > m_recordLimit)
+        bytes += line.size();
+        if (bytes > m_recordLimit)
             return;
-        if (field) {
-            record->append(field->name.toString(),
-                           SConvert::toVariant(field->value.toString(), QString(), m_locale));
-        }
+        record->append(field->name.toString(),
+                       SConvert::toVariant(field->value.toString(), QString(), m_locale));
     }
 }
 

@@ -19,7 +19,8 @@ public:
     RecordReader(QIODevice *device, const QString &keyName, qint64 position,
                  qsizetype blockBytes = LineReader::kScanBytes);
 
-    //! Ends a record that would be longer; no limit unless this is called.
+    //! Ends a record whose lines would be longer together, blanks and comments not counted; no
+    //! limit unless this is called.
     void setRecordLimit(qint64 bytes) { m_recordLimit = bytes; }
 
     //! The next record; cleared, with false, when there is none.
@@ -28,6 +29,8 @@ public:
     //! The key of the last record as it is read, and the offset of its key line.
     const QString &key() const { return m_key; }
     qint64 position() const { return m_position; }
+    //! Whether the next key line ended the last record, and not the file or the limit.
+    bool isEndedByKeyLine() const { return m_isEndedByKeyLine; }
     //! Whether seeking or reading failed, so that the last record may lack its end.
     bool hasFailed() const { return m_keyLines.hasFailed(); }
 
@@ -41,6 +44,7 @@ private:
     qint64 m_recordLimit;
     QString m_key;
     qint64 m_position = -1;
+    bool m_isEndedByKeyLine = false;
 };
 
 } // namespace Talverine

@@ -106,7 +106,8 @@ public:
     qint64 uniqueCounter = 0;
     std::unique_ptr<QIODevice> ownDevice;
     bool isHeadFromCopy = false;
-    bool hasIndex = false; //!< the indexes are those of the device
+    bool isHeadEndMissing = false; //!< the file ends before the line that ends its head
+    bool hasIndex = false;         //!< the indexes are those of the device
     Compression::CompressionAlgorithm backupCompressor =
         Compression::CompressionAlgorithm::Uncompressed;
 

@@ -179,6 +179,7 @@ DBError SDBTextPrivate::truncate()
     const DBError result = openEmpty(device, DBError::ResetError);
     isOpen = device && device->isOpen();
     hasIndex = isOpen;
+    isHeadEndMissing = false;
     clearIndexes();
     return result;
 }
@@ -219,7 +220,9 @@ SDBRecord SDBTextPrivate::readHeadRecord()
 {
     if (device->size() < 1)
         return SDBRecord();
-    SDBRecord record = readSpecialRecord(device);
+    bool hasEnd = false;
+    SDBRecord record = readSpecialRecord(device, &hasEnd);
+    isHeadEndMissing = !record.isEmpty() && !hasEnd;
     if (!record.isEmpty())
         return record;
     record = readHeadCopy();

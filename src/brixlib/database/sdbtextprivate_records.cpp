@@ -6,6 +6,7 @@
 #include <brixlib/database/recordwriter_p.h>
 
 #include <brixrt/sconvert.h>
+#include <brixrt/senvironment.h>
 
 #include <limits>
 
@@ -42,9 +43,15 @@ DBError SDBTextPrivate::append(SDBRecord record, bool keepAsIs)
     const DBError end = seekEnd();
     if (end != DBError::NoError)
         return end;
-    const qint64 position = device->pos() + recordSeparator().size();
-    if (!writeAll(device, recordSeparator() + recordLines(record, head.culture)))
+    QByteArray bytes;
+    // The head would take the record for a part of it.
+    if (isHeadEndMissing)
+        bytes = SEnvironment::rawWindowsNewLine().toUtf8() + headEnd();
+    bytes += recordSeparator();
+    const qint64 position = device->pos() + bytes.size();
+    if (!writeAll(device, bytes + recordLines(record, head.culture)))
         return DBError::WriteError;
+    isHeadEndMissing = false;
     addKey(keyOf(record), position);
     return DBError::NoError;
 }
