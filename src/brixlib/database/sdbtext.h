@@ -49,7 +49,7 @@ class BRIXLIB_EXPORT SDBText : public Interfaces::ISDatabase
     Q_INTERFACES(Talverine::Interfaces::ISDatabase)
 
 public:
-    // The names of the special record's fields.
+    //! The names of the special record's fields.
     static const QString Version;
     static const QString Password;
     static const QString Owner;

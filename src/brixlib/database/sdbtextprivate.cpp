@@ -59,7 +59,8 @@ bool takeOwnerlessLock(QLockFile &lock, const QString &name)
 {
     if (QFileInfo(name).size() != 0)
         return false;
-    lock.setStaleLockTime(1);
+    // By now it would have written its name, had it gone on.
+    lock.setStaleLockTime(kLockPatienceMs / 2);
     const bool isTaken = lock.tryLock(0);
     lock.setStaleLockTime(0);
     return isTaken;
