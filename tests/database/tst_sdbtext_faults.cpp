@@ -58,6 +58,8 @@ QString nameOf(int number)
     return QString::number(number).rightJustified(6, u'0');
 }
 
+constexpr int kRecordsToClear = 3;
+
 // What a child does until it is killed. It tells what is done before it goes on.
 
 void tell(const char *what, int number)
@@ -96,6 +98,18 @@ bool purgeForEver(SDBText &database)
     return false;
 }
 
+bool clearForEver(SDBText &database)
+{
+    for (int i = 0; database.clear(); ++i) {
+        tell("cleared", i);
+        for (int number = 0; number < kRecordsToClear; ++number) {
+            if (!database.insert(ink(nameOf(number))))
+                return false;
+        }
+    }
+    return false;
+}
+
 bool restoreForEver(SDBText &database)
 {
     for (int i = 0; database.restore(database.fileName() + u".backup"_s); ++i)
@@ -105,11 +119,10 @@ bool restoreForEver(SDBText &database)
 
 const QMap<QString, Work> &childWorks()
 {
-    static const QMap<QString, Work> works{{u"insert"_s, insertForEver},
-                                           {u"replace"_s, replaceForEver},
-                                           {u"remove"_s, removeAll},
-                                           {u"purge"_s, purgeForEver},
-                                           {u"restore"_s, restoreForEver}};
+    static const QMap<QString, Work> works{
+        {u"insert"_s, insertForEver}, {u"replace"_s, replaceForEver},
+        {u"remove"_s, removeAll},     {u"purge"_s, purgeForEver},
+        {u"clear"_s, clearForEver},   {u"restore"_s, restoreForEver}};
     return works;
 }
 
@@ -467,8 +480,8 @@ private:
         SDBText database;
         const bool opened = openAsAda(database, place.file);
         if (!opened) {
-            // Purge and restore begin with an empty file.
-            QVERIFY(work == u"purge" || work == u"restore");
+            // These begin with an empty file.
+            QVERIFY(work == u"purge" || work == u"clear" || work == u"restore");
             QVERIFY(database.error() == DBError::WrongDB || database.error() == DBError::SignError);
             return;
         }
@@ -486,6 +499,10 @@ private:
             const int removed = lastTold(told, "removed") + 1;
             QVERIFY(database.count() <= kKilledRecords - removed);
             QVERIFY(signedRecords >= kKilledRecords - removed - 1);
+        } else if (work == u"clear") {
+            // None of those that were there before comes back.
+            QVERIFY(lastTold(told, "cleared") < 0 || database.count() <= kRecordsToClear);
+            QVERIFY(signedRecords >= database.count() - 1);
         } else {
             // Records that were still to be written are lost; of the others one may be torn.
             QVERIFY(signedRecords >= database.count() - 1);
