@@ -33,6 +33,7 @@ QByteArray chainOf(const QList<QByteArray> &texts)
 const QByteArray kPasswordHash =
     QCryptographicHash::hash("secret", QCryptographicHash::Sha1).toHex();
 
+//! The bytes of a head; the last fields are left out where their values are.
 QByteArray headOf(const QList<QByteArray> &values)
 {
     const QList<QByteArray> names{"dbkey",    "dbowner",       "dbpasswd",
@@ -48,7 +49,7 @@ QByteArray headOf(const QList<QByteArray> &values)
         "# '$' is a delete identifier: a key that starts with this char match a deleted record\r\n"
         "# '_' is a special field identifier: fields starting with this char are reserved\r\n"
         "\r\n\r\n";
-    for (qsizetype i = 0; i < names.size(); ++i)
+    for (qsizetype i = 0; i < values.size(); ++i)
         head += names.at(i) + " = " + values.at(i) + "\r\n";
     return head + "_signature = " + chainOf(values) +
            "\r\n"
@@ -182,6 +183,24 @@ private Q_SLOTS:
         QCOMPARE(database.culture(), SLocale(u"it-IT"_s, QLocale::OmitGroupSeparator));
     }
 
+    void linesOfANameAreAnArrayWhereverTheyStand()
+    {
+        QByteArray bytes = headOfAda() +
+                           "not = of a record\r\nname = cyan\r\ntag.1 = a\r\nlevel = 1\r\n"
+                           "= no name\r\nno equals sign\r\n\r\ntag.0 = b\r\nempty =\r\n"
+                           "# a = comment\r\ntag = c\r\nname = $nayc\r\ntag = d\r\n";
+        QBuffer device(&bytes);
+        SDBText database;
+        QVERIFY(database.open(&device));
+        QCOMPARE(walk(database), QStringList{u"cyan"_s});
+        const SDBRecord record = database[u"cyan"_s];
+        QCOMPARE(record.count(), 4);
+        QCOMPARE(record.value(u"tag"_s), QVariant(QVariantList{u"a"_s, u"b"_s, u"c"_s}));
+        QCOMPARE(record.value(u"level"_s), QVariant(u"1"_s));
+        QVERIFY(record.contains(u"empty"_s));
+        QCOMPARE(record.value(u"empty"_s), QVariant(u""_s));
+    }
+
     // Opening and closing
 
     void missingFileIsNotFound()
@@ -207,6 +226,17 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(folder + u".lck"_s));
         expectError("CreateError");
         QVERIFY(!database.create(folder, u"name"_s));
+        QCOMPARE(opened.size(), 1);
+        QVERIFY(!QFile::exists(folder + u".lck"_s));
+    }
+
+    void folderThatTakesNoLockIsFileLockError()
+    {
+        SDBText database;
+        expectError("FileLockError");
+        QVERIFY(!database.open(u"/proc/version"_s));
+        QCOMPARE(database.error(), DBError::FileLockError);
+        QVERIFY(database.isNull());
     }
 
     void createWithoutKeyName()
@@ -278,6 +308,8 @@ private Q_SLOTS:
         QVERIFY(database.isNull());
         QCOMPARE(opened.at(0).at(0).toBool(), false);
         QCOMPARE(bytesOf(place.file), QByteArray());
+        QVERIFY(database.close());
+        QCOMPARE(database.error(), DBError::NoError);
     }
 
     void fileWithoutKeyLineFallsBackToTheHeadCopy()
@@ -292,13 +324,16 @@ private Q_SLOTS:
         QByteArray bytes = bytesOf(place.file);
         bytes.replace("dbkey", "xxxxx");
         QVERIFY(setBytes(place.file, bytes));
+        const QByteArray otherCopy = QByteArray(copy).replace("\r\n", "\n");
+        QVERIFY(setBytes(place.beside(u".srec"_s), otherCopy));
         SDBText database;
         expectHeadCopy();
         QVERIFY(database.open(place.file));
         QCOMPARE(walk(database), QStringList{u"cyan"_s});
         QVERIFY(database[u"cyan"_s].checkSignature());
-        QCOMPARE(bytesOf(place.beside(u".srec"_s)), copy);
-        // A backup has a sound head.
+        // What is in use is not written over.
+        QCOMPARE(bytesOf(place.beside(u".srec"_s)), otherCopy);
+        // A backup and a copy have a sound head.
         QBuffer backup;
         QVERIFY(database.backup(&backup));
         QVERIFY(backup.data().startsWith(copy));
@@ -409,9 +444,17 @@ private Q_SLOTS:
         QVERIFY(!device.isOpen());
     }
 
+    void versionIsTwoWithoutOne_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        const QList<QByteArray> values{"name", "ada", kPasswordHash, "readonly", "en-US"};
+        QTest::newRow("no line") << headOf(values);
+        QTest::newRow("no value") << headOf(values + QList<QByteArray>{""});
+    }
+
     void versionIsTwoWithoutOne()
     {
-        QByteArray bytes = headOf({"name", "ada", kPasswordHash, "readonly", "en-US", ""});
+        QFETCH(QByteArray, bytes);
         QBuffer device(&bytes);
         SDBText database;
         QVERIFY(database.open(&device));
