@@ -92,6 +92,12 @@ inline QByteArray encode(ICompressor *compressor, const QByteArray &data)
     return count == data.size() ? target.data() : QByteArray();
 }
 
+//! A block behind its length word.
+inline QByteArray framed(const QByteArray &block)
+{
+    return RawBytes::u32(static_cast<quint32>(block.size())) + block;
+}
+
 //! The blocks of a framed stream, without their length words.
 inline QList<QByteArray> blocks(QByteArray stream)
 {

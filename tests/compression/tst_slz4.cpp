@@ -1,12 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "processors.h"
-#include "streams.h"
+#include "framedcompressortest.h"
 
 #include <brixlib/compression/slz4.h>
-
-#include <shared/memorypeak.h>
-#include <shared/recordingdevice.h>
-#include <shared/seededrandom.h>
 
 #include <QtConcurrent/QtConcurrentRun>
 #include <QtCore/QSemaphore>
@@ -29,8 +24,6 @@ using RawBytes::u32;
 
 namespace {
 
-constexpr qint64 kMiB = 1024 * 1024;
-
 //! The plain bytes of a block by the library alone, the first four bytes looked at by hand.
 QByteArray decodedByTheLibrary(const QByteArray &block)
 {
@@ -51,20 +44,6 @@ QByteArray encodedByTheLibrary(const QByteArray &data, int level)
                                 : LZ4_compress_HC(data.constData(), block.data(), size,
                                                   static_cast<int>(block.size()), level);
     return u32(static_cast<quint32>(size)) + block.first(count);
-}
-
-QByteArray framed(const QByteArray &block)
-{
-    return u32(static_cast<quint32>(block.size())) + block;
-}
-
-//! The framed stream of \a data, each \a piece bytes a block of their own.
-QByteArray streamOf(const QByteArray &data, qsizetype piece, int level = 1)
-{
-    QByteArray stream;
-    for (qsizetype at = 0; at < data.size(); at += piece)
-        stream += framed(SLz4::compress(data.mid(at, piece), level));
-    return stream;
 }
 
 //! Keeps the global thread pool from working, until finish() or the end.
@@ -119,9 +98,32 @@ private:
 
 } // namespace
 
-class tst_SLz4 : public QObject
+class tst_SLz4 : public FramedCompressorTest
 {
     Q_OBJECT
+
+protected:
+    std::unique_ptr<ICompressor> compressor(int mode, int level) const override
+    {
+        return std::make_unique<SLz4>(level, static_cast<Lz4Mode>(mode));
+    }
+    std::unique_ptr<SCompressorDevice> device(QIODevice *file, bool leaveOpen,
+                                              int level) const override
+    {
+        return std::make_unique<SLz4Device>(file, leaveOpen, level);
+    }
+    QByteArray block(const QByteArray &data, int level) const override
+    {
+        return SLz4::compress(data, level);
+    }
+    QByteArray damagedBlock() const override
+    {
+        QByteArray damaged = SLz4::compress("bad"_ba);
+        damaged[3] = 4; // a plain size larger than the data
+        return damaged;
+    }
+    bool storesAtLevel0() const override { return false; }
+    bool warnsOfDamage() const override { return false; }
 
 private Q_SLOTS:
     void freshState()
@@ -222,9 +224,9 @@ private Q_SLOTS:
         const QByteArray data = Streams::text(30'000);
         QCOMPARE(SLz4::compress(data), encodedByTheLibrary(data, 1));
         SLz4 compressor;
-        QCOMPARE(Streams::encode(&compressor, data), framed(encodedByTheLibrary(data, 1)));
+        QCOMPARE(Streams::encode(&compressor, data), Streams::framed(encodedByTheLibrary(data, 1)));
         compressor.setCompressionLevel(0);
-        QCOMPARE(Streams::encode(&compressor, data), framed(encodedByTheLibrary(data, 0)));
+        QCOMPARE(Streams::encode(&compressor, data), Streams::framed(encodedByTheLibrary(data, 0)));
     }
 
     void blockOfNothing()
@@ -403,18 +405,6 @@ private Q_SLOTS:
             QTest::addRow("%d bytes a call", maxSize) << maxSize;
     }
 
-    void streamComesBack()
-    {
-        QFETCH(int, maxSize);
-        const QByteArray data = Streams::text(20'500);
-        SLz4 compressor;
-        const Streams::Decoded decoded =
-            Streams::decode(&compressor, streamOf(data, 1000), maxSize);
-        QCOMPARE(decoded.bytes, data);
-        QCOMPARE(decoded.last, 0);
-        QCOMPARE(compressor.bytesAvailable(), 0);
-    }
-
     // What a buffer in memory holds is decoded in place, but not behind a derived class's back.
     void derivedBufferIsAskedForItsBytes()
     {
@@ -492,51 +482,19 @@ private Q_SLOTS:
         QCOMPARE(compressor.bytesAvailable(), 0);
     }
 
-    void lengthOf0EndsTheRead()
-    {
-        QBuffer source;
-        source.setData(streamOf("one"_ba, 3) + u32(0) + streamOf("two"_ba, 3));
-        QVERIFY(source.open(QIODevice::ReadOnly));
-        SLz4 compressor;
-        char data[10];
-        QCOMPARE(compressor.decompress(&source, data, 10, 0), 3);
-        QCOMPARE(compressor.decompress(&source, data, 10, 0), 0);
-        QVERIFY(!source.atEnd());
-        QCOMPARE(compressor.decompress(&source, data, 10, 0), 3);
-        QCOMPARE(QByteArray(data, 3), "two"_ba);
-    }
-
     void compressedSizeTakesTheBlocks_data()
     {
-        QTest::addColumn<int>("size");
-        QTest::addColumn<qint64>("count");
-        // Two blocks of 4 + 4 + 1 + 3 bytes each, and a third.
-        QTest::newRow("one block") << 12 << qint64(3);
-        QTest::newRow("two blocks") << 24 << qint64(6);
-        QTest::newRow("all blocks") << 36 << qint64(9);
-        QTest::newRow("a byte less than a block") << 11 << qint64(-1);
-        QTest::newRow("a byte more than a block") << 13 << qint64(-1);
-        QTest::newRow("more than there is") << 48 << qint64(-1);
-        QTest::newRow("one byte") << 1 << qint64(-1);
-        QTest::newRow("negative") << -1 << qint64(-1);
-    }
-
-    void compressedSizeTakesTheBlocks()
-    {
-        QFETCH(int, size);
-        QBuffer source;
-        source.setData(streamOf("onetwosix"_ba, 3));
-        QVERIFY(source.open(QIODevice::ReadOnly));
-        SLz4 compressor;
-        char data[20];
-        const qint64 count = compressor.decompress(&source, data, 20, size);
-        QTEST(count, "count");
-        if (count < 0) {
-            QCOMPARE(compressor.bytesAvailable(), 0);
-        } else {
-            QCOMPARE(QByteArray(data, count), "onetwosix"_ba.first(count));
-            QCOMPARE(source.pos(), size);
-        }
+        QTest::addColumn<int>("blocks");
+        QTest::addColumn<int>("more");
+        QTest::addColumn<bool>("whole");
+        QTest::newRow("one block") << 1 << 0 << true;
+        QTest::newRow("two blocks") << 2 << 0 << true;
+        QTest::newRow("all blocks") << 3 << 0 << true;
+        QTest::newRow("a byte less than a block") << 1 << -1 << false;
+        QTest::newRow("a byte more than a block") << 1 << 1 << false;
+        QTest::newRow("more than there is") << 3 << 12 << false;
+        QTest::newRow("one byte") << 0 << 1 << false;
+        QTest::newRow("negative") << 0 << -1 << false;
     }
 
     void heldBlocksGoOutAcrossTheirBorders()
@@ -556,26 +514,10 @@ private Q_SLOTS:
         QCOMPARE(source.readAll(), "more"_ba);
     }
 
-    void damagedBlockYieldsNothingAndTheNextComes()
-    {
-        QByteArray damaged = SLz4::compress("bad"_ba);
-        damaged[3] = 4; // a plain size larger than the data
-        QBuffer source;
-        source.setData(streamOf("one"_ba, 3) + framed(damaged) + streamOf("two"_ba, 3));
-        QVERIFY(source.open(QIODevice::ReadOnly));
-        SLz4 compressor;
-        char data[10];
-        QCOMPARE(compressor.decompress(&source, data, 10, 0), 3);
-        QCOMPARE(compressor.decompress(&source, data, 10, 0), 0);
-        QCOMPARE(compressor.decompress(&source, data, 10, 0), 3);
-        QCOMPARE(QByteArray(data, 3), "two"_ba);
-    }
-
     void damagedBlockBetweenOthersLeavesTheirs()
     {
-        QByteArray damaged = SLz4::compress("bad"_ba);
-        damaged[3] = 4;
-        const QByteArray stream = streamOf("one"_ba, 3) + framed(damaged) + streamOf("two"_ba, 3);
+        const QByteArray stream =
+            streamOf("one"_ba, 3) + Streams::framed(damagedBlock()) + streamOf("two"_ba, 3);
         SLz4 compressor;
         QBuffer source;
         source.setData(stream);
@@ -583,35 +525,6 @@ private Q_SLOTS:
         char data[10];
         QCOMPARE(compressor.decompress(&source, data, 10, stream.size()), 6);
         QCOMPARE(QByteArray(data, 6), "onetwo"_ba);
-    }
-
-    void rawStreamComesBack_data()
-    {
-        QTest::addColumn<bool>("sized");
-        QTest::addColumn<QByteArray>("rest");
-        QTest::newRow("to the end") << false << QByteArray();
-        QTest::newRow("of a known size") << true << QByteArray();
-        QTest::newRow("of a known size with more behind") << true << "more"_ba;
-    }
-
-    void rawStreamComesBack()
-    {
-        QFETCH(bool, sized);
-        QFETCH(QByteArray, rest);
-        const QByteArray data = Streams::text(300'000);
-        SLz4 compressor(Lz4Mode::Lz4Raw);
-        const QByteArray stream = Streams::encode(&compressor, data);
-        QBuffer source;
-        source.setData(stream + rest);
-        QVERIFY(source.open(QIODevice::ReadOnly));
-        QByteArray decoded(data.size() + 1, Qt::Uninitialized);
-        const qint64 size = sized ? stream.size() : 0;
-        QCOMPARE(compressor.decompress(&source, decoded.data(), 1000, size), 1000);
-        QCOMPARE(compressor.bytesAvailable(), 299'000);
-        QCOMPARE(compressor.decompress(&source, decoded.data() + 1000, 300'000, size), 299'000);
-        decoded.chop(1);
-        QCOMPARE(decoded, data);
-        QCOMPARE(source.readAll(), rest);
     }
 
     void rawBlockOfAnotherSizeYieldsNothing()
@@ -642,21 +555,6 @@ private Q_SLOTS:
         QTest::addColumn<int>("level");
         QTest::newRow("fastest") << 0;
         QTest::newRow("best") << 12;
-    }
-
-    void truncatedStreamGivesFewerBytes()
-    {
-        QFETCH(int, level);
-        const QByteArray data = Streams::text(700);
-        const QByteArray stream = streamOf(data, 200, level);
-        for (qsizetype size = 0; size < stream.size(); ++size) {
-            SLz4 compressor;
-            const Streams::Decoded decoded = Streams::decode(&compressor, stream.first(size));
-            QCOMPARE(decoded.last, 0);
-            QVERIFY(decoded.bytes.size() < data.size());
-            QVERIFY(data.startsWith(decoded.bytes));
-            QCOMPARE(decoded.bytes.size() % 200, 0);
-        }
     }
 
     void truncatedRawBlockGivesNothing()
@@ -690,23 +588,6 @@ private Q_SLOTS:
         QVERIFY(held.growth() < 8 * kMiB);
     }
 
-    void falseLengthIsNotBelieved()
-    {
-        const QByteArray data = "some bytes"_ba;
-        const QByteArray block = SLz4::compress(data);
-        const TestShared::MemoryPeak addresses;
-        const TestShared::HeldMemoryPeak held;
-        for (const QByteArray &length : Streams::falseWords()) {
-            SLz4 compressor;
-            const Streams::Decoded decoded = Streams::decode(&compressor, length + block);
-            QCOMPARE(decoded.last, 0);
-            QVERIFY(data.startsWith(decoded.bytes));
-        }
-        QVERIFY(held.growth() < 2 * kMiB);
-        QVERIFY(addresses.isValid());
-        QVERIFY(addresses.growth() < 4 * kMiB);
-    }
-
     void sourceThatFailsIsAtItsEnd()
     {
         RecordingDevice source(streamOf("bytes"_ba, 5));
@@ -718,46 +599,21 @@ private Q_SLOTS:
         QCOMPARE(compressor.decompress(&source, data, 10, 14), -1);
     }
 
-    void sourceMayGiveAByteAtATime()
-    {
-        const QByteArray data = Streams::text(3000);
-        RecordingDevice source(streamOf(data, 1000));
-        source.pieceBytes = 1;
-        source.sequential = true;
-        QVERIFY(source.open(QIODevice::ReadOnly));
-        SLz4 compressor;
-        QCOMPARE(Streams::decode(&compressor, &source).bytes, data);
-    }
-
     // Failing targets
 
     void failedWriteIsAFailure_data()
     {
+        constexpr int framed = static_cast<int>(Lz4Mode::Lz4Framed);
+        constexpr int raw = static_cast<int>(Lz4Mode::Lz4Raw);
+        QTest::addColumn<int>("mode");
         QTest::addColumn<int>("concurrence");
-        QTest::addColumn<Lz4Mode>("mode");
         QTest::addColumn<int>("room");
-        QTest::newRow("one thread, at the block") << 1 << Lz4Mode::Lz4Framed << 4;
-        QTest::newRow("one thread, in the block") << 1 << Lz4Mode::Lz4Framed << 20;
-        QTest::newRow("raw") << 1 << Lz4Mode::Lz4Raw << 0;
-        QTest::newRow("raw, in the block") << 1 << Lz4Mode::Lz4Raw << 20;
-        QTest::newRow("four threads, first block") << 4 << Lz4Mode::Lz4Framed << 20;
-        QTest::newRow("four threads, last block") << 4 << Lz4Mode::Lz4Framed << 65'000;
-    }
-
-    void failedWriteIsAFailure()
-    {
-        const Processors machine(8);
-        QFETCH(int, concurrence);
-        QFETCH(Lz4Mode, mode);
-        QFETCH(int, room);
-        const QByteArray data = SeededRandom().bytes(65'536);
-        RecordingDevice target;
-        target.room = room;
-        QVERIFY(target.open(QIODevice::WriteOnly));
-        SLz4 compressor(mode);
-        compressor.setConcurrence(concurrence);
-        QCOMPARE(compressor.compress(data.constData(), data.size(), &target), -1);
-        QCOMPARE(target.bytes.size(), room);
+        QTest::newRow("one thread, at the block") << framed << 1 << 4;
+        QTest::newRow("one thread, in the block") << framed << 1 << 20;
+        QTest::newRow("raw") << raw << 1 << 0;
+        QTest::newRow("raw, in the block") << raw << 1 << 20;
+        QTest::newRow("four threads, first block") << framed << 4 << 20;
+        QTest::newRow("four threads, last block") << framed << 4 << 65'000;
     }
 
     void nothingIsWrittenBehindAFailedBlock()
@@ -782,31 +638,6 @@ private Q_SLOTS:
         QCOMPARE(compressor.compress(data.constData(), data.size(), &target), -1);
         QCOMPARE(target.calls, 4);
         QVERIFY(streamOf(data, 16'384).startsWith(target.bytes));
-    }
-
-    void failedLengthWordGoesUnnoticed_data()
-    {
-        size0MakesABlock_data();
-    }
-
-    void failedLengthWordGoesUnnoticed()
-    {
-        //! Takes no piece of four bytes.
-        class NoWords : public RecordingDevice
-        {
-        protected:
-            qint64 writeData(const char *data, qint64 size) override
-            {
-                return size == 4 ? -1 : RecordingDevice::writeData(data, size);
-            }
-        } target;
-        QVERIFY(target.open(QIODevice::WriteOnly));
-        const Processors machine(8);
-        QFETCH(int, concurrence);
-        SLz4 compressor;
-        compressor.setConcurrence(concurrence);
-        QCOMPARE(compressor.compress("x", 1, &target), 1);
-        QCOMPARE(target.bytes.toHex(), "000000011078"_ba);
     }
 
     // Threads
@@ -847,18 +678,6 @@ private Q_SLOTS:
         QCOMPARE(stream, streamOf(data, pieces.first()));
         SLz4 reader;
         QCOMPARE(Streams::decode(&reader, stream).bytes, data);
-    }
-
-    void twoThreadsWriteWhatOneDoesOfTheSamePieces()
-    {
-        const Processors machine(2);
-        const QByteArray data = Streams::text(1'000'000);
-        SLz4 two(9);
-        two.setConcurrence(2);
-        SLz4 one(9);
-        const QByteArray halves = Streams::encode(&one, data.first(500'000)) +
-                                  Streams::encode(&one, data.sliced(500'000));
-        QCOMPARE(Streams::encode(&two, data), halves);
     }
 
     void levelHoldsInEachThread()
@@ -985,45 +804,6 @@ private Q_SLOTS:
 
     // The device
 
-    void deviceIsFramed_data()
-    {
-        QTest::addColumn<int>("level");
-        for (const int level : {0, 1, 9})
-            QTest::addRow("level %d", level) << level;
-    }
-
-    void deviceIsFramed()
-    {
-        QFETCH(int, level);
-        const QByteArray data = Streams::text(5000);
-        QBuffer file;
-        SLz4Device writer(&file, false, level);
-        QVERIFY(writer.open(QIODevice::WriteOnly));
-        QCOMPARE(writer.write(data), data.size());
-        writer.close();
-        QVERIFY(!file.isOpen());
-        QCOMPARE(file.data(), streamOf(data, 5000, level));
-
-        SLz4Device reader(&file, true);
-        QVERIFY(reader.open(QIODevice::ReadOnly));
-        QCOMPARE(reader.readAll(), data);
-        reader.close();
-        QVERIFY(file.isOpen());
-    }
-
-    void deviceReadsFewerBytesOfADamagedBlock()
-    {
-        QByteArray damaged = SLz4::compress("bad"_ba);
-        damaged[3] = 4; // a plain size larger than the data
-        QBuffer file;
-        file.setData(streamOf("one"_ba, 3) + framed(damaged));
-        SLz4Device reader(&file, false);
-        QVERIFY(reader.open(QIODevice::ReadOnly));
-        QCOMPARE(reader.read(6), "one"_ba);
-        QCOMPARE(reader.readAll(), QByteArray());
-        QVERIFY(reader.atEnd());
-    }
-
     void deviceHasLevel1()
     {
         QObject parent;
@@ -1054,4 +834,5 @@ private Q_SLOTS:
 };
 
 QTEST_GUILESS_MAIN(tst_SLz4)
+#include "moc_framedcompressortest.cpp"
 #include "tst_slz4.moc"

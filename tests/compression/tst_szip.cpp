@@ -1,12 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "processors.h"
-#include "streams.h"
+#include "framedcompressortest.h"
 
 #include <brixlib/compression/szip.h>
-
-#include <shared/memorypeak.h>
-#include <shared/recordingdevice.h>
-#include <shared/seededrandom.h>
 
 #include <zlib.h>
 
@@ -21,8 +16,6 @@ using namespace Qt::StringLiterals;
 using RawBytes::u32;
 
 namespace {
-
-constexpr qint64 kMiB = 1024 * 1024;
 
 //! The plain bytes of a zlib stream that has to end with its last byte, by zlib alone.
 QByteArray inflated(const QByteArray &stream)
@@ -59,36 +52,29 @@ QByteArray deflated(const QByteArray &data, int level)
     return stream;
 }
 
-//! Qt's warning has another text for each kind of damage.
-void expectWarning()
-{
-    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"^qUncompress"_s));
-}
-
-QByteArray block(const QByteArray &data, int level = 1)
-{
-    return u32(static_cast<quint32>(data.size())) + deflated(data, level);
-}
-
-QByteArray framed(const QByteArray &block)
-{
-    return u32(static_cast<quint32>(block.size())) + block;
-}
-
-//! The framed stream of \a data, each \a piece bytes a block of their own.
-QByteArray streamOf(const QByteArray &data, qsizetype piece, int level = 1)
-{
-    QByteArray stream;
-    for (qsizetype at = 0; at < data.size(); at += piece)
-        stream += framed(block(data.mid(at, piece), level));
-    return stream;
-}
-
 } // namespace
 
-class tst_SZip : public QObject
+class tst_SZip : public FramedCompressorTest
 {
     Q_OBJECT
+
+protected:
+    std::unique_ptr<ICompressor> compressor(int mode, int level) const override
+    {
+        return std::make_unique<SZip>(level, static_cast<ZipMode>(mode));
+    }
+    std::unique_ptr<SCompressorDevice> device(QIODevice *file, bool leaveOpen,
+                                              int level) const override
+    {
+        return std::make_unique<SZipDevice>(file, leaveOpen, level);
+    }
+    QByteArray block(const QByteArray &data, int level) const override
+    {
+        return u32(static_cast<quint32>(data.size())) + deflated(data, level);
+    }
+    QByteArray damagedBlock() const override { return u32(3) + "no stream"; }
+    bool storesAtLevel0() const override { return true; }
+    bool warnsOfDamage() const override { return true; }
 
 private Q_SLOTS:
     void freshState()
@@ -187,7 +173,7 @@ private Q_SLOTS:
     void damagedBlockIsEmptyWithAWarning_data()
     {
         QTest::addColumn<QByteArray>("packed");
-        const QByteArray whole = block(Streams::text(1000));
+        const QByteArray whole = block(Streams::text(1000), 1);
         QTest::newRow("three bytes") << whole.first(3);
         QTest::newRow("a size alone") << whole.first(4);
         QTest::newRow("a byte missing") << whole.chopped(1);
@@ -199,7 +185,7 @@ private Q_SLOTS:
     void damagedBlockIsEmptyWithAWarning()
     {
         QFETCH(QByteArray, packed);
-        expectWarning();
+        expectDamage();
         QCOMPARE(SZip::decompress(packed), QByteArray());
     }
 
@@ -303,26 +289,15 @@ private Q_SLOTS:
         QCOMPARE(compressor.compress(data.constData(), data.size(), &target), data.size());
         compressor.setCompressionLevel(0);
         QCOMPARE(compressor.compress(data.constData(), data.size(), &target), data.size());
-        QCOMPARE(target.data(), framed(block(data, 9)) + framed(block(data, 0)));
-        QVERIFY(framed(block(data, 0)).contains(data));
+        QCOMPARE(target.data(), Streams::framed(block(data, 9)) + Streams::framed(block(data, 0)));
+        QVERIFY(Streams::framed(block(data, 0)).contains(data));
     }
 
-    void framedStreamComesBack_data()
+    void streamComesBack_data()
     {
         QTest::addColumn<int>("maxSize");
         for (const int maxSize : {1, 999, 1000, 1001, 100'000})
             QTest::addRow("%d bytes a call", maxSize) << maxSize;
-    }
-
-    void framedStreamComesBack()
-    {
-        QFETCH(int, maxSize);
-        const QByteArray data = Streams::text(20'500);
-        SZip compressor;
-        const Streams::Decoded decoded =
-            Streams::decode(&compressor, streamOf(data, 1000), maxSize);
-        QCOMPARE(decoded.bytes, data);
-        QCOMPARE(decoded.last, 0);
     }
 
     void heldBytesAreCountedUntilFinalize()
@@ -342,87 +317,15 @@ private Q_SLOTS:
         QCOMPARE(QByteArray(data, 400), Streams::text(2000).mid(1000, 400));
     }
 
-    void lengthOf0EndsTheRead()
-    {
-        QBuffer source;
-        source.setData(streamOf("one"_ba, 3) + u32(0) + streamOf("two"_ba, 3));
-        QVERIFY(source.open(QIODevice::ReadOnly));
-        SZip compressor;
-        char data[10];
-        QCOMPARE(compressor.decompress(&source, data, 10, 0), 3);
-        QCOMPARE(compressor.decompress(&source, data, 10, 0), 0);
-        QVERIFY(!source.atEnd());
-        QCOMPARE(compressor.decompress(&source, data, 10, 0), 3);
-        QCOMPARE(QByteArray(data, 3), "two"_ba);
-    }
-
     void compressedSizeTakesTheBlocks_data()
     {
+        QTest::addColumn<int>("blocks");
         QTest::addColumn<int>("more");
-        QTest::addColumn<qint64>("count");
-        QTest::newRow("two blocks") << 0 << qint64(6);
-        QTest::newRow("a byte less") << -1 << qint64(-1);
-        QTest::newRow("a byte more") << 1 << qint64(-1);
-        QTest::newRow("more than there is") << 1000 << qint64(-1);
-    }
-
-    void compressedSizeTakesTheBlocks()
-    {
-        QFETCH(int, more);
-        QBuffer source;
-        source.setData(streamOf("onetwosix"_ba, 3));
-        QVERIFY(source.open(QIODevice::ReadOnly));
-        SZip compressor;
-        char data[20];
-        const qsizetype size = streamOf("onetwo"_ba, 3).size();
-        QTEST(compressor.decompress(&source, data, 20, size + more), "count");
-        if (more == 0) {
-            QCOMPARE(QByteArray(data, 6), "onetwo"_ba);
-            QCOMPARE(source.pos(), size);
-        }
-    }
-
-    void damagedBlockYieldsNothingAndTheNextComes()
-    {
-        QBuffer source;
-        source.setData(streamOf("one"_ba, 3) + framed(u32(3) + "no stream") +
-                       streamOf("two"_ba, 3));
-        QVERIFY(source.open(QIODevice::ReadOnly));
-        SZip compressor;
-        char data[10];
-        QCOMPARE(compressor.decompress(&source, data, 10, 0), 3);
-        expectWarning();
-        QCOMPARE(compressor.decompress(&source, data, 10, 0), 0);
-        QCOMPARE(compressor.decompress(&source, data, 10, 0), 3);
-        QCOMPARE(QByteArray(data, 3), "two"_ba);
-    }
-
-    void blockStreamComesBack_data()
-    {
-        QTest::addColumn<bool>("sized");
-        QTest::addColumn<QByteArray>("rest");
-        QTest::newRow("to the end") << false << QByteArray();
-        QTest::newRow("of a known size") << true << QByteArray();
-        QTest::newRow("of a known size with more behind") << true << "more"_ba;
-    }
-
-    void blockStreamComesBack()
-    {
-        QFETCH(bool, sized);
-        QFETCH(QByteArray, rest);
-        const QByteArray data = Streams::text(300'000);
-        SZip compressor(ZipMode::ZipQtBlock);
-        const QByteArray stream = Streams::encode(&compressor, data);
-        QBuffer source;
-        source.setData(stream + rest);
-        QVERIFY(source.open(QIODevice::ReadOnly));
-        QByteArray decoded(data.size(), Qt::Uninitialized);
-        const qint64 size = sized ? stream.size() : 0;
-        QCOMPARE(compressor.decompress(&source, decoded.data(), 1000, size), 1000);
-        QCOMPARE(compressor.bytesAvailable(), 299'000);
-        QCOMPARE(compressor.decompress(&source, decoded.data() + 1000, 299'000, size), 299'000);
-        QCOMPARE(decoded, data);
-        QCOMPARE(source.readAll(), rest);
+        QTest::addColumn<bool>("whole");
+        QTest::newRow("two blocks") << 2 << 0 << true;
+        QTest::newRow("a byte less") << 2 << -1 << false;
+        QTest::newRow("a byte more") << 2 << 1 << false;
+        QTest::newRow("more than there is") << 2 << 1000 << false;
     }
 
     void endOfAStreamIsNoDamage_data()
@@ -500,23 +403,6 @@ private Q_SLOTS:
         QTest::newRow("best") << 9;
     }
 
-    void truncatedStreamGivesFewerBytes()
-    {
-        QFETCH(int, level);
-        const QByteArray data = Streams::text(700);
-        const QByteArray stream = streamOf(data, 200, level);
-        const Streams::Hush hush;
-        for (qsizetype size = 0; size < stream.size(); ++size) {
-            SZip compressor;
-            const Streams::Decoded decoded = Streams::decode(&compressor, stream.first(size));
-            QCOMPARE(decoded.last, 0);
-            QVERIFY(decoded.bytes.size() < data.size());
-            QVERIFY(data.startsWith(decoded.bytes));
-            QCOMPARE(decoded.bytes.size() % 200, 0);
-        }
-        QVERIFY(hush.count() > 0);
-    }
-
     void truncatedStreamWithoutFramesGivesNothing_data()
     {
         QTest::addColumn<ZipMode>("mode");
@@ -562,81 +448,19 @@ private Q_SLOTS:
         QVERIFY(held.growth() < 8 * kMiB);
     }
 
-    void falseLengthIsNotBelieved()
-    {
-        const QByteArray data = "some bytes"_ba;
-        const TestShared::MemoryPeak addresses;
-        const TestShared::HeldMemoryPeak held;
-        {
-            const Streams::Hush hush;
-            for (const QByteArray &length : Streams::falseWords()) {
-                SZip compressor;
-                const Streams::Decoded decoded = Streams::decode(&compressor, length + block(data));
-                QCOMPARE(decoded.last, 0);
-                QVERIFY(data.startsWith(decoded.bytes));
-            }
-        }
-        QVERIFY(held.growth() < 2 * kMiB);
-        QVERIFY(addresses.isValid());
-        QVERIFY(addresses.growth() < 4 * kMiB);
-    }
-
-    void sourceMayGiveAByteAtATime()
-    {
-        const QByteArray data = Streams::text(3000);
-        RecordingDevice source(streamOf(data, 1000));
-        source.pieceBytes = 1;
-        source.sequential = true;
-        QVERIFY(source.open(QIODevice::ReadOnly));
-        SZip compressor;
-        QCOMPARE(Streams::decode(&compressor, &source).bytes, data);
-    }
-
     // Failing targets
 
     void failedWriteIsAFailure_data()
     {
-        QTest::addColumn<ZipMode>("mode");
+        constexpr int framed = static_cast<int>(ZipMode::ZipFramed);
+        QTest::addColumn<int>("mode");
         QTest::addColumn<int>("concurrence");
         QTest::addColumn<int>("room");
-        QTest::newRow("framed, at the block") << ZipMode::ZipFramed << 1 << 4;
-        QTest::newRow("framed, in the block") << ZipMode::ZipFramed << 1 << 20;
-        QTest::newRow("framed, four threads") << ZipMode::ZipFramed << 4 << 40'000;
-        QTest::newRow("block") << ZipMode::ZipQtBlock << 1 << 20;
-        QTest::newRow("bare") << ZipMode::ZipRawStream << 1 << 20;
-    }
-
-    void failedWriteIsAFailure()
-    {
-        const Processors machine(8);
-        QFETCH(ZipMode, mode);
-        QFETCH(int, concurrence);
-        QFETCH(int, room);
-        const QByteArray data = SeededRandom().bytes(65'536);
-        RecordingDevice target;
-        target.room = room;
-        QVERIFY(target.open(QIODevice::WriteOnly));
-        SZip compressor(mode);
-        compressor.setConcurrence(concurrence);
-        QCOMPARE(compressor.compress(data.constData(), data.size(), &target), -1);
-        QCOMPARE(target.bytes.size(), room);
-    }
-
-    void failedLengthWordGoesUnnoticed()
-    {
-        //! Takes no piece of four bytes.
-        class NoWords : public RecordingDevice
-        {
-        protected:
-            qint64 writeData(const char *data, qint64 size) override
-            {
-                return size == 4 ? -1 : RecordingDevice::writeData(data, size);
-            }
-        } target;
-        QVERIFY(target.open(QIODevice::WriteOnly));
-        SZip compressor;
-        QCOMPARE(compressor.compress("x", 1, &target), 1);
-        QCOMPARE(target.bytes.toHex(), "000000017801ab000000790079"_ba);
+        QTest::newRow("framed, at the block") << framed << 1 << 4;
+        QTest::newRow("framed, in the block") << framed << 1 << 20;
+        QTest::newRow("framed, four threads") << framed << 4 << 40'000;
+        QTest::newRow("block") << static_cast<int>(ZipMode::ZipQtBlock) << 1 << 20;
+        QTest::newRow("bare") << static_cast<int>(ZipMode::ZipRawStream) << 1 << 20;
     }
 
 #ifdef Q_OS_UNIX
@@ -684,57 +508,7 @@ private Q_SLOTS:
         QCOMPARE(Streams::decode(&reader, stream).bytes, data);
     }
 
-    void twoThreadsWriteWhatOneDoesOfTheSamePieces()
-    {
-        const Processors machine(2);
-        const QByteArray data = Streams::text(1'000'000);
-        SZip two(6);
-        two.setConcurrence(2);
-        SZip one(6);
-        const QByteArray halves = Streams::encode(&one, data.first(500'000)) +
-                                  Streams::encode(&one, data.sliced(500'000));
-        QCOMPARE(Streams::encode(&two, data), halves);
-    }
-
     // The device
-
-    void deviceIsFramed_data()
-    {
-        QTest::addColumn<int>("level");
-        for (const int level : {0, 1, 9})
-            QTest::addRow("level %d", level) << level;
-    }
-
-    void deviceIsFramed()
-    {
-        QFETCH(int, level);
-        const QByteArray data = Streams::text(5000);
-        QBuffer file;
-        SZipDevice writer(&file, false, level);
-        QVERIFY(writer.open(QIODevice::WriteOnly));
-        QCOMPARE(writer.write(data), data.size());
-        writer.close();
-        QCOMPARE(file.data(), streamOf(data, 5000, level));
-        QCOMPARE(file.data().contains(data), level == 0);
-
-        SZipDevice reader(&file, true);
-        QVERIFY(reader.open(QIODevice::ReadOnly));
-        QCOMPARE(reader.readAll(), data);
-        reader.close();
-        QVERIFY(file.isOpen());
-    }
-
-    void deviceReadsFewerBytesOfADamagedBlock()
-    {
-        QBuffer file;
-        file.setData(streamOf("one"_ba, 3) + framed(u32(3) + "no stream"));
-        SZipDevice reader(&file, false);
-        QVERIFY(reader.open(QIODevice::ReadOnly));
-        expectWarning();
-        QCOMPARE(reader.read(6), "one"_ba);
-        QCOMPARE(reader.readAll(), QByteArray());
-        QVERIFY(reader.atEnd());
-    }
 
     void deviceHasLevel1()
     {
@@ -756,4 +530,5 @@ private Q_SLOTS:
 };
 
 QTEST_GUILESS_MAIN(tst_SZip)
+#include "moc_framedcompressortest.cpp"
 #include "tst_szip.moc"
