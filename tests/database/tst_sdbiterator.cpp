@@ -120,6 +120,21 @@ private Q_SLOTS:
         QCOMPARE(nameAt(backward), u"d"_s);
     }
 
+    void walkEndsWithTheRightToRead()
+    {
+        QBuffer device;
+        SDBText database;
+        QVERIFY(create(database, &device, DBAuthGrants::None));
+        QVERIFY(insertAll(database, {u"a"_s, u"b"_s, u"c"_s}));
+        SDBIterator forward = database.begin();
+        SDBReverseIterator backward = database.rbegin();
+        QVERIFY(!database.authenticate(u"eve"_s, u"apple"_s));
+        ++forward;
+        QVERIFY(forward == database.end());
+        ++backward;
+        QVERIFY(backward == database.rend());
+    }
+
     void findCountsInTheOrderOfKeys()
     {
         QCOMPARE(nameAt(m_database.find(0)), u"a"_s);

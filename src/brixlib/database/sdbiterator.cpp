@@ -66,14 +66,22 @@ SDBIterator SDBIterator::operator-(int count) const
     return result;
 }
 
+// A database that refuses to be read leaves the record alone. A loop that stayed on it would have
+// no end.
 bool SDBIterator::next(SDBRecord &record)
 {
-    return m_database && m_database->next(recordKey(), record);
+    if (m_database && m_database->next(recordKey(), record))
+        return true;
+    record.clear();
+    return false;
 }
 
 bool SDBIterator::previous(SDBRecord &record)
 {
-    return m_database && m_database->previous(recordKey(), record);
+    if (m_database && m_database->previous(recordKey(), record))
+        return true;
+    record.clear();
+    return false;
 }
 
 QString SDBIterator::recordKey() const

@@ -20,7 +20,8 @@ class ISDatabase;
  *         print(it->value("name"));
  *
  * The database must outlive it. When its record has been removed meanwhile, ++ comes to the end and
- * -- to the last record. Lives in one thread.
+ * -- to the last record; when the user may no longer read, either comes to the end. Lives in one
+ * thread.
  */
 class BRIXLIB_EXPORT SDBIterator
 {
@@ -50,7 +51,8 @@ public:
     SDBIterator operator-(int count) const;
 
 protected:
-    //! Brings \a record to its neighbour; false at the end, where it becomes empty.
+    //! Brings \a record to the neighbour of the current one; false at the end, where it becomes
+    //! empty.
     bool next(SDBRecord &record);
     bool previous(SDBRecord &record);
 
