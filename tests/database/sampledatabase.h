@@ -77,6 +77,30 @@ inline QStringList walk(SDBText &database)
     return names;
 }
 
+//! Takes the debug lines of one thread while it lives, so that their absence can be told too.
+class DebugLines
+{
+public:
+    DebugLines()
+        : m_before(qInstallMessageHandler(&DebugLines::take))
+    {
+        s_lines.clear();
+    }
+    ~DebugLines() { qInstallMessageHandler(m_before); }
+    Q_DISABLE_COPY_MOVE(DebugLines)
+
+    QStringList all() const { return s_lines; }
+
+private:
+    static void take(QtMsgType, const QMessageLogContext &, const QString &line)
+    {
+        s_lines.append(line);
+    }
+
+    static inline QStringList s_lines;
+    QtMessageHandler m_before;
+};
+
 //! Expects the debug line of an operation that fails.
 inline void expectError(const char *name)
 {

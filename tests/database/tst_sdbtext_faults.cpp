@@ -349,6 +349,48 @@ private Q_SLOTS:
         QVERIFY(record.isEmpty());
     }
 
+    void readErrorWhileIndexingAField()
+    {
+        QBuffer disk;
+        disk.setData(databaseOf({u"a"_s, u"b"_s, u"c"_s}));
+        FaultDevice measured(&disk, {.read = {.pieceBytes = 16}});
+        SDBText database;
+        QVERIFY(openAsAda(database, &measured));
+        const qint64 opened = measured.bytesRead();
+        database.close();
+        // Behind the first record.
+        const qint64 second = disk.data().indexOf("name = b");
+        FaultDevice device(&disk, {.read = {.pieceBytes = 16, .errorAt = opened + second}});
+        QVERIFY(openAsAda(database, &device));
+        // Half of the values are none.
+        QCOMPARE(database.values(u"level"_s), QList<SDBField>());
+        QCOMPARE(database.error(), DBError::ReadError);
+        QList<SDBRecord> found;
+        expectError("ReadError");
+        QVERIFY(!database.searchField({u"level"_s, 1}, found));
+        QVERIFY(found.isEmpty());
+        QCOMPARE(database.error(), DBError::ReadError);
+    }
+
+    void readErrorInARecordThatWasFound()
+    {
+        QBuffer disk;
+        disk.setData(databaseOf({u"a"_s}));
+        FaultDevice measured(&disk);
+        SDBText database;
+        QVERIFY(openAsAda(database, &measured));
+        QVERIFY(!database.values(u"level"_s).isEmpty());
+        const qint64 indexed = measured.bytesRead();
+        database.close();
+        FaultDevice device(&disk, {.read = {.errorAt = indexed + 10}});
+        QVERIFY(openAsAda(database, &device));
+        QVERIFY(!database.values(u"level"_s).isEmpty());
+        QList<SDBRecord> found;
+        expectError("ReadError");
+        QVERIFY(!database.searchField({u"level"_s, 1}, found));
+        QCOMPARE(database.error(), DBError::ReadError);
+    }
+
     // Files that were damaged
 
     void fileCutAnywhereKeepsWhatIsWhole()

@@ -7,6 +7,7 @@
 #include <shared/goldenbytes.h>
 
 #include <QtCore/QBuffer>
+#include <QtCore/QFileInfo>
 #include <QtCore/QtEndian>
 #include <QtTest/QSignalSpy>
 
@@ -119,8 +120,11 @@ private Q_SLOTS:
                                  array("1") + array("c") + array("7") + array("a");
         QVERIFY(setBytes(place.beside(u".idx"_s), index));
         SDBText database;
-        QTest::failOnWarning(QRegularExpression(u".*"_s));
-        QVERIFY(database.open(place.file));
+        {
+            const DebugLines lines;
+            QVERIFY(database.open(place.file));
+            QCOMPARE(lines.all(), QStringList());
+        }
         QCOMPARE(walk(database), (QStringList{u"a"_s, u"c"_s}));
         QCOMPARE(database.fieldsIndexed(), QStringList{u"level"_s});
         const QList<SDBField> values = database.values(u"level"_s);
@@ -140,6 +144,49 @@ private Q_SLOTS:
         QVERIFY(database.contains(u"żó"_s));
         QCOMPARE(database.count(), 2);
         QCOMPARE(database.values(u"level"_s), QList<SDBField>{SDBField(u"level"_s, u"12"_s)});
+    }
+
+    void loadedIndexWithoutPairsIsBuiltWhenUsed()
+    {
+        // As close() writes an index that was added and not used.
+        Place place;
+        QVERIFY(makeFile(place.file));
+        const QByteArray index = indexHead(place.file) + number(qint32(1)) +                 //
+                                 array("a") + number(positionOf(place.file, "name = a\r")) + //
+                                 number(qint32(1)) + array("level") + number(qint32(0));
+        QVERIFY(setBytes(place.beside(u".idx"_s), index));
+        SDBText database;
+        QVERIFY(database.open(place.file));
+        QCOMPARE(database.count(), 1);
+        QCOMPARE(database.fieldsIndexed(), QStringList{u"level"_s});
+        QList<SDBRecord> found;
+        QVERIFY(database.searchField({u"level"_s, 2}, found));
+        QCOMPARE(namesOf(found), QStringList{u"b"_s});
+        // It was passed on the way, as all were.
+        QCOMPARE(database.count(), 3);
+    }
+
+    void uniqueKeysGoOnFromALoadedIndex()
+    {
+        Place place;
+        SDBText database;
+        QVERIFY(create(database, place.file, DBAuthGrants::All, SDBRecord::UniqueIncKey));
+        QVERIFY(database.insert(ink(u"cyan"_s)));
+        database.close();
+        const QByteArray index = indexHead(place.file) + number(qint32(3)) +         //
+                                 array("0000000000000041") + number(qint64(0)) +     //
+                                 array("99999999999999999999") + number(qint64(0)) + //
+                                 array("x77") + number(qint64(0)) + number(qint32(0));
+        QVERIFY(setBytes(place.beside(u".idx"_s), index));
+        QVERIFY(database.open(place.file));
+        QCOMPARE(database.count(), 3);
+        QVERIFY(database.insert(ink(u"magenta"_s)));
+        QVERIFY(database.contains(u"0000000000000042"_s));
+        // Read anew, the counter is that of the text alone.
+        QVERIFY(database.remove(u"0000000000000042"_s));
+        QVERIFY(database.reindex());
+        QVERIFY(database.insert(ink(u"yellow"_s)));
+        QVERIFY(database.contains(u"0000000000000002"_s));
     }
 
     void indexThatCannotBeTrustedIsBuiltAnew_data()
@@ -178,11 +225,14 @@ private Q_SLOTS:
     {
         Place place;
         QVERIFY(makeFile(place.file));
-        const QByteArray index = indexHead(place.file) + number(qint32(-1)) + number(qint32(0));
+        const QByteArray index = indexHead(place.file) + number(qint32(-1)) + number(qint32(1)) +
+                                 array("level") + number(qint32(1)) + array("7") + array("a");
         QVERIFY(setBytes(place.beside(u".idx"_s), index));
         SDBText database;
         QVERIFY(database.open(place.file));
         QCOMPARE(database.count(), 0);
+        // The load goes on behind them.
+        QCOMPARE(database.values(u"level"_s), QList<SDBField>{SDBField(u"level"_s, u"7"_s)});
         QVERIFY(database.reindex());
         QCOMPARE(database.count(), 3);
     }
@@ -260,6 +310,31 @@ private Q_SLOTS:
         QVERIFY(database.close());
     }
 
+    void indexOnAFullDisk()
+    {
+        Place place;
+        QVERIFY(QFile::link(u"/dev/full"_s, place.beside(u".idx"_s)));
+        SDBText database;
+        QVERIFY(create(database, place.file));
+        QVERIFY(insertAll(database, {u"a"_s}));
+        QTest::ignoreMessage(QtDebugMsg, "SDBText::indexSave: unable to write the index!");
+        QVERIFY(database.close());
+        QVERIFY(!QFileInfo(place.beside(u".idx"_s)).isSymLink());
+    }
+
+    void indexOfAFileThatIsGone()
+    {
+        Place place;
+        QVERIFY(makeFile(place.file));
+        SDBText database;
+        QVERIFY(database.open(place.file));
+        QVERIFY(QFile::remove(place.file));
+        QTest::ignoreMessage(QtDebugMsg, "SDBText::indexSave: unable to calculate hash!");
+        QVERIFY(database.close());
+        QVERIFY(!QFile::exists(place.beside(u".idx"_s)));
+        QVERIFY(!QFile::exists(place.file));
+    }
+
     // Field indexes
 
     void searchFindsTheLatestFirst()
@@ -321,6 +396,102 @@ private Q_SLOTS:
         QCOMPARE(database.fieldsIndexed(), QStringList());
     }
 
+    void fieldIndexesNeedTheRightToRead()
+    {
+        QBuffer device;
+        SDBText database;
+        QVERIFY(create(database, &device, DBAuthGrants::None));
+        QVERIFY(insertAll(database, {u"a"_s}));
+        QVERIFY(database.addFieldIndex(u"level"_s));
+        QVERIFY(!database.authenticate(u"eve"_s, u"apple"_s));
+        expectError("AuthError");
+        QVERIFY(!database.addFieldIndex(u"dots"_s));
+        expectError("AuthError");
+        QVERIFY(!database.delFieldIndex(u"level"_s));
+        expectError("AuthError");
+        QVERIFY(!database.isFieldIndexed(u"level"_s));
+        QList<SDBRecord> found;
+        expectError("AuthError");
+        QVERIFY(!database.searchField({u"level"_s, 1}, found));
+        QSignalSpy reindexed(&database, &SDBText::databaseReindexed);
+        expectError("AuthError");
+        QVERIFY(!database.reindex());
+        QCOMPARE(reindexed.size(), 0);
+        QVERIFY(database.authenticate(kUser, kPassword));
+        QCOMPARE(database.fieldsIndexed(), QStringList{u"level"_s});
+    }
+
+    void valuesWithoutTheRightToReadAreSilent()
+    {
+        QBuffer device;
+        SDBText database;
+        QVERIFY(create(database, &device, DBAuthGrants::None));
+        QVERIFY(insertAll(database, {u"a"_s}));
+        QVERIFY(!database.authenticate(u"eve"_s, u"apple"_s));
+        const DebugLines lines;
+        QVERIFY(database.values(u"level"_s).isEmpty());
+        QCOMPARE(database.error(), DBError::AuthError);
+        QVERIFY(database.values(QString()).isEmpty());
+        QCOMPARE(database.error(), DBError::AuthError);
+        QCOMPARE(database.fieldsIndexed(), QStringList());
+        QCOMPARE(lines.all(), QStringList());
+    }
+
+    void closedDatabaseHasNoValues()
+    {
+        QBuffer device;
+        SDBText database;
+        QVERIFY(create(database, &device));
+        QVERIFY(insertAll(database, {u"a"_s}));
+        QCOMPARE(database.values(u"level"_s).size(), 1);
+        database.close();
+        QCOMPARE(database.values(u"level"_s), QList<SDBField>());
+        QCOMPARE(database.error(), DBError::SeekError);
+        QList<SDBRecord> found{ink(u"b"_s)};
+        expectError("SeekError");
+        QVERIFY(!database.searchField({u"level"_s, u"name"_s}, found));
+        QVERIFY(found.isEmpty());
+        // It has no key field then.
+        expectError("OpenError");
+        QVERIFY(!database.open(static_cast<QIODevice *>(nullptr)));
+        QCOMPARE(database.values(u"level"_s), QList<SDBField>());
+        QCOMPARE(database.fieldsIndexed(), QStringList{u"level"_s});
+    }
+
+    void searchGoesByTheTextOfTheCulture()
+    {
+        QBuffer device;
+        SDBText database;
+        database.authenticate(kUser, kPassword);
+        QVERIFY(database.create(&device, u"name"_s, DBAuthGrants::ReadOnly,
+                                QLocale(QLocale::Italian, QLocale::Italy)));
+        QVERIFY(database.insert(ink(u"a"_s, 1.5)));
+        QVERIFY(database.addFieldIndex(u"level"_s));
+        QList<SDBRecord> found;
+        QVERIFY(database.searchField({u"level"_s, 1.5}, found));
+        QVERIFY(database.insert(ink(u"b"_s, 1.5)));
+        QVERIFY(database.searchField({u"level"_s, 1.5}, found));
+        QCOMPARE(namesOf(found), (QStringList{u"b"_s, u"a"_s}));
+        QVERIFY(database.searchField({u"level"_s, u"1,5"_s}, found));
+        QVERIFY(!database.searchField({u"level"_s, u"1.5"_s}, found));
+        QCOMPARE(database.values(u"level"_s), QList<SDBField>{SDBField(u"level"_s, u"1,5"_s)});
+    }
+
+    void emptyTextsAreNotIndexed()
+    {
+        QBuffer device;
+        SDBText database;
+        QVERIFY(create(database, &device));
+        QVERIFY(database.insert(ink(u"a"_s, u""_s)));
+        QVERIFY(database.insert(ink(u"b"_s, 1)));
+        QCOMPARE(database.values(u"level"_s).size(), 1);
+        QVERIFY(database.insert(ink(u"c"_s, u""_s)));
+        QCOMPARE(database.values(u"level"_s), QList<SDBField>{SDBField(u"level"_s, u"1"_s)});
+        QList<SDBRecord> found;
+        QVERIFY(!database.searchField({u"level"_s, u""_s}, found));
+        QCOMPARE(database.error(), DBError::RecNotFound);
+    }
+
     void searchMatchesWholeArrays()
     {
         QBuffer device;
@@ -332,6 +503,7 @@ private Q_SLOTS:
         QList<SDBRecord> found;
         QVERIFY(database.searchField({u"level"_s, QVariantList{1, 2}}, found));
         QCOMPARE(namesOf(found), QStringList{u"a"_s});
+        QVERIFY(database.searchField({u"level"_s, u"1\r\n2"_s}, found));
         QVERIFY(!database.searchField({u"level"_s, 2}, found));
     }
 
@@ -453,10 +625,19 @@ private Q_SLOTS:
         QVERIFY(create(database, &device));
         QVERIFY(insertAll(database, {u"a"_s}));
         QSignalSpy reindexed(&database, &SDBText::databaseReindexed);
+        DBError told = DBError::UnknownError;
+        connect(&database, &SDBText::databaseReindexed, this, [&] { told = database.error(); });
         QVERIFY(database.reindex());
         QCOMPARE(reindexed.size(), 1);
         QCOMPARE(reindexed.at(0).at(0).toBool(), true);
+        QCOMPARE(told, DBError::NoError);
         QCOMPARE(database.count(), 1);
+        database.close();
+        expectError("SeekError");
+        QVERIFY(!database.reindex());
+        QCOMPARE(reindexed.size(), 2);
+        QCOMPARE(reindexed.at(1).at(0).toBool(), false);
+        QCOMPARE(told, DBError::SeekError);
     }
 };
 

@@ -9,7 +9,7 @@ namespace Talverine {
 
 void FieldIndexes::add(const QString &name)
 {
-    m_maps.insert(name, {});
+    set(name, {});
 }
 
 void FieldIndexes::clear(const QString &keyName)
@@ -19,6 +19,11 @@ void FieldIndexes::clear(const QString &keyName)
 }
 
 void FieldIndexes::set(const QString &name, const Map &map)
+{
+    m_maps.insert(name, {map, false});
+}
+
+void FieldIndexes::setBuilt(const QString &name, const Map &map)
 {
     m_maps.insert(name, {map, map.isEmpty()});
 }

@@ -33,7 +33,10 @@ public:
 
     //! Makes all of them stale, by a single entry under \a keyName.
     void clear(const QString &keyName);
+    //! Takes an index as it was saved, which may be a stale one.
     void set(const QString &name, const Map &map);
+    //! Takes an index that was built from all records.
+    void setBuilt(const QString &name, const Map &map);
     Map map(const QString &name) const { return m_maps.value(name).map; }
 
     bool isStale(const QString &name, const QString &keyName) const;

@@ -134,20 +134,25 @@ public:
     //! What the current user may do: All for the owner.
     virtual DBAuthGrants grants() const = 0;
 
-    //! Keeps an index of the field \a name from now on; it is built when first used.
+    //! Keeps an index of the field \a name from now on, if there is none; it is built when first
+    //! used. FieldIndexError without a name, here and in the next two.
     virtual bool addFieldIndex(const QString &name) = 0;
+    //! True also when there is no such index.
     virtual bool delFieldIndex(const QString &name) = 0;
     virtual bool isFieldIndexed(const QString &name) = 0;
     /*!
-     * The records that hold \a field with the same text; FieldIndexError when the field isn't
-     * indexed. False when there are none.
+     * The records that hold \a field with the same text, an array with the same texts in the same
+     * order. False with RecNotFound when there are none, with FieldIndexError and \a records as
+     * they were when the field isn't indexed or has no value.
      */
     virtual bool searchField(const SDBField &field, QList<SDBRecord> &records) = 0;
     /*!
      * One field for each different text of the field \a name, in order; of an empty name, the keys.
-     * A field that was not indexed is from now on. Texts of removed records can be among them.
+     * A field that was not indexed is from now on. Texts of removed records can be among them. The
+     * list is empty on failure too, which error() tells.
      */
     virtual QList<SDBField> values(const QString &name) = 0;
+    //! The names of the indexed fields, in any order.
     virtual QList<QString> fieldsIndexed() const = 0;
     //! Size of the file or device.
     virtual qint64 bytes() const = 0;

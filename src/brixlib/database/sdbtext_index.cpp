@@ -47,17 +47,25 @@ bool SDBText::searchField(const SDBField &field, QList<SDBRecord> &records)
         return returnBool(DBError::AuthError);
     if (field.isEmpty() || !d->fields.contains(field.key()))
         return returnBool(DBError::FieldIndexError);
-    if (d->fields.needsBuild(field.key(), d->head.key))
-        d->buildStaleFieldIndexes();
+    const DBError prepared = d->prepareFieldIndex(field.key());
+    if (prepared != DBError::NoError) {
+        records.clear();
+        return returnBool(prepared);
+    }
     QList<SDBRecord> found;
+    DBError failure = DBError::RecNotFound;
     const QString text = field.toString(true, d->head.culture);
     SDBRecord record;
     for (const QString &key : d->fields.map(field.key()).values(text)) {
         if (value(key, record))
             found.append(record);
+        else if (d->error != DBError::RecNotFound)
+            failure = d->error;
     }
     records = found;
-    return returnBool(records.isEmpty() ? DBError::RecNotFound : DBError::NoError);
+    // What value() failed with has been logged.
+    d->error = records.isEmpty() ? failure : DBError::NoError;
+    return !records.isEmpty();
 }
 
 QList<SDBField> SDBText::values(const QString &name)
@@ -78,8 +86,9 @@ QList<SDBField> SDBText::values(const QString &name)
     }
     if (!d->fields.contains(name))
         d->fields.add(name);
-    if (d->fields.needsBuild(name, d->head.key))
-        d->buildStaleFieldIndexes();
+    d->error = d->prepareFieldIndex(name);
+    if (d->error != DBError::NoError)
+        return list;
     for (const QString &text : d->fields.map(name).uniqueKeys())
         list.append(SDBField(name, text));
     return list;
@@ -97,9 +106,9 @@ bool SDBText::reindex()
     if (!d->mayRead())
         return returnBool(DBError::AuthError);
     d->fields.clear(d->head.key);
-    const DBError result = d->createIndex();
-    Q_EMIT databaseReindexed(result == DBError::NoError);
-    return returnBool(result);
+    const bool result = returnBool(d->createIndex());
+    Q_EMIT databaseReindexed(result);
+    return result;
 }
 
 } // namespace Talverine

@@ -84,13 +84,14 @@ public:
     void clearIndexes();
     //! Reads all keys from the text, which \a crc follows.
     DBError createIndex(SCrc32 *crc = nullptr);
-    //! False when there is no index file to go by; the indexes are to be created then.
+    //! Has the indexes from their file or, when that is not to be used, at times from the text
+    //! already; false when they are to be created yet.
     bool loadIndex();
     //! Saves the index of the database that was closed, or removes one that would not fit.
     void saveIndex();
     QByteArray deviceHash();
-    //! Builds the field indexes that are stale; false when there are none.
-    bool buildStaleFieldIndexes();
+    //! Makes the index of a field fit for use; those of a closed database are not.
+    DBError prepareFieldIndex(const QString &name);
 
     DatabaseHead head;
     QString user = QStringLiteral("Everybody");
@@ -118,6 +119,7 @@ private:
     bool readIndex(QIODevice *file);
     QByteArray hashCreatingIndex();
     bool writeIndexFile();
+    DBError buildStaleFieldIndexes();
     void noteUniqueKey(const QString &key);
     void noteRead(const RecordReader &reader);
 

@@ -161,25 +161,36 @@ QByteArray SDBTextPrivate::hashCreatingIndex()
     return QByteArray::number(crc.value(), 16);
 }
 
-bool SDBTextPrivate::buildStaleFieldIndexes()
+DBError SDBTextPrivate::prepareFieldIndex(const QString &name)
 {
-    const QList<QString> names = fields.staleNames(head.key);
-    if (names.isEmpty() || !hasOpenDevice())
-        return false;
+    if (!hasOpenDevice())
+        return DBError::SeekError;
+    return fields.needsBuild(name, head.key) ? buildStaleFieldIndexes() : DBError::NoError;
+}
+
+DBError SDBTextPrivate::buildStaleFieldIndexes()
+{
     const qint64 before = device->pos();
     QHash<QString, FieldIndexes::Map> maps;
-    for (const QString &name : names)
+    for (const QString &name : fields.staleNames(head.key))
         maps.insert(name, {});
     RecordReader reader(device, head.key, 0);
+    if (reader.hasFailed())
+        return DBError::SeekError;
     SDBRecord record;
     while (reader.next(&record)) {
         noteRead(reader);
         for (auto map = maps.begin(); map != maps.end(); ++map)
             FieldIndexes::insertEntry(&*map, map.key(), record, head.key, head.culture);
     }
+    // What was read till then must not pass for all there is.
+    if (reader.hasFailed()) {
+        device->seek(before);
+        return DBError::ReadError;
+    }
     for (auto map = maps.begin(); map != maps.end(); ++map)
-        fields.set(map.key(), *map);
-    return device->seek(before);
+        fields.setBuilt(map.key(), *map);
+    return device->seek(before) ? DBError::NoError : DBError::SeekError;
 }
 
 } // namespace Talverine
