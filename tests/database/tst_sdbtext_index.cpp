@@ -166,6 +166,28 @@ private Q_SLOTS:
         QCOMPARE(database.count(), 3);
     }
 
+    void loadedIndexKeepsEveryCharacter()
+    {
+        Place place;
+        const QString key = u"\uFEFFa"_s;
+        {
+            SDBText database;
+            QVERIFY(create(database, place.file));
+            QVERIFY(database.insert(ink(key, u"\uFEFFb"_s)));
+        }
+        const QByteArray index = indexHead(place.file) + number(qint32(1)) + array(key.toUtf8()) +
+                                 number(positionOf(place.file, "name = ")) + number(qint32(1)) +
+                                 array("level") + number(qint32(1)) + array("\uFEFFb") +
+                                 array(key.toUtf8());
+        QVERIFY(setBytes(place.beside(u".idx"_s), index));
+        SDBText database;
+        QVERIFY(database.open(place.file));
+        QVERIFY(database.contains(key));
+        QList<SDBRecord> found;
+        QVERIFY(database.searchField({u"level"_s, u"\uFEFFb"_s}, found));
+        QCOMPARE(namesOf(found), QStringList{key});
+    }
+
     void uniqueKeysGoOnFromALoadedIndex()
     {
         Place place;

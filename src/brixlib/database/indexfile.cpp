@@ -143,7 +143,11 @@ std::optional<QString> IndexReader::readText()
     const std::optional<QByteArray> bytes = readArray();
     if (!bytes)
         return std::nullopt;
-    return QString::fromUtf8(*bytes);
+    QString text = QString::fromUtf8(*bytes);
+    // What decoding takes for a byte order mark is a character of a text like this.
+    if (bytes->startsWith("\xEF\xBB\xBF"))
+        text.prepend(QChar(QChar::ByteOrderMark));
+    return text;
 }
 
 template<typename T>
