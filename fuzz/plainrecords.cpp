@@ -31,15 +31,18 @@ QList<PlainRecord> plainRecords(const QByteArray &file, const QString &keyName, 
     QList<PlainRecord> records;
     bool isInRecord = false;
     qint64 position = 0;
+    qint64 recordBytes = 0;
     for (const QByteArray &line : file.split('\n')) {
         const SDBField field = fieldOf(line);
         if (!field.isNull() && field.key() == keyName) {
             const QString key = field.value().toString();
             isInRecord = !key.startsWith(u'$');
+            recordBytes = 0;
             if (isInRecord)
                 records.append({position, key, {}});
-        } else if (isInRecord && position - records.last().position > recordLimit) {
-            isInRecord = false;
+        } else if (!field.isNull()) {
+            recordBytes += line.size();
+            isInRecord = isInRecord && recordBytes <= recordLimit;
         }
         if (isInRecord && !field.isNull())
             addTo(&records.last().record, field);

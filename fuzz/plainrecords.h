@@ -23,8 +23,8 @@ struct PlainRecord
 
 /*!
  * The records of a database \a file that are not deleted, read with care for neither time nor
- * memory: what the reader at work is compared with. A line that begins more than \a recordLimit
- * bytes behind its record's beginning belongs to no record.
+ * memory: what the reader at work is compared with. The lines behind the key line that give fields
+ * values have at most \a recordLimit bytes together; the record ends before a line that has more.
  */
 QList<PlainRecord> plainRecords(const QByteArray &file, const QString &keyName,
                                 qint64 recordLimit = std::numeric_limits<qint64>::max());

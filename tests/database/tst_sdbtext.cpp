@@ -563,6 +563,23 @@ private Q_SLOTS:
         QVERIFY(database[u"cyan"_s].checkSignature());
     }
 
+    void headIsEndedByARecordOfItsKeyName()
+    {
+        QByteArray bytes = headOf({"dbkey", "ada", kPasswordHash, "readonly", "en-US", "1"});
+        bytes.truncate(bytes.indexOf("dbkey = !"));
+        QBuffer device(&bytes);
+        SDBText database;
+        QVERIFY(database.open(&device));
+        QVERIFY(database.authenticate(kUser, kPassword));
+        QCOMPARE(walk(database), QStringList{u"dbkey"_s});
+        SDBRecord record;
+        record.insert(u"dbkey"_s, u"cyan"_s);
+        QVERIFY(database.insert(record));
+        QVERIFY(database.open(&device));
+        QCOMPARE(walk(database), (QStringList{u"cyan"_s, u"dbkey"_s}));
+        QVERIFY(database[u"cyan"_s].checkSignature());
+    }
+
     void nameOfTheKeyFieldIsCutAsAllNames()
     {
         QBuffer device;

@@ -213,6 +213,9 @@ DBError SDBTextPrivate::load()
     head = DatabaseHead::fromRecord(record);
     if (head.key.isEmpty())
         return DBError::KeyIsNull;
+    // The records' own key lines end it where they have its name.
+    if (head.key == specialFieldName(DatabaseSpecialRecordField::dbKey))
+        isHeadEndMissing = false;
     saveHeadCopy();
     return loadIndex() ? DBError::NoError : createIndex();
 }
