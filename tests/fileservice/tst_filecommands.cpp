@@ -1,90 +1,25 @@
 // SPDX-License-Identifier: MIT
 // The commands of the file service against bytes written by hand.
+#include <shared/commandformstest.h>
 #include <shared/filecommandforms.h>
 
 using namespace Talverine;
 using namespace TestShared;
 using namespace Qt::StringLiterals;
 
-namespace {
-
-void addForms()
-{
-    CommandForms::addColumn();
-    FixedFileCommandForms().addRows();
-    TransferCommandForms().addRows();
-}
-
-void addFixedForms()
-{
-    CommandForms::addColumn();
-    FixedFileCommandForms().addRows();
-}
-
-} // namespace
-
-class tst_FileCommands : public QObject
+class tst_FileCommands : public CommandFormsTest
 {
     Q_OBJECT
 
+protected:
+    void addRows() const override
+    {
+        FixedFileCommandForms().addRows();
+        TransferCommandForms().addRows();
+    }
+    void addRowsOfAnyVersion() const override { FixedFileCommandForms().addRows(); }
+
 private Q_SLOTS:
-    void writes_data() { addForms(); }
-    void writes()
-    {
-        QFETCH(const CommandForm, form);
-        verifyWritten(form);
-    }
-
-    void reads_data() { addForms(); }
-    void reads()
-    {
-        QFETCH(const CommandForm, form);
-        verifyRead(form, form.bytes);
-    }
-
-    void headerVersionChangesNoOtherByte_data() { addFixedForms(); }
-    void headerVersionChangesNoOtherByte()
-    {
-        QFETCH(const CommandForm, form);
-        for (const int version : versionsFromPeers())
-            verifyVersion(form, version);
-    }
-
-    void truncationAtEveryByteIsRefused_data() { addForms(); }
-    void truncationAtEveryByteIsRefused()
-    {
-        QFETCH(const CommandForm, form);
-        verifyRefusedAtEveryTruncation(form);
-    }
-
-    void everyWrongMagicAndIdIsRefused_data() { addForms(); }
-    void everyWrongMagicAndIdIsRefused()
-    {
-        QFETCH(const CommandForm, form);
-        verifyRefusedForEveryWrongMagic(form);
-    }
-
-    void wordAtIdRecordVersionMayBeAnything_data() { addForms(); }
-    void wordAtIdRecordVersionMayBeAnything()
-    {
-        QFETCH(const CommandForm, form);
-        verifyIdRecordVersionIgnored(form);
-    }
-
-    void spareBytesAreAccepted_data() { addForms(); }
-    void spareBytesAreAccepted()
-    {
-        QFETCH(const CommandForm, form);
-        verifySpareBytesAccepted(form);
-    }
-
-    void claimedLengthsCostNoMemory_data() { addForms(); }
-    void claimedLengthsCostNoMemory()
-    {
-        QFETCH(const CommandForm, form);
-        verifyClaimsCostNoMemory(form);
-    }
-
     void defaultVersionsAreThoseOfTheClasses()
     {
         QCOMPARE(SCommandGetFile().version(), 0x00010200);
@@ -105,4 +40,5 @@ private Q_SLOTS:
 };
 
 QTEST_APPLESS_MAIN(tst_FileCommands)
+#include "shared/moc_commandformstest.cpp"
 #include "tst_filecommands.moc"

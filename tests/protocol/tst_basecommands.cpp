@@ -1,83 +1,20 @@
 // SPDX-License-Identifier: MIT
 // The commands of the base protocol against bytes written by hand.
 #include <shared/basecommandforms.h>
+#include <shared/commandformstest.h>
 
 using namespace Talverine;
 using namespace TestShared;
 using namespace Qt::StringLiterals;
 
-namespace {
-
-void addForms()
-{
-    CommandForms::addColumn();
-    BaseCommandForms().addRows();
-}
-
-} // namespace
-
-class tst_BaseCommands : public QObject
+class tst_BaseCommands : public CommandFormsTest
 {
     Q_OBJECT
 
+protected:
+    void addRows() const override { BaseCommandForms().addRows(); }
+
 private Q_SLOTS:
-    void writes_data() { addForms(); }
-    void writes()
-    {
-        QFETCH(const CommandForm, form);
-        verifyWritten(form);
-    }
-
-    void reads_data() { addForms(); }
-    void reads()
-    {
-        QFETCH(const CommandForm, form);
-        verifyRead(form, form.bytes);
-    }
-
-    void headerVersionIsTakenAndHasNoRange_data() { addForms(); }
-    void headerVersionIsTakenAndHasNoRange()
-    {
-        QFETCH(const CommandForm, form);
-        for (const int version : versionsFromPeers())
-            verifyVersion(form, version);
-    }
-
-    void truncationAtEveryByteIsRefused_data() { addForms(); }
-    void truncationAtEveryByteIsRefused()
-    {
-        QFETCH(const CommandForm, form);
-        verifyRefusedAtEveryTruncation(form);
-    }
-
-    void everyWrongMagicAndIdIsRefused_data() { addForms(); }
-    void everyWrongMagicAndIdIsRefused()
-    {
-        QFETCH(const CommandForm, form);
-        verifyRefusedForEveryWrongMagic(form);
-    }
-
-    void wordAtIdRecordVersionMayBeAnything_data() { addForms(); }
-    void wordAtIdRecordVersionMayBeAnything()
-    {
-        QFETCH(const CommandForm, form);
-        verifyIdRecordVersionIgnored(form);
-    }
-
-    void spareBytesAreAccepted_data() { addForms(); }
-    void spareBytesAreAccepted()
-    {
-        QFETCH(const CommandForm, form);
-        verifySpareBytesAccepted(form);
-    }
-
-    void claimedLengthsCostNoMemory_data() { addForms(); }
-    void claimedLengthsCostNoMemory()
-    {
-        QFETCH(const CommandForm, form);
-        verifyClaimsCostNoMemory(form);
-    }
-
     void oddTextLengthIsRefused()
     {
         const SCommandClientDevice other(u"other"_s);
@@ -181,4 +118,5 @@ private Q_SLOTS:
 };
 
 QTEST_APPLESS_MAIN(tst_BaseCommands)
+#include "shared/moc_commandformstest.cpp"
 #include "tst_basecommands.moc"

@@ -3,6 +3,8 @@
 
 #include <brixlib/protocol/directsocket_p.h>
 
+#include <brixrt/sfilehelper.h>
+
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
@@ -51,18 +53,6 @@ private:
     QElapsedTimer m_sinceReport;
 };
 
-bool writeWhole(QIODevice *device, const char *data, qint64 size)
-{
-    while (size > 0) {
-        const qint64 count = device->write(data, size);
-        if (count < 1)
-            return false;
-        data += count;
-        size -= count;
-    }
-    return true;
-}
-
 // A file may hold its last bytes back, and a full disk would go unnoticed when it is closed.
 bool isFlushed(QIODevice *device)
 {
@@ -94,7 +84,7 @@ bool FileTransfer::receive(QIODevice *target, qint64 size)
         if (!mayGoOn(idle))
             return false;
         const qint64 count = receiveSome(buffer.get(), std::min(size - meter.done(), kBufferBytes));
-        if (count < 0 || !writeWhole(target, buffer.get(), count))
+        if (count < 0 || !SFileHelper::writeAll(target, {buffer.get(), count}))
             return false;
         if (count > 0)
             idle.start();
@@ -157,7 +147,7 @@ bool FileTransfer::sendBlock(const char *data, qint64 size)
         size -= count;
         idle.start();
     }
-    return size == 0 || (writeWhole(m_socket, data, size) && drain());
+    return size == 0 || (SFileHelper::writeAll(m_socket, {data, size}) && drain());
 }
 
 bool FileTransfer::drain()
