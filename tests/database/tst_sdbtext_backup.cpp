@@ -7,6 +7,7 @@
 #include <brixlib/compression/szip.h>
 
 #include <QtCore/QBuffer>
+#include <QtCore/QTemporaryFile>
 #include <QtCore/QThread>
 #include <QtTest/QSignalSpy>
 
@@ -147,6 +148,33 @@ private Q_SLOTS:
         QVERIFY(!source.database.backup(&backup));
     }
 
+    void targetThatIsOpenedForItIsEmptied_data()
+    {
+        QTest::addColumn<CompressionAlgorithm>("algorithm");
+        QTest::newRow("Uncompressed") << CompressionAlgorithm::Uncompressed;
+        QTest::newRow("Zip") << CompressionAlgorithm::Zip;
+        QTest::newRow("Lz4") << CompressionAlgorithm::Lz4;
+    }
+
+    void targetThatIsOpenedForItIsEmptied()
+    {
+        QFETCH(CompressionAlgorithm, algorithm);
+        Memory source({u"a"_s, u"b"_s, u"c"_s});
+        source.database.setBackupCompressor(algorithm);
+        QBuffer buffer;
+        QTemporaryFile file;
+        QVERIFY(source.database.backup(&buffer));
+        QVERIFY(source.database.backup(&file));
+        QVERIFY(source.database.clear());
+        QVERIFY(insertAll(source.database, {u"d"_s}));
+        for (QIODevice *device : std::initializer_list<QIODevice *>{&buffer, &file}) {
+            QVERIFY(source.database.backup(device));
+            Memory target;
+            QVERIFY(target.database.restore(device));
+            QCOMPARE(walk(target.database), QStringList{u"d"_s});
+        }
+    }
+
     void backupsThatCannotBeMade()
     {
         Memory source({u"a"_s});
@@ -177,6 +205,18 @@ private Q_SLOTS:
         QVERIFY(QFile::link(place.file, link));
         expectError("OpenError");
         QVERIFY(!database.restore(link));
+        QFile same(place.file);
+        expectError("OpenError");
+        QVERIFY(!database.backup(&same));
+        expectError("OpenError");
+        QVERIFY(!database.restore(&same));
+        // It opens: the backup has dropped the lock.
+        SDBText second;
+        QVERIFY(second.open(place.file));
+        QVERIFY(second.authenticate(kUser, kPassword));
+        expectError("OpenError");
+        second = database;
+        QCOMPARE(second.error(), DBError::OpenError);
         QCOMPARE(bytesOf(place.file), before);
     }
 
@@ -218,6 +258,27 @@ private Q_SLOTS:
         QCOMPARE(restored.size(), 1);
     }
 
+    void mergedRecordsAreInsertedAnew()
+    {
+        Memory source({}, u"name"_s, DBAuthGrants::All);
+        source.database.authenticate(u"eve"_s, QString());
+        QVERIFY(insertAll(source.database, {u"a"_s}));
+        const QVariant time = source.database[u"a"_s].value(SDBRecord::DateTimeKey);
+        QBuffer backup;
+        QVERIFY(source.database.backup(&backup));
+        QBuffer device;
+        SDBText target;
+        QVERIFY(target.authenticate(kUser, kPassword));
+        QVERIFY(target.create(&device, u"name"_s, DBAuthGrants::None, QLocale(u"it_IT"_s)));
+        QTest::qWait(2);
+        QVERIFY(target.restore(&backup, true));
+        const SDBRecord record = target[u"a"_s];
+        QCOMPARE(record.value(SDBRecord::OwnerKey), QVariant(kUser));
+        QCOMPARE(record.value(SDBRecord::CultureKey), QVariant(u"it-IT"_s));
+        QVERIFY(record.value(SDBRecord::DateTimeKey) != time);
+        QVERIFY(record.checkSignature());
+    }
+
     void restoreUnderUniqueKeysAppendsAll()
     {
         Memory source({u"a"_s, u"b"_s}, SDBRecord::UniqueIncKey);
@@ -256,6 +317,55 @@ private Q_SLOTS:
         QVERIFY(database.backup(&backup));
         expectError("AuthError");
         QVERIFY(!database.restore(&backup));
+    }
+
+    void deniedRestoreLeavesAll()
+    {
+        Memory source({u"a"_s});
+        QBuffer backup;
+        QVERIFY(source.database.backup(&backup));
+        Memory target({u"b"_s});
+        const QByteArray before = target.device.data();
+        target.database.authenticate(u"eve"_s, QString());
+        for (const bool merge : {false, true}) {
+            expectError("AuthError");
+            QVERIFY(!target.database.restore(&backup, merge));
+            expectError("AuthError");
+            QVERIFY(!target.database.restore(u"/nowhere/backup.db"_s, merge));
+        }
+        QCOMPARE(target.device.data(), before);
+    }
+
+    void damagedHeadIsMended()
+    {
+        Place place;
+        {
+            SDBText database;
+            QVERIFY(create(database, place.file));
+            QVERIFY(insertAll(database, {u"a"_s}));
+        }
+        const QByteArray head = bytesOf(place.beside(u".srec"_s));
+        QVERIFY(setBytes(place.file, bytesOf(place.file).replace("dbkey", "xxxxx")));
+        const auto expectCopyOfTheHead = [] {
+            QTest::ignoreMessage(QtDebugMsg, "SDBText::loadSpecialRecordBackup: database "
+                                             "corrupted! Using the backup index.");
+        };
+        Memory restored;
+        expectCopyOfTheHead();
+        QVERIFY(restored.database.restore(place.file));
+        QVERIFY(restored.device.data().startsWith(head));
+        QCOMPARE(walk(restored.database), QStringList{u"a"_s});
+
+        SDBText damaged;
+        expectCopyOfTheHead();
+        QVERIFY(damaged.open(place.file));
+        QVERIFY(damaged.authenticate(kUser, kPassword));
+        Memory assigned;
+        assigned.database = damaged;
+        QVERIFY(assigned.device.data().startsWith(head));
+        QCOMPARE(walk(assigned.database), QStringList{u"a"_s});
+        QVERIFY(damaged.clear());
+        QCOMPARE(bytesOf(place.file), head);
     }
 
     void restoreOfAnotherKeyField()
@@ -447,14 +557,47 @@ private Q_SLOTS:
         Memory first({u"a"_s, u"b"_s, u"c"_s});
         Memory second({u"b"_s, u"d"_s});
         QSignalSpy removed(&first.database, &SDBText::recordRemoved);
+        QSignalSpy modified(&first.database, &SDBText::databaseModified);
         first.database -= second.database;
         QCOMPARE(removed.size(), 1);
+        QCOMPARE(modified.size(), 2);
         QCOMPARE(walk(first.database), (QStringList{u"a"_s, u"c"_s}));
         SDBText null;
         null -= first.database;
         QVERIFY(null.isNull());
         first.database -= first.database;
         QCOMPARE(first.database.count(), 0);
+    }
+
+    void minusEndsWithTheFirstThatCannotBeRemoved()
+    {
+        Memory first({u"a"_s, u"b"_s, u"c"_s});
+        Memory second({u"a"_s, u"b"_s, u"c"_s});
+        first.device.buffer().replace("name = b", "name = x");
+        QSignalSpy modified(&first.database, &SDBText::databaseModified);
+        expectError("UnknownError");
+        first.database -= second.database;
+        QCOMPARE(first.database.error(), DBError::UnknownError);
+        QCOMPARE(modified.size(), 2);
+        QVERIFY(!first.database.contains(u"a"_s));
+        QVERIFY(first.database.contains(u"c"_s));
+    }
+
+    void sumWithoutTheRightToCopyIsNull()
+    {
+        Memory first({u"a"_s});
+        Memory second({u"b"_s});
+        first.database.authenticate(u"eve"_s, QString());
+        expectError("AuthError");
+        const SDBText sum = first.database + second.database;
+        QVERIFY(sum.isNull());
+        QCOMPARE(sum.error(), DBError::AuthError);
+        expectError("AuthError");
+        const SDBText difference = first.database - second.database;
+        QVERIFY(difference.isNull());
+        SDBText null;
+        expectError("SeekError");
+        QVERIFY(null + second.database == second.database);
     }
 
     void sumAndDifferenceAreNewDatabases()

@@ -10,6 +10,7 @@
 
 #include <QtCore/QBuffer>
 #include <QtCore/QCoreApplication>
+#include <QtTest/QSignalSpy>
 
 #include <cstdio>
 #include <functional>
@@ -117,12 +118,20 @@ bool restoreForEver(SDBText &database)
     return false;
 }
 
+bool mergeForEver(SDBText &database)
+{
+    for (int i = 0; database.restore(database.fileName() + u".backup"_s, true); ++i)
+        tell("merged", i);
+    return false;
+}
+
 const QMap<QString, Work> &childWorks()
 {
     static const QMap<QString, Work> works{
         {u"insert"_s, insertForEver}, {u"replace"_s, replaceForEver},
         {u"remove"_s, removeAll},     {u"purge"_s, purgeForEver},
-        {u"clear"_s, clearForEver},   {u"restore"_s, restoreForEver}};
+        {u"clear"_s, clearForEver},   {u"restore"_s, restoreForEver},
+        {u"merge"_s, mergeForEver}};
     return works;
 }
 
@@ -183,7 +192,11 @@ private Q_SLOTS:
             FaultDevice device(&disk, {.capacity = capacity});
             SDBText database;
             QVERIFY(openAsAda(database, &device));
+            SDBRecord missing;
+            QVERIFY(!database.value(u"x"_s, missing));
             QVERIFY(!database.insert(ink(u"b"_s)));
+            // The error is that of the operation before.
+            QCOMPARE(database.error(), DBError::RecNotFound);
             QVERIFY(!database.contains(u"b"_s));
             QVERIFY(database[u"a"_s].checkSignature());
             QVERIFY(disk.data().startsWith(before));
@@ -391,6 +404,61 @@ private Q_SLOTS:
         QCOMPARE(database.error(), DBError::ReadError);
     }
 
+    void mergeThatReadsOnlyAPartFails()
+    {
+        QBuffer disk;
+        disk.setData(databaseOf({u"a"_s, u"b"_s}));
+        QBuffer target;
+        target.setData(databaseOf({}));
+        SDBText database;
+        QVERIFY(openAsAda(database, &target));
+        FaultDevice whole(&disk);
+        QVERIFY(database.restore(&whole, true));
+        QVERIFY(database.clear());
+        // The last read is that of the last record.
+        FaultDevice part(&disk, {.read = {.errorAt = whole.bytesRead() - 10}});
+        QSignalSpy restored(&database, &SDBText::databaseRestored);
+        expectError("ReadError");
+        QVERIFY(!database.restore(&part, true));
+        QCOMPARE(database.error(), DBError::ReadError);
+        QCOMPARE(restored.size(), 1);
+        QCOMPARE(restored.at(0).at(0).toBool(), false);
+        QCOMPARE(walk(database), QStringList{u"a"_s});
+    }
+
+    void plusThatReadsOnlyAPartFails()
+    {
+        QBuffer disk;
+        disk.setData(databaseOf({u"a"_s, u"b"_s}));
+        FaultDevice whole(&disk);
+        SDBText other;
+        QVERIFY(other.open(&whole));
+        other.close();
+        FaultDevice part(&disk, {.read = {.errorAt = whole.bytesRead() + 10}});
+        QVERIFY(other.open(&part));
+        QBuffer target;
+        target.setData(databaseOf({u"z"_s}));
+        SDBText database;
+        QVERIFY(openAsAda(database, &target));
+        expectError("ReadError");
+        database += other;
+        QCOMPARE(database.error(), DBError::ReadError);
+        QCOMPARE(walk(database), QStringList{u"z"_s});
+    }
+
+    void databaseWhoseFileIsGoneCanBeBackedUp()
+    {
+        Place place;
+        SDBText database;
+        QVERIFY(create(database, place.file));
+        QVERIFY(insertAll(database, {u"a"_s}));
+        const QByteArray before = bytesOf(place.file);
+        QVERIFY(QFile::remove(place.file));
+        const QString backup = place.folder.filePath(u"backup.db"_s);
+        QVERIFY(database.backup(backup));
+        QCOMPARE(bytesOf(backup), before);
+    }
+
     // Files that were damaged
 
     void fileCutAnywhereKeepsWhatIsWhole()
@@ -500,6 +568,10 @@ private Q_SLOTS:
             KilledProcess child;
             child.process().setProgram(QCoreApplication::applicationFilePath());
             child.process().setArguments({u"child"_s, work, place.file});
+            // What it has there then goes with the folder.
+            QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+            environment.insert(u"TMPDIR"_s, place.folder.path());
+            child.process().setProcessEnvironment(environment);
             QVERIFY(child.start());
             QTRY_VERIFY_WITH_TIMEOUT(child.output().contains("ready"), 30'000);
             // Its lock keeps this program out.
@@ -545,12 +617,26 @@ private:
             // None of those that were there before comes back.
             QVERIFY(lastTold(told, "cleared") < 0 || database.count() <= kRecordsToClear);
             QVERIFY(signedRecords >= database.count() - 1);
+        } else if (work == u"merge") {
+            checkMergedAfterKill(database, signedRecords);
         } else {
             // Records that were still to be written are lost; of the others one may be torn.
             QVERIFY(signedRecords >= database.count() - 1);
         }
         QVERIFY(database.insert(ink(u"after"_s)));
         QVERIFY(database[u"after"_s].checkSignature());
+    }
+
+    void checkMergedAfterKill(SDBText &database, int signedRecords)
+    {
+        // The one between its removal and its insertion may be gone, or torn.
+        QVERIFY(signedRecords >= kKilledRecords - 1);
+        QVERIFY(database.count() <= kKilledRecords);
+        // Merging again brings it back; of one with a torn key a stump stays.
+        QVERIFY(database.restore(database.fileName() + u".backup"_s, true));
+        QVERIFY(walksWell(database, &signedRecords));
+        QCOMPARE(signedRecords, kKilledRecords);
+        QVERIFY(database.count() <= kKilledRecords + 1);
     }
 };
 

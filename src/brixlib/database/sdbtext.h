@@ -121,15 +121,17 @@ public:
     QString fileName() const;
 
     /*!
-     * With a compressor, \a device has to be closed. Afterwards this database is open still, but
-     * no longer locked: another program may open the file.
+     * A closed \a device is opened, emptied and closed again, one that is open is written to from
+     * where it stands, and closed. With a compressor it has to be closed. Afterwards this database
+     * is open still, but no longer locked: another program may open the file.
      */
     bool backup(QIODevice *device, bool clearAfter = false) override;
     bool backup(const QString &fileName, bool clearAfter = false) override;
     /*!
      * Knows compressed backups by itself. With \a merge, records come in as inserted anew, each in
-     * place of that of its key; under unique keys, all of them with new keys. Without, what stops
-     * it halfway leaves what was copied till then.
+     * place of that of its key; under unique keys, all of them with new keys. What stops that
+     * halfway leaves the records that came till then; without \a merge, what was copied of the
+     * file, which was emptied first.
      */
     bool restore(QIODevice *device, bool merge = false) override;
     bool restore(const QString &fileName, bool merge = false) override;
@@ -173,7 +175,10 @@ public:
      * both.
      */
     SDBText &operator=(const SDBText &other);
-    //! A copy in memory with the records of \a other, or without those of the same keys.
+    /*!
+     * A copy in memory with the records of \a other, or without those of the same keys; null, with
+     * the reason in its error(), when this database can't be copied.
+     */
     SDBText operator+(const SDBText &other) const;
     SDBText operator-(const SDBText &other) const;
     //! Adds the records of \a other whose keys aren't here, unchanged.

@@ -6,7 +6,6 @@
 #include <brixlib/database/sdbtext_p.h>
 
 #include <QtCore/QFile>
-#include <QtCore/QFileInfo>
 #include <QtCore/QTemporaryFile>
 
 namespace Talverine {
@@ -61,11 +60,6 @@ bool decompress(QIODevice *source, QTemporaryFile *target)
     return false;
 }
 
-bool isSameFile(const QString &a, const QString &b)
-{
-    return !a.isEmpty() && !b.isEmpty() && QFileInfo(a) == QFileInfo(b);
-}
-
 } // namespace
 
 CompressionAlgorithm SDBText::backupCompressor() const
@@ -85,10 +79,6 @@ void SDBText::setBackupCompressor(CompressionAlgorithm algorithm)
 
 bool SDBText::backup(const QString &fileName, bool clearAfter)
 {
-    const QMutexLocker guard(&d->mutex);
-    // Opening it would empty the database.
-    if (isSameFile(fileName, d->fileName()))
-        return returnBool(DBError::OpenError);
     QFile file(fileName);
     return backup(&file, clearAfter);
 }
@@ -98,7 +88,8 @@ bool SDBText::backup(QIODevice *device, bool clearAfter)
     const QMutexLocker guard(&d->mutex);
     if (!d->mayRead())
         return returnBool(DBError::AuthError);
-    if (device == d->device)
+    // Opening it would empty the database.
+    if (d->isOwnDevice(device))
         return returnBool(DBError::OpenError);
     // Before the target is emptied.
     if (!d->hasOpenDevice())
@@ -116,12 +107,6 @@ bool SDBText::backup(QIODevice *device, bool clearAfter)
 
 bool SDBText::restore(const QString &fileName, bool merge)
 {
-    const QMutexLocker guard(&d->mutex);
-    if (isSameFile(fileName, d->fileName()))
-        return returnBool(DBError::OpenError);
-    // Opening it would make it.
-    if (!QFile::exists(fileName))
-        return returnBool(DBError::FileNotFound);
     QFile file(fileName);
     return restore(&file, merge);
 }
@@ -131,8 +116,11 @@ bool SDBText::restore(QIODevice *device, bool merge)
     const QMutexLocker guard(&d->mutex);
     if (!d->mayWrite())
         return returnBool(DBError::AuthError);
-    if (!device || device == d->device)
+    if (!device || d->isOwnDevice(device))
         return returnBool(DBError::OpenError);
+    // Opening it would make it.
+    if (const auto *file = qobject_cast<const QFile *>(device); file && !file->exists())
+        return returnBool(DBError::FileNotFound);
     if (device->isOpen())
         device->close();
     TemporaryDatabaseFile plain;
@@ -155,16 +143,13 @@ bool SDBText::restore(QIODevice *device, bool merge)
 bool SDBText::mergeFrom(const SDBText &other)
 {
     const bool isUnique = d->head.key == SDBRecord::uniqueIncKey();
-    SDBRecord record;
-    for (QString key = other.d->keys.first(); !key.isEmpty(); key = other.d->keys.above(key)) {
-        if (other.d->search(key, &record) != DBError::NoError)
-            continue;
-        if (!isUnique && d->keys.contains(key) && !_remove(key, false))
-            return false;
-        if (!_insert(record, false))
-            return false;
-    }
-    return returnBool(DBError::NoError);
+    bool isMerged = true;
+    const DBError read = other.d->forEachRecord([&](const QString &key, const SDBRecord &record) {
+        const bool isKnown = !isUnique && d->keys.contains(key);
+        isMerged = (!isKnown || _remove(key, false)) && _insert(record, false);
+        return isMerged;
+    });
+    return isMerged && returnBool(read);
 }
 
 bool SDBText::replaceBy(const SDBText &other)

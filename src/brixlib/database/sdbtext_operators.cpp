@@ -42,17 +42,6 @@ private:
     QRecursiveMutex *m_second;
 };
 
-// Calls use with each record of a database, in the order of keys, until it gives false.
-template<typename Use>
-void forEachRecord(SDBTextPrivate *database, Use use)
-{
-    SDBRecord record;
-    for (QString key = database->keys.first(); !key.isEmpty(); key = database->keys.above(key)) {
-        if (database->search(key, &record) == DBError::NoError && !use(key, record))
-            return;
-    }
-}
-
 } // namespace
 
 bool SDBText::operator==(const SDBText &other) const
@@ -66,12 +55,12 @@ bool SDBText::operator==(const SDBText &other) const
     SDBRecord own;
     bool isEqual = true;
     int seen = 0;
-    forEachRecord(other.d.get(), [&](const QString &key, const SDBRecord &record) {
+    const DBError read = other.d->forEachRecord([&](const QString &key, const SDBRecord &record) {
         ++seen;
         isEqual = d->search(key, &own) == DBError::NoError && own == record;
         return isEqual;
     });
-    return isEqual && seen == d->keys.count();
+    return isEqual && read == DBError::NoError && seen == d->keys.count();
 }
 
 SDBText &SDBText::operator=(const SDBText &other)
@@ -84,7 +73,9 @@ SDBText &SDBText::operator=(const SDBText &other)
 SDBText SDBText::operator+(const SDBText &other) const
 {
     SDBText result(*this);
-    result += other;
+    // A copy that failed is null, and would become the other one alone.
+    if (isNull() || !result.isNull())
+        result += other;
     return result;
 }
 
@@ -112,7 +103,8 @@ bool SDBText::assign(const SDBText &other)
     const BothLocked guard(&d->mutex, &other.d->mutex);
     if (!d->mayWrite() || !other.d->mayWrite())
         return returnBool(DBError::AuthError);
-    if (d->device && d->device == other.d->device)
+    // Emptying it would empty the other.
+    if (d->device && other.d->isOwnDevice(d->device))
         return returnBool(DBError::OpenError);
     if (!other.d->hasOpenDevice() || !other.d->device->seek(0))
         return returnBool(DBError::SeekError);
@@ -144,11 +136,13 @@ bool SDBText::add(const SDBText &other)
     DBError result = d->seekEnd();
     if (result != DBError::NoError)
         return returnBool(result);
-    forEachRecord(other.d.get(), [&](const QString &key, const SDBRecord &record) {
+    const DBError read = other.d->forEachRecord([&](const QString &key, const SDBRecord &record) {
         if (!d->keys.contains(key) && d->append(record, true) != DBError::NoError)
             result = DBError::WriteError;
         return result == DBError::NoError;
     });
+    if (read != DBError::NoError)
+        result = read;
     // They know nothing of what has come.
     d->fields.clear(d->head.key);
     Q_EMIT databaseModified();

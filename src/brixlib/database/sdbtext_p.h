@@ -48,6 +48,8 @@ public:
 
     // The device
     bool isNull() const { return !device || !isOpen; }
+    //! Whether writing to \a other writes to this database: its device, or its file by another.
+    bool isOwnDevice(const QIODevice *other) const;
     //! As !isNull(), and nobody has closed the device meanwhile.
     bool hasOpenDevice() const { return device && device->isOpen(); }
     QString fileName() const;
@@ -78,6 +80,13 @@ public:
     DBError scrambleKey(const QString &key);
     QString keyOf(const SDBRecord &record) const;
     QString nextUniqueKey();
+    /*!
+     * Calls \a use with each key and record, in the order of keys, until it gives false. A read
+     * that fails ends it too, with its error: a part must not pass for all. A record that the file
+     * does not hold under its key is passed over.
+     */
+    template<typename Use>
+    DBError forEachRecord(Use use);
 
     // Indexes
     void addKey(const QString &key, qint64 position);
@@ -126,6 +135,22 @@ private:
     QString m_passwordHash;
     QString m_lockName; //!< of the lock's file
 };
+
+template<typename Use>
+DBError SDBTextPrivate::forEachRecord(Use use)
+{
+    SDBRecord record;
+    for (QString key = keys.first(); !key.isEmpty(); key = keys.above(key)) {
+        const DBError found = search(key, &record);
+        if (found == DBError::RecNotFound)
+            continue;
+        if (found != DBError::NoError)
+            return found;
+        if (!use(key, record))
+            break;
+    }
+    return DBError::NoError;
+}
 
 //! The file that lies beside that of \a device under its name and \a suffix; empty for a device
 //! that is no file.

@@ -14,10 +14,15 @@ bool SDBText::insert(const QString &key, const SDBField &field)
 {
     const QMutexLocker guard(&d->mutex);
     SDBRecord record;
-    if (value(key, record))
-        return record.insert(field) && replace(record);
-    if (d->error != DBError::RecNotFound)
-        return false;
+    if (!key.isEmpty()) {
+        if (value(key, record)) {
+            record.insert(field);
+            return replace(record);
+        }
+        if (d->error != DBError::RecNotFound)
+            return false;
+    }
+    // Under unique keys an empty one will do.
     record.insert(d->head.key, key);
     record.insert(field);
     return insert(record);
@@ -53,18 +58,19 @@ bool SDBText::purge()
     if (!d->mayWrite())
         return returnBool(DBError::AuthError);
     const SDBText copy(*this);
-    if (copy.d->error != DBError::NoError)
-        return returnBool(copy.d->error);
+    if (copy.d->error != DBError::NoError) {
+        d->error = copy.d->error;
+        return false;
+    }
     if (!clear())
         return false;
-    SDBRecord record;
-    for (QString key = copy.d->keys.first(); !key.isEmpty(); key = copy.d->keys.above(key)) {
-        if (copy.d->search(key, &record) != DBError::NoError)
-            continue;
-        const DBError written = d->append(record, true);
-        if (written != DBError::NoError)
-            return returnBool(written);
-    }
+    DBError written = DBError::NoError;
+    const DBError read = copy.d->forEachRecord([&](const QString &, const SDBRecord &record) {
+        written = d->append(record, true);
+        return written == DBError::NoError;
+    });
+    if (written != DBError::NoError || read != DBError::NoError)
+        return returnBool(written != DBError::NoError ? written : read);
     Q_EMIT databasePurged();
     return returnBool(DBError::NoError);
 }

@@ -66,6 +66,15 @@ bool takeOwnerlessLock(QLockFile &lock, const QString &name)
     return isTaken;
 }
 
+// A buffer keeps its bytes without Truncate, and a temporary file that is open underneath with it.
+bool openTruncated(QIODevice *device, QIODevice::OpenMode mode)
+{
+    if (!device->open(mode | QIODevice::Truncate))
+        return false;
+    auto *file = qobject_cast<QFileDevice *>(device);
+    return !file || file->size() == 0 || file->resize(0);
+}
+
 } // namespace
 
 QString companionFile(const QIODevice *device, QLatin1String suffix)
@@ -125,6 +134,19 @@ bool SDBTextPrivate::mayWriteOwn(const QString &key)
     return record.field(SDBRecord::ownerKey()).toString(true, locale) == user;
 }
 
+bool SDBTextPrivate::isOwnDevice(const QIODevice *other) const
+{
+    if (!other)
+        return false;
+    if (other == device)
+        return true;
+    const QString name = companionFile(other, QLatin1String());
+    const QString own = fileName();
+    // Two files that aren't there count as the same.
+    return !name.isEmpty() && !own.isEmpty() && QFile::exists(name) &&
+           QFileInfo(name) == QFileInfo(own);
+}
+
 QString SDBTextPrivate::fileName() const
 {
     return companionFile(device, QLatin1String());
@@ -152,10 +174,7 @@ DBError SDBTextPrivate::openEmpty(QIODevice *target, DBError failure)
         closeDevice(target);
         return DBError::FileLockError;
     }
-    bool isEmpty = target->open(kOpenMode | QIODevice::Truncate);
-    // A temporary file that is open underneath does not truncate.
-    if (auto *file = qobject_cast<QFileDevice *>(target); isEmpty && file && file->size() > 0)
-        isEmpty = file->resize(0);
+    const bool isEmpty = openTruncated(target, kOpenMode);
     if (!isEmpty)
         closeDevice(target);
     return isEmpty ? DBError::NoError : failure;
@@ -268,7 +287,7 @@ DBError SDBTextPrivate::copyTo(QIODevice *target)
 
 DBError SDBTextPrivate::copyToClosed(QIODevice *target)
 {
-    if (!target || !(target->isOpen() || target->open(QIODevice::WriteOnly)) ||
+    if (!target || !(target->isOpen() || openTruncated(target, QIODevice::WriteOnly)) ||
         !target->isWritable())
         return DBError::OpenError;
     const DBError result = copyTo(target);
