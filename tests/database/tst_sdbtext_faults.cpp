@@ -59,7 +59,8 @@ QString nameOf(int number)
     return QString::number(number).rightJustified(6, u'0');
 }
 
-constexpr int kRecordsToClear = 3;
+// Enough that the time is not all spent with emptying the file.
+constexpr int kRecordsToClear = 100;
 
 // What a child does until it is killed. It tells what is done before it goes on.
 
