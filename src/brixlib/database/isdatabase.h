@@ -166,7 +166,8 @@ Q_SIGNALS:
     void databaseOpened(bool result);
     //! Once for each close(), also for those within other operations.
     void databaseClosed();
-    //! Once for each restore() of a backup that the user may read; databaseModified() follows.
+    //! Once for each restore() of a backup of the user's with the same key field, with whether it
+    //! came to its end; databaseModified() follows.
     void databaseRestored(bool result);
     /*!
      * Once for each operation that changed records, behind recordInserted() or recordRemoved().

@@ -83,6 +83,7 @@ public:
      */
     bool authenticate(const QString &user, const QString &password) override;
 
+    //! Under unique keys, an empty key makes a record of the field.
     bool insert(const QString &key, const SDBField &field) override;
     //! A database whose key is SDBRecord::UniqueIncKey gives the record a key of 16 digits.
     bool insert(const SDBRecord &record) override;
@@ -128,10 +129,11 @@ public:
     bool backup(QIODevice *device, bool clearAfter = false) override;
     bool backup(const QString &fileName, bool clearAfter = false) override;
     /*!
-     * Knows compressed backups by itself. With \a merge, records come in as inserted anew, each in
-     * place of that of its key; under unique keys, all of them with new keys. What stops that
-     * halfway leaves the records that came till then; without \a merge, what was copied of the
-     * file, which was emptied first.
+     * Knows compressed backups by itself; a plain one is opened as any database is, has to allow
+     * writing and gets companions when it is a file. With \a merge, records come in as inserted
+     * anew, each in place of that of its key; under unique keys, all of them with new keys. What
+     * stops that halfway leaves the records that came till then; without \a merge, what was copied
+     * of the file, which was emptied first.
      */
     bool restore(QIODevice *device, bool merge = false) override;
     bool restore(const QString &fileName, bool merge = false) override;
