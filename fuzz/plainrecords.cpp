@@ -30,8 +30,8 @@ QList<PlainRecord> plainRecords(const QByteArray &file, const QString &keyName, 
 {
     QList<PlainRecord> records;
     bool isInRecord = false;
-    qint64 position = 0;
     qint64 recordBytes = 0;
+    qint64 position = 0;
     for (const QByteArray &line : file.split('\n')) {
         const SDBField field = fieldOf(line);
         if (!field.isNull() && field.key() == keyName) {
@@ -51,12 +51,15 @@ QList<PlainRecord> plainRecords(const QByteArray &file, const QString &keyName, 
     return records;
 }
 
+bool isMarked(const QString &name)
+{
+    return name.startsWith(QChar(QChar::ByteOrderMark));
+}
+
 bool hasMarkedName(const SDBRecord &record)
 {
     const QList<QString> &names = record.names();
-    return std::any_of(names.begin(), names.end(), [](const QString &name) {
-        return name.startsWith(QChar(QChar::ByteOrderMark));
-    });
+    return std::any_of(names.begin(), names.end(), isMarked);
 }
 
 } // namespace Fuzz

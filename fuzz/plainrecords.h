@@ -30,9 +30,10 @@ QList<PlainRecord> plainRecords(const QByteArray &file, const QString &keyName,
                                 qint64 recordLimit = std::numeric_limits<qint64>::max());
 
 /*!
- * Whether a name of \a record begins with a byte order mark. Lines lose theirs when they are read,
- * so that a name has one mark less each time it is written and read.
+ * Whether \a name begins with a byte order mark. Lines lose theirs when they are read, so that such
+ * a name has one mark less each time it is written and read.
  */
+bool isMarked(const QString &name);
 bool hasMarkedName(const Talverine::SDBRecord &record);
 
 } // namespace Fuzz

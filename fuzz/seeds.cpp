@@ -315,9 +315,8 @@ void addDatabases(QList<Seed> *seeds)
                    head.sliced(head.indexOf("dbkey")).replace("\r\n", "\n").replace(" = ", "=")});
 
     seeds->append({"databaserecords", "database", bytesOf(0, 39, 0) + GoldenBytes::database()});
-    seeds->append(
-        {"databaserecords", "head-with-a-limit",
-         bytesOf(placeIn(kKeyNamesOfInputs, u"dbkey"), 6, 100) + head});
+    seeds->append({"databaserecords", "head-with-a-limit",
+                   bytesOf(placeIn(kKeyNamesOfInputs, u"dbkey"), 6, 100) + head});
     seeds->append({"databaserecords", "damaged-names",
                    bytesOf(placeIn(kKeyNamesOfInputs, u"\uFFFD"), 0, 0) +
                        "\xFF.1=a\nb=1\n#\xFF=2\n c = \xFF\nb.2=\xE2\x82\xAC\n\xFE=$\nb=2"});

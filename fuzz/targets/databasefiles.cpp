@@ -328,23 +328,30 @@ bool readFiles(const Place &place, const QByteArray &bytes, bool isIndexed)
     return isOpen;
 }
 
-// False where part of the head was a record that could be removed.
-bool hasGoodHead(const QByteArray &database)
+// Whether part of the head is a record as well, and can be removed like any.
+bool isHeadData(const QByteArray &database, const QString &keyName)
 {
     const Records heads = plainRecords(database, SDBText::Key);
-    return heads.isEmpty() || heads.first().record.checkSignature();
+    const qsizetype end = heads.size() > 1 ? heads.at(1).position : database.size();
+    return keyName == SDBText::Key ||
+           (!heads.isEmpty() && !plainRecords(database.first(end), keyName).isEmpty());
 }
 
+// With whatever closing has left beside the database.
 void changeFiles(const Place &place)
 {
     SDBText database;
     database.authenticate(kUser, kPassword);
     require(database.open(place.path()), "a database that was read does not open");
+    // What is written would not be read.
+    if (isMarked(database.key()))
+        return;
+    const bool mayLoseHead = isHeadData(place.databaseBytes(), database.key());
     change(place, database);
     database.close();
     const QByteArray bytes = place.databaseBytes();
     const bool isOpen = database.open(place.path());
-    require(isOpen || !hasGoodHead(bytes), "a database that was changed does not open");
+    require(isOpen || mayLoseHead, "a database that was changed does not open");
     if (isOpen)
         requireContents(database, plainRecords(bytes, database.key()));
 }
@@ -358,7 +365,6 @@ bool databaseFiles(const QByteArray &input)
     place.put(files);
     if (!readFiles(place, files.database, files.index.has_value()))
         return false;
-    // With whatever closing has left beside it.
     changeFiles(place);
     return true;
 }
