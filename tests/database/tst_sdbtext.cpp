@@ -774,6 +774,19 @@ private Q_SLOTS:
         QCOMPARE(authenticated.at(1).at(0).toBool(), false);
     }
 
+    // Not by the low bytes of its characters, as records are signed.
+    void passwordIsHashedInUtf8()
+    {
+        QBuffer device;
+        SDBText database;
+        QVERIFY(database.authenticate(kUser, u"\u00E9\u20AC"_s));
+        QVERIFY(database.create(&device, u"name"_s));
+        QVERIFY(
+            device.data().contains("\r\ndbpasswd = f299a77642b6437431ada56c0643f7b8e99b5622\r\n"));
+        QVERIFY(database.authenticate(kUser, u"\u00E9\u20AC"_s));
+        QVERIFY(!database.authenticate(kUser, u"\u00E9\u21AC"_s));
+    }
+
     void nullDatabaseTakesAnyUserName()
     {
         SDBText database;
