@@ -8,6 +8,7 @@
 #include <QtCore/QJsonDocument>
 #include <QtCore/QJsonObject>
 #include <QtCore/QProcess>
+#include <QtCore/QRegularExpression>
 
 using namespace Talverine;
 using namespace Talverine::Sample;
@@ -36,6 +37,11 @@ QList<QJsonObject> readByPeer(const QString &file)
             objects.append(QJsonDocument::fromJson(line).object());
     }
     return objects;
+}
+
+QString page()
+{
+    return QString::fromUtf8(bytesOf(QStringLiteral(BRIX_TEXTDATABASE_PAGE)));
 }
 
 //! Values of every kind that keeps its signature.
@@ -123,12 +129,14 @@ private Q_SLOTS:
 
     void exampleOfThePageIsADatabase()
     {
-        const QString page = QString::fromUtf8(bytesOf(QStringLiteral(BRIX_TEXTDATABASE_PAGE)));
-        const QString example = page.section(u"```text\n"_s, 1, 1).section(u"```"_s, 0, 0);
-        QVERIFY(!example.isEmpty());
-        Place place;
+        const QString example = page().section(u"```text\n"_s, 1, 1).section(u"```"_s, 0, 0);
         QCOMPARE(QString(example).replace(u"\n"_s, u"\r\n"_s).toUtf8(), GoldenBytes::database());
+        Place place;
         QVERIFY(setBytes(place.file, GoldenBytes::database()));
+        const QList<QJsonObject> objects = readByPeer(place.file);
+        QCOMPARE(objects.size(), 2);
+        for (const QJsonObject &object : objects)
+            QVERIFY(object.value("ok"_L1).toBool());
         SDBText database;
         QVERIFY(database.open(place.file));
         QVERIFY(database.authenticate(kUser, kPassword));
@@ -143,6 +151,117 @@ private Q_SLOTS:
         QVERIFY(first >= 0);
         QCOMPARE(bytes.mid(first, 12), bytes.mid(bytes.lastIndexOf("name =$"), 12));
         QVERIFY(first != bytes.lastIndexOf("name =$"));
+    }
+
+    void removedRecordOfThePageWasSigned()
+    {
+        QByteArray bytes = GoldenBytes::database();
+        bytes.replace("name = cyan", "name = blue").replace("name =$ncay", "name = cyan");
+        Place place;
+        QVERIFY(setBytes(place.file, bytes));
+        SDBText database;
+        QVERIFY(database.open(place.file));
+        QCOMPARE(database[u"cyan"_s].value(u"level"_s).toString(), u"7"_s);
+        QVERIFY(database[u"cyan"_s].checkSignature());
+        QVERIFY(!database[u"blue"_s].checkSignature());
+    }
+
+    void bytesOfThePageStandWhereItTells()
+    {
+        static const QRegularExpression row(u"^ +(\\d+)  ((?:[0-9A-F]{2} )+)"_s,
+                                            QRegularExpression::MultilineOption);
+        const QByteArray database = GoldenBytes::database();
+        int rows = 0;
+        qsizetype end = 0;
+        for (const QRegularExpressionMatch &match : row.globalMatch(page())) {
+            const QByteArray bytes = QByteArray::fromHex(match.captured(2).toLatin1());
+            const qsizetype offset = match.captured(1).toLongLong();
+            QCOMPARE(database.mid(offset, bytes.size()).toHex(' '), bytes.toHex(' '));
+            end = offset + bytes.size();
+            ++rows;
+        }
+        QCOMPARE(rows, 8);
+        QCOMPARE(end, database.size());
+    }
+
+    void indexOfThePageIsThatOfTheExample()
+    {
+        static const QRegularExpression row(u"^    ((?:[0-9A-F]{2} +)+)"_s,
+                                            QRegularExpression::MultilineOption);
+        const QString example = page().section(u"The index of the example"_s, 1, 1);
+        QByteArray index;
+        for (const QRegularExpressionMatch &match : row.globalMatch(example))
+            index += QByteArray::fromHex(match.captured(1).toLatin1());
+        QVERIFY(index.startsWith("IDX4"));
+        Place place;
+        QVERIFY(setBytes(place.file, GoldenBytes::database()));
+        SDBText database;
+        QVERIFY(database.open(place.file));
+        QCOMPARE(database.values(u"level"_s).size(), 1);
+        database.close();
+        QCOMPARE(bytesOf(place.beside(u".idx"_s)).toHex(' '), index.toHex(' '));
+        QCOMPARE(bytesOf(place.file), GoldenBytes::database());
+    }
+
+    void copyOfTheHeadIsThatOfTheExample()
+    {
+        Place place;
+        QVERIFY(setBytes(place.file, GoldenBytes::database()));
+        SDBText database;
+        QVERIFY(database.open(place.file));
+        QCOMPARE(bytesOf(place.beside(u".srec"_s)), GoldenBytes::databaseHead());
+    }
+
+    // What the page says the format does not promise
+
+    void linesWithinAValueBecomeFieldsAndRecords()
+    {
+        SDBRecord forged = ink(u"forged"_s);
+        QVERIFY(forged.updateSignature());
+        QString note = u"a\nlost\nlevel = 9\n"_s;
+        for (const SDBField &field : forged.fields())
+            note += field.toString() + u'\n';
+        // Takes the lines that come behind the value.
+        note += u"name = rest"_s;
+        SDBRecord record = ink(u"cyan"_s);
+        record.insert(u"note"_s, note);
+        Place place;
+        SDBText database;
+        QVERIFY(create(database, place.file));
+        QVERIFY(database.insert(record));
+        QVERIFY(database.open(place.file));
+        QCOMPARE(walk(database), (QStringList{u"cyan"_s, u"forged"_s, u"rest"_s}));
+        QCOMPARE(database[u"cyan"_s].value(u"note"_s).toString(), u"a"_s);
+        QCOMPARE(database[u"cyan"_s].value(u"level"_s).toStringList(),
+                 (QStringList{u"1"_s, u"9"_s}));
+        QVERIFY(!database[u"cyan"_s].checkSignature());
+        QVERIFY(database[u"forged"_s].checkSignature());
+    }
+
+    void arrayAsAKeyIsReadAsSeveralRecords()
+    {
+        SDBRecord record = ink(u"cyan"_s);
+        record.replace(u"name"_s, QStringList{u"cyan"_s, u"blue"_s});
+        Place place;
+        SDBText database;
+        QVERIFY(create(database, place.file));
+        QVERIFY(database.insert(record));
+        QCOMPARE(database.count(), 1);
+        QVERIFY(database.open(place.file));
+        QCOMPARE(walk(database), (QStringList{u"blue"_s, u"cyan"_s}));
+    }
+
+    void namesOfOneBeginningAreReadAsOneArray()
+    {
+        SDBRecord record = ink(u"cyan"_s);
+        record.insert(u"level.high"_s, 9);
+        Place place;
+        SDBText database;
+        QVERIFY(create(database, place.file));
+        QVERIFY(database.insert(record));
+        const SDBRecord read = database[u"cyan"_s];
+        QCOMPARE(read.value(u"level"_s).toStringList(), (QStringList{u"1"_s, u"9"_s}));
+        QVERIFY(!read.contains(u"level.high"_s));
     }
 };
 

@@ -128,10 +128,17 @@ inline QByteArray databaseHead()
         "# --- Data starts here ---\r\n");
 }
 
-//! That database with the signed record "cyan" and a removed one.
+//! That database with a removed record "cyan" and the one that was inserted after it.
 inline QByteArray database()
 {
     return databaseHead() +
+           "\r\n\r\n"
+           "name =$ncay\r\n"
+           "level = 7\r\n"
+           "_recowner = ada\r\n"
+           "_cultureinfo = en-US\r\n"
+           "_datetime = 2026-11-20T17:16:38.002Z\r\n"
+           "_signature = df3480c892279a295b23c789666ef5a341bfd2152c3dd32978163a21f459d53f\r\n"
            "\r\n\r\n"
            "name = cyan\r\n"
            "level = 12\r\n"
@@ -140,22 +147,15 @@ inline QByteArray database()
            "_recowner = ada\r\n"
            "_cultureinfo = en-US\r\n"
            "_datetime = 2026-11-20T17:16:39.145Z\r\n"
-           "_signature = c905c0b6cc9307f19d210e33d721e29027e4fd3ce1d70e5a69799e0d5b4539a9\r\n"
-           "\r\n\r\n"
-           "name =$ncay\r\n"
-           "level = 7\r\n"
-           "_recowner = ada\r\n"
-           "_cultureinfo = en-US\r\n"
-           "_datetime = 2026-11-20T17:16:38.002Z\r\n"
-           "_signature = 0000000000000000000000000000000000000000000000000000000000000000\r\n";
+           "_signature = c905c0b6cc9307f19d210e33d721e29027e4fd3ce1d70e5a69799e0d5b4539a9\r\n";
 }
 
 //! What stands behind the checksum of a database's index with counts of 32 bits: the keys "cyan" at
-//! 632 and "żó" at 1000, and the field "level" that is "12" in both.
+//! 816 and "żó" at 1000, and the field "level" that is "12" in both.
 inline QByteArray databaseIndexItems()
 {
     return QByteArray::fromHex("00000002"
-                               "00000004 6379616E 0000000000000278"
+                               "00000004 6379616E 0000000000000330"
                                "00000004 C5BCC3B3 00000000000003E8"
                                "00000001"
                                "00000005 6C6576656C 00000002"

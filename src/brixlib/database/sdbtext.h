@@ -29,8 +29,9 @@ class SDBTextPrivate;
  *
  * Each inserted record gets the fields of SDBRecord's static names: its owner, the culture that its
  * values are written in, the time, and the signature. Names that begin with "_" are the database's.
- * What the file can't hold: a line feed in a value, blanks at the ends of one, a "." or "=" in a
- * name, a key that begins with "$". Values come back as text.
+ * What the file can't hold, and nothing refuses: a line feed in a value (what follows it is read as
+ * further fields or records), blanks at the ends of one, a "." or "=" in a name, a key that begins
+ * with "$". Values come back as text.
  *
  * While it is open, "FILE.lck" keeps other programs out; "FILE.srec" holds a copy of the head, for
  * when that is damaged, and "FILE.idx" the index since the last close(). A database on a device
