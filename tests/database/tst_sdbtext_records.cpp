@@ -332,6 +332,21 @@ private Q_SLOTS:
         QCOMPARE(walk(m_database), QStringList{u"next"_s});
     }
 
+    void removedKeyLineKeepsTheBytesOfItsName()
+    {
+        // A damaged byte is read as the character of this name.
+        QBuffer device;
+        SDBText database;
+        QVERIFY(create(database, &device, DBAuthGrants::All, u"\uFFFD"_s));
+        QVERIFY(device.seek(device.size()));
+        device.write("\r\n\xFF=ab\r\nlevel = 1\r\n");
+        QVERIFY(database.reindex());
+        QVERIFY(database.remove(u"ab"_s));
+        QVERIFY(device.data().endsWith("\r\n\xFF=$b\r\nlevel = 1\r\n"));
+        QVERIFY(database.reindex());
+        QCOMPARE(database.count(), 0);
+    }
+
     void insertAfterRemoveIndexesTheNewLine()
     {
         QVERIFY(m_database.insert(ink(u"cyan"_s, 1)));

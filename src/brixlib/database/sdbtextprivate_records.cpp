@@ -16,15 +16,16 @@ namespace Talverine {
 
 namespace {
 
-// Keeps the length of the line: its value's place is taken by "$" and the value's characters.
-QString scrambledLine(const QString &line, const STextScramble &scramble)
+// The line in no more bytes: its value's place is taken by "$" and the value's characters. Bytes
+// that are no UTF-8 would become longer, so those before the value stay as they are.
+QByteArray scrambledLine(QByteArrayView line, const STextScramble &scramble)
 {
-    const qsizetype value = line.indexOf(u'=') + 1;
-    const QString rest = line.mid(value);
-    QString result = line.left(value) + u'$';
+    const qsizetype equals = line.indexOf('=');
+    const QString rest = QString::fromUtf8(line.sliced(equals)).trimmed().mid(1);
+    QString value(u'$');
     if (rest.size() > 2)
-        result += scramble.scramble(rest.mid(1), 0);
-    return result;
+        value += scramble.scramble(rest.mid(1), 0);
+    return (line.first(equals + 1).toByteArray() + value.toUtf8()).left(line.size());
 }
 
 } // namespace
@@ -97,10 +98,7 @@ DBError SDBTextPrivate::scrambleKey(const QString &key)
     const std::optional<FieldLine> line = parseFieldLine(bytes);
     if (!line || line->name != head.key || line->value != key)
         return DBError::UnknownError;
-    const QString text = QString::fromUtf8(bytes).trimmed();
-    // Bytes that were no UTF-8 have become longer, and must not reach into the next line.
-    const QByteArray scrambled =
-        scrambledLine(text, scramble).toUtf8().left(bytes.trimmed().size());
+    const QByteArray scrambled = scrambledLine(bytes.trimmed(), scramble);
     if (!device->seek(*position) || !writeAll(device, scrambled))
         return DBError::WriteError;
     keys.remove(key);
