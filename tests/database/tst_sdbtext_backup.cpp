@@ -41,6 +41,45 @@ class tst_SDBText_Backup : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    // It has the hash of the password.
+    void newBackupHasThePermissionsOfTheDatabase_data()
+    {
+        QTest::addColumn<CompressionAlgorithm>("algorithm");
+        QTest::newRow("plain") << CompressionAlgorithm::Uncompressed;
+        QTest::newRow("compressed") << CompressionAlgorithm::Lz4;
+    }
+
+    void newBackupHasThePermissionsOfTheDatabase()
+    {
+        QFETCH(CompressionAlgorithm, algorithm);
+        Place place;
+        SDBText database;
+        QVERIFY(create(database, place.file));
+        QVERIFY(
+            QFile::setPermissions(place.file, QFileDevice::ReadOwner | QFileDevice::WriteOwner));
+        QVERIFY(database.open(place.file));
+        database.setBackupCompressor(algorithm);
+        const QString backup = place.beside(u".backup"_s);
+        QVERIFY(database.backup(backup));
+        QCOMPARE(QFile::permissions(backup), QFile::permissions(place.file));
+        // One that is there stays whose it is.
+        const auto own = QFile::permissions(backup) | QFileDevice::ReadGroup;
+        QVERIFY(QFile::setPermissions(backup, own));
+        QVERIFY(database.backup(backup));
+        QCOMPARE(QFile::permissions(backup), own);
+    }
+
+    void deniedBackupMakesNoFile()
+    {
+        Place place;
+        SDBText database;
+        QVERIFY(create(database, place.file, DBAuthGrants::None));
+        QVERIFY(!database.authenticate(u"bob"_s, u"other"_s));
+        QVERIFY(!database.backup(place.beside(u".backup"_s)));
+        QCOMPARE(database.error(), DBError::AuthError);
+        QVERIFY(!QFile::exists(place.beside(u".backup"_s)));
+    }
+
     void backupIsACopy_data()
     {
         QTest::addColumn<CompressionAlgorithm>("set");

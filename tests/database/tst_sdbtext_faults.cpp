@@ -242,6 +242,23 @@ private Q_SLOTS:
         }
     }
 
+    // A record behind a part of a head would be acknowledged and never found again.
+    void clearThatCannotWriteTheHeadClosesTheDatabase()
+    {
+        const QByteArray before = databaseOf({u"a"_s});
+        QBuffer disk;
+        disk.setData(before);
+        FaultDevice device(&disk, {.capacity = 100});
+        SDBText database;
+        QVERIFY(openAsAda(database, &device));
+        expectError("WriteError");
+        QVERIFY(!database.clear());
+        QVERIFY(database.isNull());
+        QVERIFY(!device.isOpen());
+        expectError("SeekError");
+        QVERIFY(!database.insert(ink(u"b"_s)));
+    }
+
     void backupOnAFullDisk_data()
     {
         QTest::addColumn<Compression::CompressionAlgorithm>("algorithm");

@@ -74,6 +74,22 @@ class tst_SDBText_Index : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    // It has the keys and texts of records.
+    void indexFileHasThePermissionsOfTheDatabase()
+    {
+        Place place;
+        for (const auto permissions :
+             {QFileDevice::ReadOwner | QFileDevice::WriteOwner,
+              QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup}) {
+            SDBText database;
+            QVERIFY(create(database, place.file));
+            QVERIFY(QFile::setPermissions(place.file, permissions));
+            QVERIFY(insertAll(database, {u"cyan"_s}));
+            QVERIFY(database.close());
+            QCOMPARE(QFile::permissions(place.beside(u".idx"_s)), QFile::permissions(place.file));
+        }
+    }
+
     // The file
 
     void closeWritesTheIndex()

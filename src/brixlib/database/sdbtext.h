@@ -92,7 +92,9 @@ public:
     bool replace(const SDBRecord &record) override;
     bool remove(const QString &key) override;
     bool remove(const SDBRecord &record) override;
+    //! Closes the database when the new head can't be written.
     bool purge() override;
+    //! As purge().
     bool clear() override;
 
     bool contains(const QString &key) const override;
@@ -128,6 +130,7 @@ public:
      * is open still, but no longer locked: another program may open the file.
      */
     bool backup(QIODevice *device, bool clearAfter = false) override;
+    //! A new file gets the permissions of the database's.
     bool backup(const QString &fileName, bool clearAfter = false) override;
     /*!
      * Knows compressed backups by itself; a plain one is opened as any database is, has to allow

@@ -79,21 +79,21 @@ void SDBText::setBackupCompressor(CompressionAlgorithm algorithm)
 
 bool SDBText::backup(const QString &fileName, bool clearAfter)
 {
+    const QMutexLocker guard(&d->mutex);
     QFile file(fileName);
+    if (d->faultOfBackup(&file) == DBError::NoError && !file.exists()) {
+        // The same people may read it, from its first byte on.
+        static_cast<void>(openCompanion(&file, d->device));
+        file.close();
+    }
     return backup(&file, clearAfter);
 }
 
 bool SDBText::backup(QIODevice *device, bool clearAfter)
 {
     const QMutexLocker guard(&d->mutex);
-    if (!d->mayRead())
-        return returnBool(DBError::AuthError);
-    // Opening it would empty the database.
-    if (d->isOwnDevice(device))
-        return returnBool(DBError::OpenError);
-    // Before the target is emptied.
-    if (!d->hasOpenDevice())
-        return returnBool(DBError::SeekError);
+    if (const DBError fault = d->faultOfBackup(device); fault != DBError::NoError)
+        return returnBool(fault);
     const CompressionAlgorithm algorithm = backupCompressor();
     QTemporaryFile plain;
     const bool isPlain = algorithm == CompressionAlgorithm::Uncompressed;

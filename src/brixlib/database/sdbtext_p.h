@@ -70,6 +70,7 @@ public:
     void saveHeadCopy();
     //! Copies the whole device to the open \a target; a head of its own first if this one's is
     //! damaged.
+    DBError faultOfBackup(const QIODevice *target) const;
     DBError copyTo(QIODevice *target);
     //! The same, opening \a target if need be and closing it, and the lock is gone.
     DBError copyToClosed(QIODevice *target);
@@ -156,7 +157,7 @@ DBError SDBTextPrivate::forEachRecord(Use use)
 //! that is no file.
 QString companionFile(const QIODevice *device, QLatin1String suffix);
 
-//! Opens such a file for writing, empty, with the permissions of the \a database.
+//! Opens such a file, or a backup, for writing, empty, with the permissions of the \a database.
 [[nodiscard]] bool openCompanion(QFile *file, const QIODevice *database);
 
 } // namespace Talverine

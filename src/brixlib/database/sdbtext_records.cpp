@@ -81,8 +81,11 @@ bool SDBText::clear()
     if (!d->mayWrite())
         return returnBool(DBError::AuthError);
     DBError result = d->truncate();
-    if (result == DBError::NoError && !d->head.write(d->device))
+    if (result == DBError::NoError && !d->head.write(d->device)) {
         result = DBError::WriteError;
+        // Behind a part of a head, no record would be found again.
+        d->closeDevice(d->device);
+    }
     if (result != DBError::NoError)
         return returnBool(result);
     d->isHeadFromCopy = false;

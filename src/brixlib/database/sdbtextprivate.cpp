@@ -273,6 +273,17 @@ void SDBTextPrivate::saveHeadCopy()
     [[maybe_unused]] const bool isWritten = openCompanion(&file, device) && head.write(&file);
 }
 
+// To be told before the target is emptied.
+DBError SDBTextPrivate::faultOfBackup(const QIODevice *target) const
+{
+    if (!mayRead())
+        return DBError::AuthError;
+    // Opening it would empty the database.
+    if (isOwnDevice(target))
+        return DBError::OpenError;
+    return hasOpenDevice() ? DBError::NoError : DBError::SeekError;
+}
+
 DBError SDBTextPrivate::copyTo(QIODevice *target)
 {
     if (!hasOpenDevice() || !device->seek(0))

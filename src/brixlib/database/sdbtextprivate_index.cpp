@@ -131,7 +131,8 @@ bool SDBTextPrivate::writeIndexFile()
         return false;
     }
     QFile file(name);
-    if (SFileHelper::copyDevice(&file, &buffer, kCopyPieceBytes))
+    if (openCompanion(&file, device) && SFileHelper::copyDevice(&file, &buffer, kCopyPieceBytes) &&
+        file.flush())
         return true;
     qDebug() << "SDBText::indexSave: unable to write the index!";
     return false;
