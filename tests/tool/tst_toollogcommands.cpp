@@ -103,6 +103,19 @@ private Q_SLOTS:
                 300);
     }
 
+    void newLogIsReadableByItsOwnerAlone()
+    {
+        QCOMPARE(asOwner({u"append"_s, u"machine.log"_s, u"Ready"_s}).exitCode, 0);
+        const auto others = QFileDevice::ReadGroup | QFileDevice::WriteGroup |
+                            QFileDevice::ReadOther | QFileDevice::WriteOther;
+        for (const QString &name :
+             {u"machine.log"_s, u"machine.log.srec"_s, u"machine.log.idx"_s}) {
+            const QFileInfo file(m_place->path(name));
+            QVERIFY2(file.exists(), qPrintable(name));
+            QVERIFY2(!(file.permissions() & others), qPrintable(name));
+        }
+    }
+
     void appendRotatesWhatHasOutgrownItsLimits()
     {
         QVERIFY(fill(11));

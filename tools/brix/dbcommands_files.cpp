@@ -5,12 +5,11 @@
 #include "databaseview.h"
 #include "dbcommands.h"
 #include "fieldrules.h"
+#include "newdatabase.h"
 
 #include <brixrt/slocale.h>
 
-#include <QtCore/QBuffer>
 #include <QtCore/QFileInfo>
-#include <QtCore/QSaveFile>
 
 namespace Brix {
 
@@ -78,35 +77,6 @@ void requireSound(const CreateOptions &options)
         throw Failure{ExitCode::Usage, fault};
 }
 
-QByteArray emptyDatabase(const CreateOptions &options, const DatabaseLogin &owner)
-{
-    QBuffer buffer;
-    SDBText database;
-    database.authenticate(owner.user, owner.password.toInsecureString());
-    const auto grants = DBAuthGrants_T::instance().fromString(
-        QString::fromStdString(options.grants), DBAuthGrants::None);
-    if (!database.create(&buffer, options.key, grants, cultureOf(options.culture), options.version))
-        throw OpenDatabase::failure(options.file, database.error());
-    return buffer.data();
-}
-
-void writeNewFile(const QString &name, const QByteArray &bytes)
-{
-    const DatabaseLock lock(name);
-    lock.require();
-    if (QFileInfo::exists(name) || QFileInfo(name).isSymLink())
-        throw Failure{ExitCode::Refused, u"%1 is there already"_s.arg(name)};
-    QSaveFile file(name);
-    // Whoever reads the hash of the password can try passwords.
-    const bool isWritten = file.open(QIODevice::WriteOnly) &&
-                           file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner) &&
-                           file.write(bytes) == bytes.size() &&
-                           // commit() would not tell that the last bytes could not be written.
-                           file.flush() && file.commit();
-    if (!isWritten)
-        throw Failure{ExitCode::LocalIo, u"cannot write %1: %2"_s.arg(name, file.errorString())};
-}
-
 ExitCode create(const Output &output, const CreateOptions &options)
 {
     requireSound(options);
@@ -114,7 +84,13 @@ ExitCode create(const Output &output, const CreateOptions &options)
     const auto password = options.user.password.chosen(options.user.name, &error);
     if (!password)
         throw Failure{ExitCode::Usage, error};
-    writeNewFile(options.file, emptyDatabase(options, {options.user.name, *password}));
+    const auto grants = DBAuthGrants_T::instance().fromString(
+        QString::fromStdString(options.grants), DBAuthGrants::None);
+    const bool isNew = writeNewDatabase(
+        {options.file, options.key, grants, cultureOf(options.culture), options.version},
+        {options.user.name, *password});
+    if (!isNew)
+        throw Failure{ExitCode::Refused, u"%1 is there already"_s.arg(options.file)};
     output.result(u"created %1"_s.arg(options.file),
                   {{u"file"_s, options.file}, {u"owner"_s, options.user.name}});
     return ExitCode::Done;
