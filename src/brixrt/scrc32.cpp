@@ -3,7 +3,7 @@
 
 #include <QtCore/QIODevice>
 
-#include <zlib.h>
+#include <libdeflate.h>
 
 namespace Talverine {
 
@@ -63,8 +63,7 @@ void SCrc32::update(const char *data, quint64 size)
         m_value = continued(*m_table, m_value, data, size);
         return;
     }
-    const auto *bytes = reinterpret_cast<const Bytef *>(data);
-    m_value = static_cast<quint32>(crc32_z(m_value, bytes, static_cast<z_size_t>(size)));
+    m_value = libdeflate_crc32(m_value, data, static_cast<size_t>(size));
 }
 
 void SCrc32::update(const QByteArray &data)

@@ -4,6 +4,8 @@
 #include <shared/recordingdevice.h>
 #include <shared/seededrandom.h>
 
+#include <zlib.h>
+
 using namespace Talverine;
 using namespace Qt::StringLiterals;
 
@@ -79,6 +81,20 @@ private Q_SLOTS:
         bool ok = false;
         QTEST(SCrc32::hash(&device, &ok, polynomial), "value");
         QVERIFY(ok);
+    }
+
+    // Long ones are taken many bytes at a time, from wherever they begin.
+    void longDataAgreesWithZlib()
+    {
+        SeededRandom random;
+        const QByteArray data = random.bytes(200'000);
+        for (int i = 0; i < 300; ++i) {
+            const qint64 from = random.between(0, 70);
+            const qint64 size = random.between(0, data.size() - from);
+            const QByteArray part = QByteArray::fromRawData(data.constData() + from, size);
+            const auto *bytes = reinterpret_cast<const Bytef *>(part.constData());
+            QCOMPARE(SCrc32::hash(part), quint32(crc32_z(0, bytes, static_cast<z_size_t>(size))));
+        }
     }
 
     void ordinaryPolynomialIsTheDefault()
