@@ -697,32 +697,6 @@ private Q_SLOTS:
         QVERIFY(thread->wait(60'000));
         QCOMPARE(walk(first.database), walk(second.database));
     }
-
-    void eightThreadsInsertIntoOneDatabase()
-    {
-        Memory shared;
-        std::vector<std::unique_ptr<QThread>> threads;
-        for (int t = 0; t < 8; ++t) {
-            threads.emplace_back(QThread::create([&shared, t] {
-                for (int i = 0; i < 200; ++i) {
-                    const QString name = u"%1-%2"_s.arg(t).arg(i);
-                    shared.database.insert(ink(name, i));
-                    SDBRecord record;
-                    shared.database.value(name, record);
-                    if (i % 2)
-                        shared.database.remove(name);
-                }
-            }));
-            threads.back()->start();
-        }
-        for (const auto &thread : threads)
-            QVERIFY(thread->wait(60'000));
-        QCOMPARE(shared.database.count(), 8 * 100);
-        QVERIFY(shared.database.open(&shared.device));
-        QCOMPARE(shared.database.count(), 8 * 100);
-        for (SDBIterator it = shared.database.begin(); it != shared.database.end(); ++it)
-            QVERIFY(it->checkSignature());
-    }
 };
 
 QTEST_GUILESS_MAIN(tst_SDBText_Backup)
