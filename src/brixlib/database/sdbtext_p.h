@@ -68,9 +68,10 @@ public:
     //! Reads the head of the open device, or its copy, and the index.
     DBError load();
     void saveHeadCopy();
+    //! What forbids a backup to \a target, or NoError.
+    DBError faultOfBackup(const QIODevice *target) const;
     //! Copies the whole device to the open \a target; a head of its own first if this one's is
     //! damaged.
-    DBError faultOfBackup(const QIODevice *target) const;
     DBError copyTo(QIODevice *target);
     //! The same, opening \a target if need be and closing it, and the lock is gone.
     DBError copyToClosed(QIODevice *target);
