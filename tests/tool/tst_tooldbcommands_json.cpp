@@ -57,6 +57,31 @@ private Q_SLOTS:
         QCOMPARE(m_place->databases(), (QStringList{u"inks.db"_s, u"out"_s}));
     }
 
+    void exportIsNotWrittenOverTheDatabase()
+    {
+        QVERIFY(m_place->fill({u"cyan"_s}));
+        QVERIFY(QFile::link(m_place->path(), m_place->path(u"link.db"_s)));
+        const QByteArray before = m_place->read();
+        for (const QString &target : {u"inks.db"_s, u"./inks.db"_s, u"link.db"_s}) {
+            const auto result = m_place->db({u"export"_s, u"inks.db"_s, target});
+            QCOMPARE(result.exitCode, 2);
+            QVERIFY2(result.err.contains("both are the same file"), result.err.constData());
+            QCOMPARE(m_place->read(), before);
+        }
+    }
+
+    void dashIsTheStandardStream()
+    {
+        QVERIFY(m_place->fill({u"cyan"_s}));
+        const auto exported = m_place->db({u"export"_s, u"inks.db"_s, u"-"_s});
+        QCOMPARE(exported.exitCode, 0);
+        QCOMPARE(exported.out, m_place->db({u"export"_s, u"inks.db"_s}).out);
+        const auto imported = import(exported.out, {u"-"_s, u"--replace"_s});
+        QVERIFY2(imported.exitCode == 0, imported.err.constData());
+        QCOMPARE(imported.out, "imported 1 record, 1 of them in place of others\n"_ba);
+        QCOMPARE(m_place->databases(), QStringList{u"inks.db"_s});
+    }
+
     void failedExportLeavesTheOlderFile()
     {
         QVERIFY(m_place->fill({u"cyan"_s, u"magenta"_s}));

@@ -23,13 +23,21 @@ namespace {
 
 constexpr int kCopyBytes = 32'768;
 
-// The other file of either command; stdin or stdout without a name.
-void declarePlace(CLI::App *command, const std::string &name, QString *path,
+// The other file of either command as it was given; none, or "-", is stdin or stdout.
+struct PlaceOptions
+{
+    QString path;
+    bool isStandardStream = false;
+
+    LocalPlace place() const { return {isStandardStream ? QString() : path}; }
+};
+
+void declarePlace(CLI::App *command, const std::string &name, PlaceOptions *options,
                   const std::string &description)
 {
-    addPath(command, name, path, description)->each([path](const std::string &text) {
-        if (text == "-")
-            path->clear();
+    // The path is stored when all arguments are known, and would be stored over one changed here.
+    addPath(command, name, &options->path, description)->each([options](const std::string &text) {
+        options->isStandardStream = text == "-";
     });
 }
 
@@ -38,13 +46,14 @@ void declarePlace(CLI::App *command, const std::string &name, QString *path,
 struct ExportOptions
 {
     DatabaseOptions database;
-    QString target;
+    PlaceOptions target;
 };
 
 void declareExport(CLI::App *command, ExportOptions *options)
 {
     declareDatabase(command, &options->database);
-    declarePlace(command, "OUT", &options->target, "Where the lines go. Default: stdout");
+    declarePlace(command, "OUT", &options->target,
+                 "Where the lines go; \"-\", the default, for stdout");
 }
 
 struct Exported
@@ -74,7 +83,9 @@ Exported exportRecords(OpenDatabase &database, LocalOutput *target)
 
 ExitCode exportAll(const Output &output, const ExportOptions &options)
 {
-    const LocalPlace place{options.target};
+    const LocalPlace place = options.target.place();
+    if (!place.isStandardStream())
+        requireOtherFile(options.database.file, place.path);
     Exported done;
     withDatabase(options.database, [&](OpenDatabase &database) {
         LocalOutput target(place, LocalOutput::Stdout::AtOnce);
@@ -95,14 +106,15 @@ ExitCode exportAll(const Output &output, const ExportOptions &options)
 struct ImportOptions
 {
     DatabaseOptions database;
-    QString source;
+    PlaceOptions source;
     bool replace = false;
 };
 
 void declareImport(CLI::App *command, ImportOptions *options)
 {
     declareDatabase(command, &options->database);
-    declarePlace(command, "IN", &options->source, "Where the lines come from. Default: stdin");
+    declarePlace(command, "IN", &options->source,
+                 "Where the lines come from; \"-\", the default, for stdin");
     command->add_flag("--replace", options->replace,
                       "A record takes the place of that of its key, instead of being refused");
 }
@@ -224,7 +236,7 @@ Imported importRecords(OpenDatabase &database, ImportedRecords *records)
 
 ExitCode importAll(const Output &output, const ImportOptions &options)
 {
-    const LocalPlace place{options.source};
+    const LocalPlace place = options.source.place();
     if (place.isStandardStream() && options.database.user.password.fromStdin)
         throw Failure{ExitCode::Usage, u"the password and the lines cannot both come from stdin"_s};
     Imported done;
