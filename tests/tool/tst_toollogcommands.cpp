@@ -52,18 +52,22 @@ private:
     QByteArrayList shown() const { return idsOf(log({u"show"_s, u"machine.log"_s}).out); }
 
     bool open(SLogger *logger) const { return logger->open(u"ada"_s, u"secret"_s); }
+    // Each at a time of its own, by which a rotation counts them.
+    static SDBRecord entryOf(int number)
+    {
+        SDBRecord entry;
+        entry.insert(u"head"_s, number);
+        const QDateTime date(QDate(2024, 1, 1), QTime(0, number), Qt::UTC);
+        entry.insert(SLogger::logDate(), SDotNetCompatibilityHelper::toBinary(date));
+        return entry;
+    }
     // Entries "E1" and so on, each with the field "head".
     bool fill(int count) const
     {
         SLogger logger(m_place->path(u"machine.log"_s), RotateParameters());
         bool isDone = open(&logger);
         for (int i = 1; i <= count; ++i) {
-            SDBRecord entry;
-            entry.insert(u"head"_s, i);
-            // Each at a time of its own, by which a rotation counts them.
-            const QDateTime date(QDate(2024, 1, 1), QTime(0, i), Qt::UTC);
-            entry.insert(SLogger::logDate(), SDotNetCompatibilityHelper::toBinary(date));
-            isDone = isDone && logger.append(u"E%1"_s.arg(i), entry);
+            isDone = isDone && logger.append(u"E%1"_s.arg(i), entryOf(i));
         }
         return isDone;
     }
@@ -278,6 +282,51 @@ private Q_SLOTS:
         QVERIFY(waitForEnd(process));
         QCOMPARE(process.exitCode(), 0);
         QVERIFY(process.readAllStandardError().isEmpty());
+    }
+
+    void tailMissesNothingBeforeARotation_data()
+    {
+        QTest::addColumn<bool>("hasBackup");
+        QTest::addColumn<QByteArrayList>("told");
+        QTest::newRow("from the backup")
+            << true << QByteArrayList{"E4", "E5", "E6", "E7", "E8", "LogRotate", "After"};
+        QTest::newRow("what was carried over")
+            << false << QByteArrayList{"E4", "LogRotate", "E7", "E8", "After"};
+    }
+
+    void tailMissesNothingBeforeARotation()
+    {
+        QFETCH(bool, hasBackup);
+        QFETCH(QByteArrayList, told);
+        QVERIFY(fill(4));
+        QProcess process;
+        m_place->tool.prepare(&process,
+                              {u"log"_s, u"tail"_s, u"-f"_s, u"-n"_s, u"1"_s, u"machine.log"_s});
+        process.start();
+        QByteArray lines;
+        const auto ids = [&] {
+            lines += process.readAllStandardOutput();
+            return idsOf(lines);
+        };
+        QTRY_COMPARE_WITH_TIMEOUT(ids(), QByteArrayList{"E4"}, kPatienceMs);
+        // All of this comes between two of its looks at the log.
+        QCOMPARE(::kill(pid_t(process.processId()), SIGSTOP), 0);
+        {
+            SLogger logger(m_place->path(u"machine.log"_s),
+                           RotateParameters{.maxLogs = 10000, .keepLogs = 2, .maxBytes = 1 << 26});
+            QVERIFY(open(&logger));
+            for (int i = 5; i <= 8; ++i)
+                QVERIFY(logger.append(u"E%1"_s.arg(i), entryOf(i)));
+            QVERIFY(logger.rotate(true));
+            QVERIFY(logger.append(u"After"_s));
+        }
+        if (!hasBackup)
+            QVERIFY(QFile::remove(m_place->path(u"machine.B00"_s)));
+        QCOMPARE(::kill(pid_t(process.processId()), SIGCONT), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(ids(), told, kPatienceMs);
+        process.terminate();
+        QVERIFY(waitForEnd(process));
+        QCOMPARE(ids(), told);
     }
 
     void tailWaitsForTheEndOfAnEntry()

@@ -2,11 +2,11 @@
 // brix log show, tail, search and backups. They read beside a program that has the log open.
 #include "databaseview.h"
 #include "interruption.h"
+#include "logbackups.h"
 #include "logcommands.h"
 #include "logentry.h"
 #include "logtail.h"
 
-#include <QtCore/QDir>
 #include <QtCore/QEventLoop>
 #include <QtCore/QFileInfo>
 #include <QtCore/QTimer>
@@ -181,22 +181,9 @@ void declareBackups(CLI::App *command, BackupsOptions *options)
     addPath(command, "FILE", &options->file, "The log, there or not")->required();
 }
 
-QFileInfoList backupsOf(const QString &file)
-{
-    const QFileInfo log(QFileInfo::exists(file) ? QFileInfo(file).canonicalFilePath() : file);
-    QFileInfoList backups;
-    for (int number = 0; number < 10; ++number) {
-        const QFileInfo backup(
-            log.dir().filePath(u"%1.B0%2"_s.arg(log.baseName(), QString::number(number))));
-        if (backup.exists())
-            backups.append(backup);
-    }
-    return backups;
-}
-
 ExitCode backups(const Output &output, const BackupsOptions &options)
 {
-    QFileInfoList backups = backupsOf(options.file);
+    QFileInfoList backups = LogBackups::of(options.file);
     std::stable_sort(backups.begin(), backups.end(), [](const QFileInfo &a, const QFileInfo &b) {
         return a.lastModified() < b.lastModified();
     });

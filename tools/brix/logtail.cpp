@@ -2,11 +2,11 @@
 #include "logtail.h"
 
 #include "databasescan.h"
+#include "logbackups.h"
 
 #include <brixlib/database/slogger.h>
 
 #include <QtCore/QFile>
-#include <QtCore/QFileInfo>
 
 #include <algorithm>
 
@@ -39,17 +39,33 @@ void LogTail::read(const Use &use)
 {
     if (!QFileInfo::exists(m_file))
         return;
-    if (isSameFile())
-        readFrom(m_end, use, QDateTime());
-    else
-        readFrom(0, use, m_youngest);
-    m_lastBytes = bytesBeforeEnd();
+    const qint64 end = m_end;
+    if (goesOnIn(m_file)) {
+        readFrom(m_file, m_end, use);
+        // A new file is filled step by step. When it stands still, all that was carried over is in.
+        if (m_end > 0 && m_end == end)
+            m_youngerThan = QDateTime();
+    } else {
+        readRestOfBackup(use);
+        m_youngerThan = m_youngest;
+        readFrom(m_file, 0, use);
+    }
+    m_lastBytes = bytesBeforeEnd(m_file);
 }
 
-void LogTail::readFrom(qint64 position, const Use &use, const QDateTime &youngerThan)
+// A backup by rotation is the log as it was.
+void LogTail::readRestOfBackup(const Use &use)
+{
+    for (const QFileInfo &backup : LogBackups::of(m_file)) {
+        if (goesOnIn(backup.filePath()))
+            return readFrom(backup.filePath(), m_end, use);
+    }
+}
+
+void LogTail::readFrom(const QString &file, qint64 position, const Use &use)
 {
     m_end = position;
-    DatabaseScan scan(m_file, SDBRecord::uniqueIncKey(), position);
+    DatabaseScan scan(file, SDBRecord::uniqueIncKey(), position);
     ScannedRecord record;
     while (scan.next(&record)) {
         const bool isLast = record.position + record.bytes == scan.bytes();
@@ -59,7 +75,7 @@ void LogTail::readFrom(qint64 position, const Use &use, const QDateTime &younger
         if (record.isDeleted)
             continue;
         const QDateTime date = SLogger::recordDateTime(record.record);
-        if (youngerThan.isValid() && date <= youngerThan)
+        if (m_youngerThan.isValid() && date <= m_youngerThan)
             continue;
         if (!m_youngest.isValid() || date > m_youngest)
             m_youngest = date;
@@ -67,15 +83,15 @@ void LogTail::readFrom(qint64 position, const Use &use, const QDateTime &younger
     }
 }
 
-bool LogTail::isSameFile() const
+bool LogTail::goesOnIn(const QString &file) const
 {
-    return QFileInfo(m_file).size() >= m_end && bytesBeforeEnd() == m_lastBytes;
+    return QFileInfo(file).size() >= m_end && bytesBeforeEnd(file) == m_lastBytes;
 }
 
-QByteArray LogTail::bytesBeforeEnd() const
+QByteArray LogTail::bytesBeforeEnd(const QString &name) const
 {
     const qint64 begin = std::max<qint64>(m_end - kLastBytes, 0);
-    QFile file(m_file);
+    QFile file(name);
     if (m_end == 0 || !file.open(QIODevice::ReadOnly) || !file.seek(begin))
         return {};
     return file.read(m_end - begin);

@@ -12,9 +12,9 @@
 namespace Brix {
 
 /*!
- * Follows a log that other programs write, without locking it. A log that was rotated, restored or
- * purged is a new file, or the old one written anew: its entries that are younger than those that
- * came before are told then.
+ * Follows a log that other programs write, without locking it. What a rotation took away before it
+ * was told comes from the backup. A log that was rotated, restored or purged is a new file, or the
+ * old one written anew: its entries that are younger than those that came before are told then.
  *
  * Lives in one thread.
  */
@@ -32,14 +32,16 @@ public:
     void read(const Use &use);
 
 private:
-    void readFrom(qint64 position, const Use &use, const QDateTime &youngerThan);
-    bool isSameFile() const;
-    QByteArray bytesBeforeEnd() const;
+    void readRestOfBackup(const Use &use);
+    void readFrom(const QString &file, qint64 position, const Use &use);
+    bool goesOnIn(const QString &file) const;
+    QByteArray bytesBeforeEnd(const QString &file) const;
 
     QString m_file;
     qint64 m_end = 0;       // behind the last entry that was told
     QByteArray m_lastBytes; // those before that
     QDateTime m_youngest;
+    QDateTime m_youngerThan; // in a new file: what is not younger was told already
 };
 
 } // namespace Brix
