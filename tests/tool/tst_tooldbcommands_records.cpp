@@ -255,6 +255,33 @@ private Q_SLOTS:
         QCOMPARE(m_place->db({u"values"_s, u"inks.db"_s, u""_s}).exitCode, 2);
     }
 
+    void listIsSearchedAndListedAsOneValue()
+    {
+        for (const QStringList &fields : {QStringList{u"cyan"_s, u"tag=water"_s, u"tag=matt"_s},
+                                          QStringList{u"blue"_s, u"tag=water"_s}})
+            QCOMPARE(m_place->asOwner(QStringList{u"set"_s, u"inks.db"_s} + fields).exitCode, 0);
+        const QStringList search{u"search"_s, u"inks.db"_s, u"tag"_s, u"water"_s};
+        QCOMPARE(m_place->db(search).out, "blue\n"_ba);
+        QCOMPARE(m_place->db(search + QStringList{u"matt"_s}).out, "cyan\n"_ba);
+        QCOMPARE(m_place->db({u"search"_s, u"inks.db"_s, u"tag"_s, u"matt"_s}).exitCode, 1);
+        const QStringList values{u"values"_s, u"inks.db"_s, u"tag"_s};
+        QCOMPARE(m_place->db(values).out, "water\nwater, matt\n"_ba);
+        QCOMPARE(m_place->db(values + QStringList{u"--json"_s}).out,
+                 "{\"value\":\"water\"}\n{\"value\":[\"water\",\"matt\"]}\n"_ba);
+    }
+
+    void whoForgetsTheUserIsToldOfIt()
+    {
+        QVERIFY(m_place->fill({u"cyan"_s}));
+        const QStringList arguments{u"set"_s, u"inks.db"_s, u"cyan"_s, u"level=3"_s};
+        const auto nobody = m_place->db(arguments);
+        QCOMPARE(nobody.exitCode, 1);
+        QVERIFY2(nobody.err.contains("say who uses it with --user"), nobody.err.constData());
+        const auto other = m_place->db(arguments + QStringList{u"--user"_s, u"bob"_s});
+        QCOMPARE(other.exitCode, 1);
+        QVERIFY2(!other.err.contains("--user"), other.err.constData());
+    }
+
     void readingNeedsTheRight()
     {
         QVERIFY(m_place->create(u"own.db"_s, DBAuthGrants::None));

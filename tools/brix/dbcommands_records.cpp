@@ -4,6 +4,8 @@
 #include "fieldrules.h"
 #include "recordjson.h"
 
+#include <QtCore/QJsonArray>
+
 namespace Brix {
 
 using namespace Qt::StringLiterals;
@@ -15,6 +17,8 @@ using Talverine::SDBText;
 namespace {
 
 constexpr auto kNewRecord = "-"_L1;
+// What stands between the texts of a list in an index. No text of a record holds it.
+constexpr auto kListGlue = "\r\n"_L1;
 
 void writeRecord(const Output &output, const SDBRecord &record)
 {
@@ -188,14 +192,15 @@ struct SearchOptions
 {
     DatabaseOptions database;
     QString field;
-    QString value;
+    QStringList values;
 };
 
 void declareSearch(CLI::App *command, SearchOptions *options)
 {
     declareDatabase(command, &options->database);
     addText(command, "FIELD", &options->field, "Name of the field")->required();
-    addText(command, "VALUE", &options->value, "What it holds, all of it and in this case")
+    addTexts(command, "VALUE", &options->values,
+             "What it holds, all of it and in this case; all the texts of a list in their order")
         ->required();
 }
 
@@ -207,7 +212,7 @@ ExitCode search(const Output &output, const SearchOptions &options)
         keyName = database->key();
         database.require(database->addFieldIndex(options.field));
         const bool isFound =
-            database->searchField(SDBField(options.field, u""_s + options.value), records);
+            database->searchField(SDBField(options.field, options.values.join(kListGlue)), records);
         database.require(isFound || database->error() == DBError::RecNotFound);
     });
     for (const SDBRecord &record : records) {
@@ -243,8 +248,10 @@ ExitCode values(const Output &output, const ValuesOptions &options)
         database.require(database->error() == DBError::NoError);
     });
     for (const SDBField &value : values) {
-        const QString text = value.value().toString();
-        output.result(text, {{u"value"_s, text}});
+        const QStringList texts = value.value().toString().split(kListGlue);
+        output.result(texts.join(u", "_s),
+                      {{u"value"_s, texts.size() > 1 ? QJsonValue(QJsonArray::fromStringList(texts))
+                                                     : QJsonValue(texts.first())}});
     }
     return ExitCode::Done;
 }

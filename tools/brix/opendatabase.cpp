@@ -30,6 +30,7 @@ Failure refused(const QString &text)
 
 OpenDatabase::OpenDatabase(const QString &file, const DatabaseLogin &login, const QString &name)
     : m_file(name.isEmpty() ? file : name)
+    , m_isAnonymous(login.user.isEmpty())
 {
     requireFile(file);
     // Its companions lie beside the file, not beside a link to it.
@@ -43,13 +44,19 @@ void OpenDatabase::requireWriting()
 {
     const DBAuthGrants grants = m_database.grants();
     if (grants != DBAuthGrants::All && grants != DBAuthGrants::ReadWrite)
-        throw failure(m_file, DBError::AuthError);
+        throw failureOfUser(DBError::AuthError);
+}
+
+void OpenDatabase::requireReading()
+{
+    if (m_database.grants() == DBAuthGrants::None)
+        throw failureOfUser(DBError::AuthError);
 }
 
 void OpenDatabase::require(bool isDone) const
 {
     if (!isDone)
-        throw failure(m_file, m_database.error());
+        throw failureOfUser(m_database.error());
 }
 
 SDBRecord OpenDatabase::record(const QString &key)
@@ -59,12 +66,20 @@ SDBRecord OpenDatabase::record(const QString &key)
         return record;
     if (m_database.error() == DBError::RecNotFound)
         throw refused(u"%1 has no record %2"_s.arg(m_file, key));
-    throw failure(m_file, m_database.error());
+    throw failureOfUser(m_database.error());
 }
 
 bool OpenDatabase::makesKeys() const
 {
     return m_database.key() == SDBRecord::uniqueIncKey();
+}
+
+Failure OpenDatabase::failureOfUser(DBError error) const
+{
+    Failure told = failure(m_file, error);
+    if (error == DBError::AuthError && m_isAnonymous)
+        told.text += u"; say who uses it with --user"_s;
+    return told;
 }
 
 Failure OpenDatabase::failure(const QString &file, DBError error)

@@ -40,7 +40,8 @@ public:
     const QString &file() const { return m_file; }
     //! What it grants to anyone.
     Talverine::DBAuthGrants grants() const { return m_grants; }
-    void requireReading() { requireReading(&m_database, m_file); }
+    //! Throws unless the user may read.
+    void requireReading();
     //! Throws unless the user may change any record.
     void requireWriting();
     //! Throws the error of the last operation unless \a isDone.
@@ -61,7 +62,11 @@ public:
     static void requireReading(Talverine::SDBText *database, const QString &file);
 
 private:
+    //! As failure(), and tells a user who has not said who it is how to.
+    Failure failureOfUser(Talverine::DBError error) const;
+
     QString m_file;
+    bool m_isAnonymous;
     Talverine::DBAuthGrants m_grants = Talverine::DBAuthGrants::None;
     Talverine::SDBText m_database;
 };
