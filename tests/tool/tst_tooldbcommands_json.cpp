@@ -253,6 +253,27 @@ private Q_SLOTS:
             QVERIFY(m_place->record(u"ink%1"_s.arg(i)).checkSignature());
     }
 
+    void databaseIsFreeUntilAllLinesAreThere()
+    {
+        QVERIFY(m_place->fill({u"cyan"_s}));
+        QProcess process;
+        m_place->tool.prepare(
+            &process, {u"db"_s, u"import"_s, u"inks.db"_s, u"--replace"_s, u"--user"_s, u"ada"_s});
+        process.start();
+        QVERIFY(process.waitForStarted());
+        // More than a pipe holds: once this is gone, it reads.
+        process.write(QByteArray(200'000, '\n'));
+        QTRY_COMPARE_WITH_TIMEOUT(process.bytesToWrite(), 0, 30'000);
+        const auto exported = m_place->db({u"export"_s, u"inks.db"_s});
+        QVERIFY2(exported.exitCode == 0, exported.err.constData());
+        process.write(exported.out);
+        process.closeWriteChannel();
+        QVERIFY(process.waitForFinished(30'000));
+        QCOMPARE(process.exitCode(), 0);
+        QCOMPARE(process.readAllStandardOutput(),
+                 "imported 1 record, 1 of them in place of others\n"_ba);
+    }
+
     void passwordAndLinesCannotBothComeFromStdin()
     {
         const auto result = import("secret\n{\"name\":\"a\"}\n", {u"--password-stdin"_s});

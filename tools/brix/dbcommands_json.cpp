@@ -131,9 +131,8 @@ Failure badLine(qint64 line, const QString &fault)
 class ImportedRecords
 {
 public:
-    ImportedRecords(const LocalPlace &place, const QString &keyName, bool databaseMakesKeys)
-        : m_keyName(keyName)
-        , m_databaseMakesKeys(databaseMakesKeys)
+    //! Reads the whole input; throws Failure.
+    explicit ImportedRecords(const LocalPlace &place)
     {
         LocalInput source(place);
         const bool isCopied = m_lines.open() &&
@@ -143,6 +142,13 @@ public:
         if (!isCopied)
             throw Failure{ExitCode::LocalIo,
                           u"cannot write a temporary file: %1"_s.arg(m_lines.errorString())};
+    }
+
+    //! What next() gives is for this database.
+    void setDatabase(const QString &keyName, bool makesKeys)
+    {
+        m_keyName = keyName;
+        m_databaseMakesKeys = makesKeys;
     }
 
     void rewind()
@@ -191,7 +197,7 @@ private:
 
     QTemporaryFile m_lines;
     QString m_keyName;
-    bool m_databaseMakesKeys;
+    bool m_databaseMakesKeys = false;
     qint64 m_line = 0;
 };
 
@@ -221,15 +227,17 @@ Imported importRecords(OpenDatabase &database, ImportedRecords *records)
 {
     Imported done;
     SDBRecord record;
-    while (records->next(&record)) {
-        const bool isThere = database->contains(record);
-        const bool isDone = isThere ? database->replace(record) : database->insert(record);
-        if (!isDone) {
-            const Failure failure = OpenDatabase::failure(database.file(), database->error());
-            throw Failure{failure.code, u"%1; the lines before line %2 are taken"_s.arg(
-                                            failure.text, QString::number(records->line()))};
+    qint64 taken = 0;
+    try {
+        while (records->next(&record)) {
+            const bool isThere = database->contains(record);
+            database.require(isThere ? database->replace(record) : database->insert(record));
+            ++(isThere ? done.replaced : done.added);
+            taken = records->line();
         }
-        ++(isThere ? done.replaced : done.added);
+    } catch (const Failure &failure) {
+        throw Failure{failure.code, u"%1; the lines before line %2 are taken"_s.arg(
+                                        failure.text, QString::number(taken + 1))};
     }
     return done;
 }
@@ -240,8 +248,14 @@ ExitCode importAll(const Output &output, const ImportOptions &options)
     if (place.isStandardStream() && options.database.user.password.fromStdin)
         throw Failure{ExitCode::Usage, u"the password and the lines cannot both come from stdin"_s};
     Imported done;
-    withDatabase(options.database, [&](OpenDatabase &database) {
-        ImportedRecords records(place, database->key(), database.makesKeys());
+    const DatabaseLogin login = loginOf(options.database.user);
+    runDatabaseWork([&] {
+        OpenDatabase::requireFile(options.database.file);
+        // Before the database is open: others have it as long as the input comes, and it may be
+        // an export of the same one.
+        ImportedRecords records(place);
+        OpenDatabase database(options.database.file, login);
+        records.setDatabase(database->key(), database.makesKeys());
         records.rewind();
         requireNewKeys(database, &records, options.replace);
         records.rewind();
