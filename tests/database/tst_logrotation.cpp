@@ -527,6 +527,29 @@ private Q_SLOTS:
         QCOMPARE(log.count(), 5);
     }
 
+    void fullDiskCostsOneOldBackupHoweverOften()
+    {
+        const LogPlace place;
+        SLogger log(place.file, kLarge);
+        QVERIFY(log.open(kUser, kPassword));
+        for (int rotation = 0; rotation < 9; ++rotation) {
+            QVERIFY(appendNumbered(log, 1, 12));
+            QVERIFY(log.rotate(false));
+        }
+        QVERIFY(appendNumbered(log, 1, 12));
+        QVERIFY(QFile::remove(place.backup(3)));
+        {
+            const FileSizeLimit limit(log.bytes() - 1);
+            for (int attempt = 0; attempt < 5; ++attempt) {
+                expectError("WriteError");
+                QVERIFY(!log.rotate(true));
+            }
+        }
+        QCOMPARE(place.backups(), (QList<int>{0, 1, 2, 5, 6, 7, 8}));
+        QVERIFY(log.rotate(true));
+        QCOMPARE(place.backups(), (QList<int>{0, 1, 2, 3, 5, 6, 7, 8}));
+    }
+
     void fullDiskAtTheNewLogLeavesTheOldOne()
     {
         const LogPlace place;

@@ -19,7 +19,8 @@ struct RotateParameters
 {
     //! Number of records above which opening rotates.
     int maxLogs = 10000;
-    //! How many entries a rotation aims to carry over.
+    //! How many entries a rotation aims to carry over. Those of one date, which has milliseconds,
+    //! count as one: of a program that writes many in each, a rotation may keep all.
     int keepLogs = 300;
     /*!
      * Size of the file in bytes above which opening rotates. It also bounds what a rotation keeps,

@@ -5,6 +5,7 @@
 #include <brixlib/database/logbackups_p.h>
 #include <brixlib/database/temporarydatabase_p.h>
 
+#include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 
 #include <algorithm>
@@ -40,8 +41,13 @@ bool SLogger::rotate(bool keep)
     const QString backupFile = LogBackups(m_pathName).makeRoom();
     const int kept = keep ? keptEntries() : 0;
     SDBRecord marker = rotationMarker(backupFile, m_database.count());
-    if (!backupPlain(backupFile))
+    const bool isNewFile = !QFile::exists(backupFile);
+    if (!backupPlain(backupFile)) {
+        // What there is of it would keep its number, and cost the next backup one more old one.
+        if (isNewFile)
+            QFile::remove(backupFile);
         return false;
+    }
     updateRecord(u"LogRotate"_s, &marker);
     const TemporaryDatabase place;
     SDBText fresh;
