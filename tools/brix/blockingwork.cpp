@@ -12,6 +12,8 @@
 #include <memory>
 #include <optional>
 
+#include <openssl/crypto.h>
+
 namespace Brix {
 
 using namespace std::chrono_literals;
@@ -32,6 +34,9 @@ void runBlocking(const Interruption &interruption, const std::function<void()> &
         } catch (const Failure &thrown) {
             failure = thrown;
         }
+        // A thread of Qt's counts as finished before what others hold for it is freed. OpenSSL
+        // would take locks for that which the end of the program destroys.
+        OPENSSL_thread_stop();
     }));
     QEventLoop loop;
     QObject::connect(thread.get(), &QThread::finished, &loop, &QEventLoop::quit);
