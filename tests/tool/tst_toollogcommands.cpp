@@ -329,6 +329,24 @@ private Q_SLOTS:
         QCOMPARE(ids(), told);
     }
 
+    void tailEndsWithItsReader()
+    {
+        QVERIFY(fill(2));
+        QProcess process;
+        QProcess reader;
+        m_place->tool.prepare(&process,
+                              {u"log"_s, u"tail"_s, u"-f"_s, u"-n"_s, u"1"_s, u"machine.log"_s});
+        process.setStandardOutputProcess(&reader);
+        process.start();
+        reader.start(u"head"_s, {u"-n"_s, u"1"_s});
+        QVERIFY(waitForEnd(reader));
+        QCOMPARE(idsOf(reader.readAllStandardOutput()), QByteArrayList{"E2"});
+        // No entry comes any more, the writing of which would fail.
+        QVERIFY(waitForEnd(process));
+        QCOMPARE(process.exitCode(), 0);
+        QVERIFY(process.readAllStandardError().isEmpty());
+    }
+
     void tailWaitsForTheEndOfAnEntry()
     {
         QVERIFY(fill(3));

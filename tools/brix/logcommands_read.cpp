@@ -6,6 +6,7 @@
 #include "logcommands.h"
 #include "logentry.h"
 #include "logtail.h"
+#include "standardstreams.h"
 
 #include <QtCore/QEventLoop>
 #include <QtCore/QFileInfo>
@@ -115,7 +116,7 @@ void follow(LogTail *tail, const LogTail::Use &use)
         } catch (const Failure &thrown) {
             failure = thrown;
         }
-        if (failure || std::ferror(stdout))
+        if (failure || std::ferror(stdout) || !StandardStreams::hasReader())
             loop.quit();
     });
     timer.start(kFollowInterval);

@@ -18,5 +18,7 @@ void keepPlaces();
 qint64 readInput(char *data, qint64 size);
 //! Writes all of \a data to stdout. A reader that has gone is a failure, not the program's end.
 void writeOutput(const char *data, qint64 size);
+//! Whether somebody may still read stdout. Without writing to it, not every system can tell.
+bool hasReader();
 
 } // namespace Brix::StandardStreams

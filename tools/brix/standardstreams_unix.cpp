@@ -75,4 +75,11 @@ void writeOutput(const char *data, qint64 size)
     }
 }
 
+bool hasReader()
+{
+    // Errors are told without being asked for.
+    pollfd output{STDOUT_FILENO, 0, 0};
+    return poll(&output, 1, 0) <= 0 || (output.revents & (POLLERR | POLLHUP)) == 0;
+}
+
 } // namespace Brix::StandardStreams

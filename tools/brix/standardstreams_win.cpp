@@ -73,4 +73,9 @@ void writeOutput(const char *data, qint64 size)
     }
 }
 
+bool hasReader()
+{
+    return true;
+}
+
 } // namespace Brix::StandardStreams
