@@ -2,6 +2,8 @@
 // The file of a database, its opening and closing, and who may do what.
 #include "sampledatabase.h"
 
+#include <shared/goldenbytes.h>
+
 #include <brixlib/database/sdbtext.h>
 #include <brixlib/database/ssignature.h>
 
@@ -38,17 +40,7 @@ QByteArray headOf(const QList<QByteArray> &values)
 {
     const QList<QByteArray> names{"dbkey",    "dbowner",       "dbpasswd",
                                   "dbgrants", "dbcultureinfo", "dbversion"};
-    QByteArray head =
-        "# TextDB file type.\r\n"
-        "#\r\n"
-        "# *** DO NOT EDIT! ***\r\n"
-        "#\r\n"
-        "# Special chars:\r\n"
-        "#\r\n"
-        "# '#' is a text comment identifier: a line that starts with this char is ignored\r\n"
-        "# '$' is a delete identifier: a key that starts with this char match a deleted record\r\n"
-        "# '_' is a special field identifier: fields starting with this char are reserved\r\n"
-        "\r\n\r\n";
+    QByteArray head = GoldenBytes::databaseComment();
     for (qsizetype i = 0; i < values.size(); ++i)
         head += names.at(i) + " = " + values.at(i) + "\r\n";
     return head + "_signature = " + chainOf(values) +

@@ -101,9 +101,8 @@ inline QByteArray ring()
                                "4142636465666768");
 }
 
-//! All that stands before the records of a database of "ada", whose password is "secret", with the
-//! key field "name".
-inline QByteArray databaseHead()
+//! What every database begins with.
+inline QByteArray databaseComment()
 {
     return QByteArrayLiteral(
         "# TextDB file type.\r\n"
@@ -115,17 +114,25 @@ inline QByteArray databaseHead()
         "# '#' is a text comment identifier: a line that starts with this char is ignored\r\n"
         "# '$' is a delete identifier: a key that starts with this char match a deleted record\r\n"
         "# '_' is a special field identifier: fields starting with this char are reserved\r\n"
-        "\r\n\r\n"
-        "dbkey = name\r\n"
-        "dbowner = ada\r\n"
-        "dbpasswd = e5e9fa1ba31ecd1ae84f75caaa474f3a663f05f4\r\n"
-        "dbgrants = readonly\r\n"
-        "dbcultureinfo = en-US\r\n"
-        "dbversion = 1\r\n"
-        "_signature = 2de3baf939735b7174395d8118a8a9c3fb3f2ef15c9e8e78e6af598280307543\r\n"
-        "dbkey = ! <-- this char ends the special record\r\n"
-        "\r\n\r\n"
-        "# --- Data starts here ---\r\n");
+        "\r\n\r\n");
+}
+
+//! All that stands before the records of a database of "ada", whose password is "secret", with the
+//! key field "name".
+inline QByteArray databaseHead()
+{
+    return databaseComment() +
+           QByteArrayLiteral(
+               "dbkey = name\r\n"
+               "dbowner = ada\r\n"
+               "dbpasswd = e5e9fa1ba31ecd1ae84f75caaa474f3a663f05f4\r\n"
+               "dbgrants = readonly\r\n"
+               "dbcultureinfo = en-US\r\n"
+               "dbversion = 1\r\n"
+               "_signature = 2de3baf939735b7174395d8118a8a9c3fb3f2ef15c9e8e78e6af598280307543\r\n"
+               "dbkey = ! <-- this char ends the special record\r\n"
+               "\r\n\r\n"
+               "# --- Data starts here ---\r\n");
 }
 
 //! That database with a removed record "cyan" and the one that was inserted after it.
