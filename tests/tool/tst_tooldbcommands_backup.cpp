@@ -125,6 +125,19 @@ private Q_SLOTS:
         QCOMPARE(m_place->databases(), (QStringList{u"inks.db"_s, u"saved"_s}));
     }
 
+    void dashIsTheStandardOutput_data() { backupComesBack_data(); }
+    void dashIsTheStandardOutput()
+    {
+        QFETCH(QString, compressor);
+        QCOMPARE(backup({u"--compress"_s, compressor}).exitCode, 0);
+        const auto result =
+            m_place->asOwner({u"backup"_s, u"inks.db"_s, u"-"_s, u"--compress"_s, compressor});
+        QCOMPARE(result.exitCode, 0);
+        QCOMPARE(result.out, m_place->read(u"saved"_s));
+        QVERIFY(result.err.isEmpty());
+        QVERIFY(!m_place->files().contains(u"-"_s));
+    }
+
     void newBackupIsReadableByItsOwnerAlone()
     {
         QCOMPARE(backup().exitCode, 0);

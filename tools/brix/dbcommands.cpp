@@ -13,6 +13,14 @@ namespace Brix {
 using namespace Qt::StringLiterals;
 using Talverine::SDBRecord;
 
+CLI::Option *declarePlace(CLI::App *command, const std::string &name, PlaceOptions *options,
+                          const std::string &description)
+{
+    // The path is stored when all arguments are known, and would be stored over one changed here.
+    return addPath(command, name, &options->path, description)
+        ->each([options](const std::string &text) { options->isStandardStream = text == "-"; });
+}
+
 void declareDatabase(CLI::App *command, DatabaseOptions *options)
 {
     addPath(command, "FILE", &options->file, "The database file")->required();
@@ -86,6 +94,12 @@ void requireOtherFile(const QString &a, const QString &b)
 {
     if (QFileInfo::exists(a) && QFileInfo::exists(b) && QFileInfo(a) == QFileInfo(b))
         throw Failure{ExitCode::Usage, u"both are the same file: %1"_s.arg(a)};
+}
+
+void requireOtherFile(const QString &file, const LocalPlace &place)
+{
+    if (!place.isStandardStream())
+        requireOtherFile(file, place.path);
 }
 
 QString counted(qint64 count, const QString &one, const QString &many)

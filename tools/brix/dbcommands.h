@@ -2,6 +2,7 @@
 // What the sub-commands of brix db have in common.
 #pragma once
 
+#include "localstreams.h"
 #include "opendatabase.h"
 #include "passwordsource.h"
 #include "tool.h"
@@ -24,6 +25,18 @@ struct DatabaseOptions
     DatabaseUser user;
 };
 
+//! A file of this machine, or a standard stream, as the command line tells.
+struct PlaceOptions
+{
+    QString path;
+    bool isStandardStream = false;
+
+    LocalPlace place() const { return {isStandardStream ? QString() : path}; }
+};
+
+//! Adds a positional of that name, for which "-" is the standard stream.
+CLI::Option *declarePlace(CLI::App *command, const std::string &name, PlaceOptions *options,
+                          const std::string &description);
 //! Adds FILE and the user.
 void declareDatabase(CLI::App *command, DatabaseOptions *options);
 //! Adds --user and --password-stdin.
@@ -47,6 +60,7 @@ void throwIfInterrupted();
 
 //! Throws Failure when both are the same file.
 void requireOtherFile(const QString &a, const QString &b);
+void requireOtherFile(const QString &file, const LocalPlace &place);
 
 //! "1 record", "2 records".
 QString counted(qint64 count, const QString &one, const QString &many);

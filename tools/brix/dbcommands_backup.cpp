@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // brix db purge, backup and restore: a database written anew, elsewhere or from elsewhere.
 #include "dbcommands.h"
-#include "localstreams.h"
 #include "readonlydevice.h"
 #include "stageddatabase.h"
 
@@ -42,14 +41,16 @@ ExitCode purge(const Output &output, const DatabaseOptions &options)
 struct BackupOptions
 {
     DatabaseOptions database;
-    QString target;
+    PlaceOptions target;
     std::string compressor = "none";
 };
 
 void declareBackup(CLI::App *command, BackupOptions *options)
 {
     declareDatabase(command, &options->database);
-    addPath(command, "OUT", &options->target, "The backup; an older file is replaced")->required();
+    declarePlace(command, "OUT", &options->target,
+                 "The backup; an older file is replaced, and \"-\" is stdout")
+        ->required();
     command->add_option("--compress", options->compressor, "How to compress it")
         ->check(CLI::IsMember({"none", "lz4", "zip"}))
         ->capture_default_str();
@@ -64,10 +65,11 @@ CompressionAlgorithm algorithmOf(const std::string &name)
 
 ExitCode backup(const Output &output, const BackupOptions &options)
 {
-    requireOtherFile(options.database.file, options.target);
+    const LocalPlace place = options.target.place();
+    requireOtherFile(options.database.file, place);
     qint64 written = 0;
     withDatabase(options.database, [&](OpenDatabase &database) {
-        LocalOutput target({options.target}, LocalOutput::Stdout::Whole);
+        LocalOutput target(place, LocalOutput::Stdout::Whole);
         // It has a hash of the password, as the database has.
         target.makePrivate();
         database->setBackupCompressor(algorithmOf(options.compressor));
@@ -77,8 +79,10 @@ ExitCode backup(const Output &output, const BackupOptions &options)
         target.commit();
         written = target.written();
     });
-    output.result(u"%1: %2"_s.arg(options.target, Output::bytes(written)),
-                  {{u"file"_s, options.target}, {u"bytes"_s, written}});
+    if (place.isStandardStream())
+        return ExitCode::Done;
+    output.result(u"%1: %2"_s.arg(place.path, Output::bytes(written)),
+                  {{u"file"_s, place.path}, {u"bytes"_s, written}});
     return ExitCode::Done;
 }
 

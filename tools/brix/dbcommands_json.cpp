@@ -2,7 +2,6 @@
 // brix db export and import: records as lines of JSON.
 #include "dbcommands.h"
 #include "fieldrules.h"
-#include "localstreams.h"
 #include "recordjson.h"
 #include "terminal.h"
 
@@ -24,23 +23,6 @@ namespace {
 constexpr int kCopyBytes = 32'768;
 
 // The other file of either command as it was given; none, or "-", is stdin or stdout.
-struct PlaceOptions
-{
-    QString path;
-    bool isStandardStream = false;
-
-    LocalPlace place() const { return {isStandardStream ? QString() : path}; }
-};
-
-void declarePlace(CLI::App *command, const std::string &name, PlaceOptions *options,
-                  const std::string &description)
-{
-    // The path is stored when all arguments are known, and would be stored over one changed here.
-    addPath(command, name, &options->path, description)->each([options](const std::string &text) {
-        options->isStandardStream = text == "-";
-    });
-}
-
 // export
 
 struct ExportOptions
@@ -84,8 +66,7 @@ Exported exportRecords(OpenDatabase &database, LocalOutput *target)
 ExitCode exportAll(const Output &output, const ExportOptions &options)
 {
     const LocalPlace place = options.target.place();
-    if (!place.isStandardStream())
-        requireOtherFile(options.database.file, place.path);
+    requireOtherFile(options.database.file, place);
     Exported done;
     withDatabase(options.database, [&](OpenDatabase &database) {
         LocalOutput target(place, LocalOutput::Stdout::AtOnce);
