@@ -5,6 +5,8 @@
 #include <brixrt/svariantconvert.h>
 #include <brixrt/sversion.h>
 
+#include <shared/utctime.h>
+
 #include <QtCore/QBitArray>
 #include <QtCore/QCborArray>
 #include <QtCore/QCborMap>
@@ -126,7 +128,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QVariant>("value");
         QTest::addColumn<QString>("text");
-        const QDateTime utc(QDate(2024, 5, 6), QTime(7, 8, 9, 10), Qt::UTC);
+        const QDateTime utc = utcTime(QDate(2024, 5, 6), QTime(7, 8, 9, 10));
         const auto row = [](const char *name, const QVariant &value, const QString &text) {
             QTest::newRow(name) << value << text;
         };
@@ -232,13 +234,13 @@ private Q_SLOTS:
     // The hand-made text against Qt's own.
     void dateTimesAreWrittenAsQtDoes()
     {
-        const QDateTime start(QDate(1, 1, 1), QTime(0, 0), Qt::UTC);
+        const QDateTime start = utcTime(QDate(1, 1, 1), QTime(0, 0));
         for (int i = 0; i < 3000; ++i) {
             const QDateTime moment = start.addDays(i * 1217).addMSecs(i * qint64(28'801'337));
             QCOMPARE(SConvert::toString(moment), moment.toString(Qt::ISODateWithMs));
         }
         for (const int year : {-1, 9999, 10000}) {
-            const QDateTime moment(QDate(year, 12, 31), QTime(23, 59, 59, 999), Qt::UTC);
+            const QDateTime moment = utcTime(QDate(year, 12, 31), QTime(23, 59, 59, 999));
             QVERIFY(moment.isValid());
             QCOMPARE(SConvert::toString(moment), moment.toString(Qt::ISODateWithMs));
         }
@@ -448,7 +450,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QVariant>("value");
         QTest::addColumn<QDateTime>("expected");
-        const QDateTime utc(QDate(2024, 5, 6), QTime(7, 8, 9, 10), Qt::UTC);
+        const QDateTime utc = utcTime(QDate(2024, 5, 6), QTime(7, 8, 9, 10));
         QTest::newRow("itself") << QVariant(utc) << utc;
         QTest::newRow("its text") << QVariant(SConvert::toString(utc)) << utc;
         QTest::newRow("text with blanks") << QVariant(u" 2024-05-06T07:08:09.010Z "_s) << utc;

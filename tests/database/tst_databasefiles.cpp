@@ -3,6 +3,7 @@
 #include "sampledatabase.h"
 
 #include <shared/goldenbytes.h>
+#include <shared/utctime.h>
 
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
@@ -51,7 +52,7 @@ SDBRecord manyValues(const QString &name)
     record.insert(u"number"_s, 1234567.875);
     record.insert(u"small"_s, 1e-9);
     record.insert(u"yes"_s, true);
-    record.insert(u"time"_s, QDateTime(QDate(2026, 11, 20), QTime(17, 16, 39, 145), Qt::UTC));
+    record.insert(u"time"_s, utcTime(QDate(2026, 11, 20), QTime(17, 16, 39, 145)));
     record.insert(u"text"_s, u"ż € 青 \U0001F5A8 = # $"_s);
     record.insert(u"empty"_s, u""_s);
     record.insert(u"blanks"_s, u"  within  "_s);

@@ -8,6 +8,7 @@
 
 #include <shared/seededrandom.h>
 #include <shared/signallog.h>
+#include <shared/utctime.h>
 
 using namespace Talverine;
 using namespace Talverine::Sample;
@@ -384,7 +385,7 @@ private Q_SLOTS:
         for (SDBIterator entry = backup.begin(); entry != backup.end(); ++entry)
             QVERIFY(entry->checkSignature());
         QCOMPARE(SLogger::recordDateTime(backup.first()),
-                 QDateTime(QDate(2026, 11, 20), QTime(17, 16, 39, 145), Qt::UTC));
+                 utcTime(QDate(2026, 11, 20), QTime(17, 16, 39, 145)));
         QVERIFY(SLogger::isPinned(backup.last()));
     }
 

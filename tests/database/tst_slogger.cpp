@@ -9,6 +9,7 @@
 
 #include <shared/filesizelimit.h>
 #include <shared/signallog.h>
+#include <shared/utctime.h>
 
 #include <QtCore/QLockFile>
 #include <QtCore/QThread>
@@ -292,8 +293,7 @@ private Q_SLOTS:
                                   "_datetime = "),
                  entry.constData());
         QVERIFY(log.first().checkSignature());
-        QCOMPARE(SLogger::recordDateTime(log.first()),
-                 QDateTime(QDate(2024, 1, 1), QTime(0, 0), Qt::UTC));
+        QCOMPARE(SLogger::recordDateTime(log.first()), utcTime(QDate(2024, 1, 1), QTime(0, 0)));
     }
 
     void emptyIdentifierAddsNothing()

@@ -6,6 +6,8 @@
 #include <brixlib/database/slogger.h>
 #include <brixlib/foundation/sdotnetcompatibilityhelper.h>
 
+#include <shared/utctime.h>
+
 #include <QtCore/QRegularExpression>
 
 using namespace Talverine;
@@ -57,7 +59,7 @@ private:
     {
         SDBRecord entry;
         entry.insert(u"head"_s, number);
-        const QDateTime date(QDate(2024, 1, 1), QTime(0, number), Qt::UTC);
+        const QDateTime date = utcTime(QDate(2024, 1, 1), QTime(0, number));
         entry.insert(SLogger::logDate(), SDotNetCompatibilityHelper::toBinary(date));
         return entry;
     }
