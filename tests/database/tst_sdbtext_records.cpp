@@ -59,7 +59,8 @@ private Q_SLOTS:
     {
         QSignalSpy inserted(&m_database, &SDBText::recordInserted);
         QSignalSpy modified(&m_database, &SDBText::databaseModified);
-        connect(&m_database, &SDBText::databaseModified, &inserted,
+        const QObject listener;
+        connect(&m_database, &SDBText::databaseModified, &listener,
                 [&] { QCOMPARE(inserted.size(), 1); });
         QVERIFY(insertAll(m_database, {u"cyan"_s}));
         QCOMPARE(inserted.size(), 1);
@@ -266,7 +267,8 @@ private Q_SLOTS:
         const QByteArray before = m_device.data();
         QSignalSpy removed(&m_database, &SDBText::recordRemoved);
         QSignalSpy modified(&m_database, &SDBText::databaseModified);
-        connect(&m_database, &SDBText::databaseModified, &removed,
+        const QObject listener;
+        connect(&m_database, &SDBText::databaseModified, &listener,
                 [&] { QCOMPARE(removed.size(), 1); });
         QVERIFY(m_database.remove(u"magenta"_s));
         QCOMPARE(removed.at(0).at(0).toString(), u"magenta"_s);
