@@ -41,8 +41,9 @@ void declareDatabaseUser(CLI::App *command, DatabaseUser *user)
 
 CLI::Option *declareFields(CLI::App *command, QStringList *texts)
 {
-    return addTexts(command, "FIELD=VALUE", texts,
-                    "What the field is to hold; the same field twice makes it a list");
+    // Newer releases of CLI11 take no "=" in a name.
+    return addTexts(command, "FIELDS", texts,
+                    "Each FIELD=VALUE; the same field twice makes it a list");
 }
 
 SDBRecord fieldsOf(const QStringList &texts)
