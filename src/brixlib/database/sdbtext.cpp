@@ -2,7 +2,6 @@
 #include <brixlib/database/sdbtext.h>
 
 #include <brixlib/database/sdbtext_p.h>
-#include <brixlib/database/ssignature.h>
 
 #include <QtCore/QDebug>
 #include <QtCore/QFile>
@@ -207,8 +206,7 @@ DBError SDBText::writeEmpty(QIODevice *device, const QString &key, DBAuthGrants 
     DatabaseHead head;
     head.key = key;
     head.owner = d->user;
-    if (!d->password.isEmpty())
-        head.passwd = SSignature::generate(d->password, QCryptographicHash::Sha1);
+    head.passwd = d->headPassword();
     head.grants = grants;
     head.culture = locale;
     head.version = version;

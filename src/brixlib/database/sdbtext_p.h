@@ -40,6 +40,8 @@ public:
     // The user
     void setUser(const QString &name, const QString &secret);
     bool isOwner() const;
+    //! What a database of the user's has for a password; nothing without one.
+    QString headPassword() const { return password.isEmpty() ? QString() : m_passwordHash; }
     bool mayRead() const;
     bool mayWrite() const;
     bool mayInsert() const;
