@@ -109,6 +109,16 @@ private Q_SLOTS:
         QVERIFY(m_server->logShowing("nobody can log in").contains("nobody can log in"));
     }
 
+    void homesThatOverlapAreTold()
+    {
+        QVERIFY(QDir().mkdir(m_server->path(u"homes"_s)));
+        m_server->users.insert(new SUserData(u"bob"_s, u"other"_s, m_server->path(u"homes"_s)));
+        QVERIFY(m_server->start());
+        const QByteArray warning = "brix: ann can read and change " +
+                                   m_server->path(u"homes"_s).toUtf8() + ", the home of bob: ";
+        QVERIFY(m_server->logShowing(warning).contains(warning));
+    }
+
     void signalStopsCleanly_data()
     {
         QTest::addColumn<int>("signal");

@@ -109,18 +109,131 @@ private Q_SLOTS:
         QVERIFY(stored(u"ann"_s).isValid());
     }
 
-    void addReplacesTheUserOfThatName()
+    void addOfANameThatExistsIsRefused()
+    {
+        QCOMPARE(add(u"ann"_s, {u"--disabled"_s, u"--fullname"_s, u"Ann Smith"_s}).exitCode, 0);
+        const QByteArray before = read(m_file);
+        m_tool.password = u"other"_s;
+        const auto result = add(u"ANN"_s);
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY(result.out.isEmpty());
+        QVERIFY2(result.err.contains("has a user ann already"), result.err.constData());
+        QVERIFY2(result.err.contains("--replace"), result.err.constData());
+        QCOMPARE(read(m_file), before);
+    }
+
+    void addWithReplaceReplacesTheUserOfThatName()
     {
         QCOMPARE(add(u"ann"_s).exitCode, 0);
         QCOMPARE(add(u"bob"_s).exitCode, 0);
         m_tool.password = u"other"_s;
-        const auto result = add(u"ANN"_s, {u"--disabled"_s});
+        const auto result = add(u"ANN"_s, {u"--disabled"_s, u"--replace"_s});
         QCOMPARE(result.exitCode, 0);
         QCOMPARE(result.out, "replaced ann\n"_ba);
         QCOMPARE(SAuthenticationDb::fromFile(m_file).users(), (QList<QString>{u"ann"_s, u"bob"_s}));
         QCOMPARE(stored(u"ann"_s).hashedPassword(), SUserData::hashPassword(u"other"_s));
         QVERIFY(!stored(u"ann"_s).enabled());
         QVERIFY(stored(u"bob"_s).isValid());
+    }
+
+    void passwdChangesNothingButThePassword()
+    {
+        QCOMPARE(add(u"ann"_s, {u"--disabled"_s, u"--fullname"_s, u"Ann Smith"_s, u"--email"_s,
+                                u"ann@example.com"_s})
+                     .exitCode,
+                 0);
+        m_tool.password = u"other"_s;
+        const auto result = user({u"passwd"_s, m_file, u"Ann"_s});
+        QCOMPARE(result.exitCode, 0);
+        QCOMPARE(result.out, "changed the password of ann\n"_ba);
+        QVERIFY(stored(u"ann"_s) == SUserData(u"ann"_s, u"other"_s, m_dir->path(), u"Ann Smith"_s,
+                                              u"ann@example.com"_s, true));
+    }
+
+    void enableAndDisableChangeNothingElse()
+    {
+        QCOMPARE(add(u"ann"_s, {u"--fullname"_s, u"Ann Smith"_s}).exitCode, 0);
+        const SUserData before = stored(u"ann"_s);
+        auto result = user({u"disable"_s, m_file, u"Ann"_s});
+        QCOMPARE(result.exitCode, 0);
+        QCOMPARE(result.out, "disabled ann\n"_ba);
+        SUserData disabled = before;
+        disabled.setEnabled(false);
+        QVERIFY(stored(u"ann"_s) == disabled);
+        result = user({u"enable"_s, m_file, u"ann"_s});
+        QCOMPARE(result.exitCode, 0);
+        QCOMPARE(result.out, "enabled ann\n"_ba);
+        QVERIFY(stored(u"ann"_s) == before);
+    }
+
+    void changeOfAnUnknownUserChangesNothing_data()
+    {
+        QTest::addColumn<QString>("command");
+        for (const auto *command : {"passwd", "enable", "disable", "remove"})
+            QTest::newRow(command) << QString::fromLatin1(command);
+    }
+
+    void changeOfAnUnknownUserChangesNothing()
+    {
+        QFETCH(QString, command);
+        QCOMPARE(add(u"ann"_s).exitCode, 0);
+        const QByteArray before = read(m_file);
+        const auto result = user({command, m_file, u"eve"_s});
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY2(result.err.contains("has no user eve"), result.err.constData());
+        QCOMPARE(read(m_file), before);
+        QCOMPARE(user({command, m_dir->filePath(u"missing.json"_s), u"ann"_s}).exitCode, 4);
+    }
+
+    void homesThatOverlapAreTold_data()
+    {
+        QTest::addColumn<QString>("annsHome");
+        QTest::addColumn<QString>("bobsHome");
+        QTest::addColumn<QString>("whoReaches");
+        QTest::newRow("beginning of the other") << u"job"_s << u"jobs"_s << u"ann"_s;
+        QTest::newRow("the other is the beginning") << u"jobs"_s << u"job"_s << u"bob"_s;
+        QTest::newRow("without case") << u"Job"_s << u"jobs"_s << u"ann"_s;
+        QTest::newRow("below the other") << u"job"_s << u"job/today"_s << u"ann"_s;
+        QTest::newRow("the same") << u"job"_s << u"job"_s << QString();
+        QTest::newRow("others") << u"job"_s << u"bob"_s << QString();
+    }
+
+    void homesThatOverlapAreTold()
+    {
+        QFETCH(QString, annsHome);
+        QFETCH(QString, bobsHome);
+        QFETCH(QString, whoReaches);
+        const auto addAt = [this](const QString &name, const QString &home) {
+            QDir(m_dir->path()).mkpath(home);
+            return user({u"add"_s, m_file, name, u"--home"_s, m_dir->filePath(home)});
+        };
+        const auto first = addAt(u"ann"_s, annsHome);
+        QCOMPARE(first.exitCode, 0);
+        const auto second = addAt(u"bob"_s, bobsHome);
+        QCOMPARE(second.exitCode, 0);
+        const bool annReaches = whoReaches == u"ann";
+        const QString warning = u"brix: %1 can read and change %2, the home of %3: "_s.arg(
+            whoReaches, m_dir->filePath(annReaches ? bobsHome : annsHome),
+            annReaches ? u"bob"_s : u"ann"_s);
+        if (whoReaches.isEmpty())
+            QCOMPARE(second.err, QByteArray());
+        else
+            QVERIFY2(second.err.startsWith(warning.toUtf8()), second.err.constData());
+        QCOMPARE(second.err.count('\n'), whoReaches.isEmpty() ? 0 : 1);
+    }
+
+    void folderBesideTheHomeThatIsReachedIsTold()
+    {
+        for (const QString &name : {u"job"_s, u"jobs"_s, u"JOBS2"_s, u"other"_s, u"job/below"_s})
+            QVERIFY(QDir(m_dir->path()).mkdir(name));
+        const auto result =
+            user({u"add"_s, m_file, u"ann"_s, u"--home"_s, m_dir->filePath(u"job"_s)});
+        QCOMPARE(result.exitCode, 0);
+        QVERIFY2(
+            result.err.contains("ann can read and change " + m_dir->path().toUtf8() + "/jobs:"),
+            result.err.constData());
+        QVERIFY2(result.err.contains("/JOBS2:"), result.err.constData());
+        QCOMPARE(result.err.count('\n'), 2);
     }
 
     void homeIsResolvedByTheCallersFolder()
@@ -139,7 +252,7 @@ private Q_SLOTS:
         QCOMPARE(result.exitCode, 0);
         QVERIFY2(result.err.contains("does not exist here"), result.err.constData());
         const auto quiet = user(
-            {u"add"_s, m_file, u"ann"_s, u"--quiet"_s, u"--home"_s, m_dir->filePath(u"missing"_s)});
+            {u"add"_s, m_file, u"bob"_s, u"--quiet"_s, u"--home"_s, m_dir->filePath(u"missing"_s)});
         QCOMPARE(quiet.exitCode, 0);
         QVERIFY(quiet.err.isEmpty());
     }
@@ -254,16 +367,6 @@ private Q_SLOTS:
         QCOMPARE(add(u"bob"_s).exitCode, 0);
     }
 
-    void removeOfAnUnknownUserChangesNothing()
-    {
-        QCOMPARE(add(u"ann"_s).exitCode, 0);
-        const auto before = read(m_file);
-        const auto result = user({u"remove"_s, m_file, u"eve"_s});
-        QCOMPARE(result.exitCode, 1);
-        QVERIFY2(result.err.contains("has no user eve"), result.err.constData());
-        QCOMPARE(read(m_file), before);
-    }
-
     void damagedFileIsNeverOverwritten_data()
     {
         QTest::addColumn<QByteArray>("content");
@@ -293,7 +396,10 @@ private Q_SLOTS:
         QVERIFY(write(m_file, content));
         for (const auto &arguments :
              {QStringList{u"add"_s, m_file, u"bob"_s, u"--home"_s, u"/"_s},
-              QStringList{u"remove"_s, m_file, u"ann"_s}, QStringList{u"list"_s, m_file}}) {
+              QStringList{u"remove"_s, m_file, u"ann"_s}, QStringList{u"list"_s, m_file},
+              QStringList{u"passwd"_s, m_file, u"ann"_s},
+              QStringList{u"enable"_s, m_file, u"ann"_s},
+              QStringList{u"disable"_s, m_file, u"ann"_s}}) {
             const auto result = user(arguments);
             QCOMPARE(result.exitCode, 1);
             QVERIFY(result.out.isEmpty());

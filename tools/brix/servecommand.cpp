@@ -2,6 +2,7 @@
 // brix serve: a file server.
 #include "commandname.h"
 #include "failure.h"
+#include "homeoverlap.h"
 #include "interruption.h"
 #include "tool.h"
 #include "userfile.h"
@@ -123,6 +124,8 @@ public:
         m_output.result(u"listening on "_s + where, {{u"listening"_s, where}});
         if (m_users.isEmpty())
             m_output.note(u"brix: the user file has no user; nobody can log in"_s);
+        for (const QString &warning : HomeOverlap::warnings(m_users))
+            m_output.note(u"brix: "_s + warning);
     }
 
     // Returns when the interruption has come and all sessions have ended.

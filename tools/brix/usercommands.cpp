@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // brix user: edits the file of a server's users.
+#include "homeoverlap.h"
 #include "passwordsource.h"
 #include "tool.h"
 #include "userfile.h"
@@ -16,6 +17,31 @@ using Talverine::SUserData;
 
 namespace {
 
+SUserData existingUser(const SAuthenticationDb &users, const QString &file, const QString &name)
+{
+    const auto user = users.sharedUser(name.toLower());
+    if (!user)
+        throw Failure{ExitCode::Refused, u"%1 has no user %2"_s.arg(file, name.toLower())};
+    return SUserData(user.get());
+}
+
+Talverine::Security::SSecureString newPassword(const PasswordSource &source, const QString &name)
+{
+    QString error;
+    const auto password = source.chosen(name, &error);
+    if (!password)
+        throw Failure{ExitCode::Usage, error};
+    return *password;
+}
+
+void declarePassword(CLI::App *command, PasswordSource *password)
+{
+    command->add_flag("--password-stdin", password->fromStdin,
+                      "Read the password from the first line of stdin");
+}
+
+// add
+
 struct AddOptions
 {
     QString file;
@@ -24,6 +50,7 @@ struct AddOptions
     QString fullname;
     QString email;
     bool disabled = false;
+    bool replace = false;
     PasswordSource password;
 };
 
@@ -31,38 +58,60 @@ void declareAdd(CLI::App *command, AddOptions *options)
 {
     addPath(command, "FILE", &options->file, "The user file; made when it is missing")->required();
     addText(command, "NAME", &options->name, "Name to log in with; kept in lower case")->required();
-    addPath(command, "--home", &options->home, "Folder on the server that the user is kept in")
+    addPath(command, "--home", &options->home, "Directory on the server that the user is kept in")
         ->required();
     addText(command, "--fullname", &options->fullname, "Name for people");
     addText(command, "--email", &options->email, "Address for people");
     command->add_flag("--disabled", options->disabled, "The user may not log in");
-    command->add_flag("--password-stdin", options->password.fromStdin,
-                      "Read the password from the first line of stdin");
+    command->add_flag("--replace", options->replace,
+                      "Replace a user of that name, with all that the file has about the user");
+    declarePassword(command, &options->password);
+}
+
+void requireNewName(const SAuthenticationDb &users, const AddOptions &options)
+{
+    const QString name = options.name.toLower();
+    if (!options.replace && users.contains(name))
+        throw Failure{ExitCode::Refused,
+                      u"%1 has a user %2 already; use --replace to replace all of it, or brix user "
+                      "passwd, enable or disable to change one thing"_s.arg(options.file, name)};
+}
+
+void tellAboutHome(const Output &output, const SAuthenticationDb &users, const SUserData &user)
+{
+    if (!QFileInfo(user.homeFolder()).isDir())
+        output.note(u"brix: %1 does not exist here; nobody can log in before it does"_s.arg(
+            user.homeFolder()));
+    for (const QString &warning : HomeOverlap::warningsAbout(users, user.username()))
+        output.note(u"brix: "_s + warning);
 }
 
 ExitCode add(const Output &output, const AddOptions &options)
 {
     if (options.name.isEmpty())
         throw Failure{ExitCode::Usage, u"the name is empty"_s};
-    QString error;
-    const auto password = options.password.chosen(options.name, &error);
-    if (!password)
-        throw Failure{ExitCode::Usage, error};
+    const UserFile file(options.file);
+    // Before the caller is asked for a password in vain.
+    requireNewName(file.readOrEmpty(), options);
+    const auto password = newPassword(options.password, options.name);
 
-    const SUserData user(options.name, SUserData::hashPassword(*password), options.home,
+    const SUserData user(options.name, SUserData::hashPassword(password), options.home,
                          options.fullname, options.email, options.disabled);
     bool replaced = false;
-    UserFile(options.file).edit([&](SAuthenticationDb &users) {
+    SAuthenticationDb result;
+    file.edit([&](SAuthenticationDb &users) {
+        requireNewName(users, options);
         replaced = users.contains(user.username());
         users.insert(user.clone());
+        result = users;
     });
-    if (!QFileInfo(options.home).isDir())
-        output.note(
-            u"brix: %1 does not exist here; nobody can log in before it does"_s.arg(options.home));
+    tellAboutHome(output, result, user);
     output.result((replaced ? u"replaced %1"_s : u"added %1"_s).arg(user.username()),
                   {{u"username"_s, user.username()}, {u"replaced"_s, replaced}});
     return ExitCode::Done;
 }
+
+// list
 
 struct ListOptions
 {
@@ -101,24 +150,76 @@ ExitCode list(const Output &output, const ListOptions &options)
     return ExitCode::Done;
 }
 
-struct RemoveOptions
+// passwd, enable, disable, remove
+
+struct NamedUser
 {
     QString file;
     QString name;
+    PasswordSource password;
 };
 
-void declareRemove(CLI::App *command, RemoveOptions *options)
+void declareNamedUser(CLI::App *command, NamedUser *options)
 {
     addPath(command, "FILE", &options->file, "The user file")->required();
     addText(command, "NAME", &options->name, "Name of the user")->required();
 }
 
-ExitCode remove(const Output &output, const RemoveOptions &options)
+void declarePasswd(CLI::App *command, NamedUser *options)
+{
+    declareNamedUser(command, options);
+    declarePassword(command, &options->password);
+}
+
+// A missing file is not made, as an edit would.
+void requireUser(const NamedUser &options)
+{
+    static_cast<void>(existingUser(UserFile(options.file).read(), options.file, options.name));
+}
+
+// Changes one user, and leaves all else that the file has about the user as it is.
+ExitCode change(const Output &output, const NamedUser &options, const QString &text,
+                const std::function<void(SUserData &)> &edit)
+{
+    requireUser(options);
+    UserFile(options.file).edit([&](SAuthenticationDb &users) {
+        SUserData user = existingUser(users, options.file, options.name);
+        edit(user);
+        users.insert(user.clone());
+    });
+    const QString name = options.name.toLower();
+    output.result(text.arg(name), {{u"username"_s, name}});
+    return ExitCode::Done;
+}
+
+ExitCode passwd(const Output &output, const NamedUser &options)
+{
+    // Before the caller is asked for a password in vain.
+    static_cast<void>(existingUser(UserFile(options.file).read(), options.file, options.name));
+    const auto password = newPassword(options.password, options.name);
+    return change(output, options, u"changed the password of %1"_s, [&](SUserData &user) {
+        user.setHashedPassword(SUserData::hashPassword(password));
+    });
+}
+
+ExitCode enable(const Output &output, const NamedUser &options)
+{
+    return change(output, options, u"enabled %1"_s, [](SUserData &user) { user.setEnabled(true); });
+}
+
+ExitCode disable(const Output &output, const NamedUser &options)
+{
+    return change(output, options, u"disabled %1"_s,
+                  [](SUserData &user) { user.setEnabled(false); });
+}
+
+ExitCode remove(const Output &output, const NamedUser &options)
 {
     const QString name = options.name.toLower();
+    requireUser(options);
     UserFile(options.file).edit([&](SAuthenticationDb &users) {
-        if (!users.remove(name))
-            throw Failure{ExitCode::Refused, u"%1 has no user %2"_s.arg(options.file, name)};
+        static_cast<void>(existingUser(users, options.file, name));
+        users.remove(name);
     });
     output.result(u"removed %1"_s.arg(name), {{u"username"_s, name}});
     return ExitCode::Done;
@@ -131,13 +232,19 @@ void addUserCommands(CLI::App *cli, Tool *tool)
     auto *family = cli->add_subcommand("user", "Edit the file of a server's users");
     family->require_subcommand(1);
     family->footer("Example:\n  brix user list users.json");
-    addCommand<AddOptions>(family, tool, "add", "Add a user, or replace the one of that name",
+    addCommand<AddOptions>(family, tool, "add", "Add a user",
                            "brix user add users.json ann --home /srv/ann --fullname \"Ann Smith\"",
                            declareAdd, add);
     addCommand<ListOptions>(family, tool, "list", "List the users", "brix user list users.json",
                             declareList, list);
-    addCommand<RemoveOptions>(family, tool, "remove", "Remove a user",
-                              "brix user remove users.json ann", declareRemove, remove);
+    addCommand<NamedUser>(family, tool, "passwd", "Change the password of a user",
+                          "brix user passwd users.json ann", declarePasswd, passwd);
+    addCommand<NamedUser>(family, tool, "enable", "Let a disabled user log in again",
+                          "brix user enable users.json ann", declareNamedUser, enable);
+    addCommand<NamedUser>(family, tool, "disable", "Keep a user from logging in",
+                          "brix user disable users.json ann", declareNamedUser, disable);
+    addCommand<NamedUser>(family, tool, "remove", "Remove a user",
+                          "brix user remove users.json ann", declareNamedUser, remove);
 }
 
 } // namespace Brix

@@ -117,6 +117,11 @@ bool UserFile::isMissingOrEmpty() const
     return !info.exists() || (info.isFile() && info.size() == 0);
 }
 
+SAuthenticationDb UserFile::readOrEmpty() const
+{
+    return isMissingOrEmpty() ? SAuthenticationDb() : read();
+}
+
 void UserFile::edit(const std::function<void(SAuthenticationDb &)> &change) const
 {
     QLockFile lock(m_fileName + u".lock"_s);
@@ -127,9 +132,7 @@ void UserFile::edit(const std::function<void(SAuthenticationDb &)> &change) cons
                 ? u"%1 is being edited by someone else"_s.arg(m_fileName)
                 : u"cannot make %1.lock: the folder is missing or may not be written"_s.arg(
                       m_fileName)};
-    SAuthenticationDb users;
-    if (!isMissingOrEmpty())
-        users = read();
+    SAuthenticationDb users = readOrEmpty();
     change(users);
     write(users);
 }

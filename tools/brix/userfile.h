@@ -20,6 +20,8 @@ public:
 
     //! The users; throws Failure.
     Talverine::SAuthenticationDb read() const;
+    //! As read(), but a missing or empty file is a table without users.
+    Talverine::SAuthenticationDb readOrEmpty() const;
 
     /*!
      * Reads the users, lets \a change alter them, and puts a new file in the old one's place in one

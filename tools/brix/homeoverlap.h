@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <brixlib/protocol/sauthenticationdb.h>
+
+#include <QtCore/QStringList>
+
+namespace Brix {
+
+/*!
+ * Finds what a user reaches outside the home directory because the path jail compares only the
+ * beginning of a path, without case: with the home "/srv/ann" also "/srv/anna" and "/srv/Ann".
+ *
+ * A home directory below another one is reported as well. Users with the same home are not.
+ */
+class HomeOverlap final
+{
+public:
+    /*!
+     * Reads the parent directories of all homes. Returns one sentence for each pair of homes and
+     * for each directory beside a home, with what to do. At most 20; one more sentence then tells
+     * how many are left out.
+     */
+    static QStringList warnings(const Talverine::SAuthenticationDb &users);
+    //! The sentences that concern the user \a name.
+    static QStringList warningsAbout(const Talverine::SAuthenticationDb &users,
+                                     const QString &name);
+};
+
+} // namespace Brix
