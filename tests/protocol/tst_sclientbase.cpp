@@ -6,6 +6,7 @@
 
 #include <brixlib/protocol/scommandqueue.h>
 
+#include <QtCore/QSemaphore>
 #include <QtCore/QTimer>
 #include <QtNetwork/QHostInfo>
 
@@ -133,6 +134,7 @@ private Q_SLOTS:
     void nackOfCompletionEndsTheSession();
     void wordThatIsNeitherAckNorNackEndsTheSession();
     void commandWithoutIdEndsTheSession();
+    void nullCommandIsReportedWithTheNullId();
     void commandThatCannotBeWrittenEndsTheSession();
     void unknownCommandIsSentButNotHandled();
     void failedCommandLeavesTheOthersInTheQueue();
@@ -166,6 +168,8 @@ private Q_SLOTS:
 
     // The end.
     void disconnectClosesTheConnection();
+    void disconnectFromAnotherThreadIsDoneByTheWorker();
+    void disconnectDuringAnExchangeComesAfterIt();
     void disconnectWithoutSocketDoesNothing();
     void closesTheConnectionWhenItHasFinished();
     void lossOfTheConnectionEndsTheIdleClient();
@@ -703,6 +707,29 @@ void tst_SClientBase::commandWithoutIdEndsTheSession()
     QCOMPARE(server.received(), QByteArray());
 }
 
+void tst_SClientBase::nullCommandIsReportedWithTheNullId()
+{
+    class Empty final : public SConcreteCommand<Empty>
+    {
+    public:
+        Empty()
+            : SConcreteCommand(Wire::word("none"))
+        {
+        }
+        bool isNull() const override { return true; }
+    };
+    RawServer server(answers({}));
+    ClientSession session(server.port());
+    QVERIFY(session.open());
+    session.client->enqueueCommand(new Empty);
+    QVERIFY(session.ends());
+    QCOMPARE(session.results.count(), 1);
+    QVERIFY(session.results.value<0>().isNull());
+    QVERIFY(!session.results.value<1>());
+    QCOMPARE(session.finished.value(), SimpleWorkerError::WorkError);
+    QCOMPARE(server.received(), QByteArray());
+}
+
 void tst_SClientBase::commandThatCannotBeWrittenEndsTheSession()
 {
     class Unwritable final : public SConcreteCommand<Unwritable>
@@ -1176,6 +1203,47 @@ void tst_SClientBase::disconnectClosesTheConnection()
     session.inThread([&] { session.client->disconnect(); });
     QVERIFY(session.ends());
     QCOMPARE(session.finished.value(), SimpleWorkerError::InterruptRequested);
+    QVERIFY(server.finishes());
+}
+
+void tst_SClientBase::disconnectFromAnotherThreadIsDoneByTheWorker()
+{
+    RawServer server(answers({}));
+    ClientSession session(server.port());
+    QVERIFY(session.open());
+    std::atomic<QThread *> closedBy = nullptr;
+    connect(
+        session.client->socket(), &STcpSocket::disconnected, session.client->socket(),
+        [&] { closedBy = QThread::currentThread(); }, Qt::DirectConnection);
+    const QThread *const worker = session.client->thread();
+    session.client->disconnect();
+    QVERIFY(session.ends());
+    QCOMPARE(closedBy, worker);
+    QCOMPARE(session.finished.value(), SimpleWorkerError::InterruptRequested);
+    QVERIFY(server.finishes());
+}
+
+void tst_SClientBase::disconnectDuringAnExchangeComesAfterIt()
+{
+    QSemaphore isAsked;
+    QSemaphore mayAnswer;
+    RawServer server([&](RawConnection &peer) {
+        peer.send(RawServer::uuid());
+        peer.readCommand();
+        isAsked.release();
+        mayAnswer.acquire();
+        peer.send(RawBytes::ack() + RawBytes::frame(RawBytes::text(u"alice")) + RawBytes::ack());
+        peer.readToEnd();
+    });
+    ClientSession session(server.port());
+    QVERIFY(session.open());
+    session.client->whoAmI();
+    const bool asked = isAsked.tryAcquire(1, 10000);
+    session.client->disconnect();
+    mayAnswer.release();
+    QVERIFY(asked);
+    QVERIFY(session.ends());
+    QCOMPARE(session.exchanges(), QList<QByteArray>({"wami+"}));
     QVERIFY(server.finishes());
 }
 

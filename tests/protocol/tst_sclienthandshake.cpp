@@ -95,6 +95,8 @@ private Q_SLOTS:
     void orderOfHeldCommandsIsKept();
     void commandQueuedDuringTheReleaseStaysBehind();
     void handshakeCommandsAreNotHeld();
+    void loginBeforeTheGreetingIsToldInTheDebugLog();
+    void loginOnConnectedPasses();
     void failedLoginKeepsHeldCommands();
     void failedLoginHoldsNothingMore();
     void laterLoginSendsHeldCommands();
@@ -429,6 +431,42 @@ void tst_SClientHandshake::handshakeCommandsAreNotHeld()
     QVERIFY(session.waitForExchanges(6));
     QCOMPARE(session.exchanges(),
              QList<QByteArray>({"auth+", "auth+", "cmdl+", "cmdl+", "strv+", "strv+"}));
+}
+
+void tst_SClientHandshake::loginBeforeTheGreetingIsToldInTheDebugLog()
+{
+    RawHandshake refusing;
+    refusing.status = 0;
+    RawServer server(serve(refusing));
+    ClientSession session(server.port());
+    SignalLog logins(session.client, &SClientBase::authenticationResult);
+    QTest::ignoreMessage(QtDebugMsg, "SClientBase::authenticate: called before connected(), "
+                                     "the login will fail");
+    session.client->authenticate(u"alice"_s, kPassword);
+    QVERIFY(session.open());
+    QVERIFY(logins.waitForCount(1));
+    QCOMPARE(logins.value(), AuthenticationStatus::NotAuthenticated);
+    // Hashed without a greeting, which no server takes.
+    QCOMPARE(received(server, session),
+             RawBytes::authentication(u"alice",
+                                      RawBytes::challengeAnswer(kPassword, QByteArray(16, '\0'))));
+}
+
+// The example of the header.
+void tst_SClientHandshake::loginOnConnectedPasses()
+{
+    RawServer server(serve(handshakeWith({"prob", 0x00010100}), 1));
+    SClientController controller;
+    auto *client = new TestClient(server.port());
+    SignalLog results(client, &SClientBase::commandResult);
+    connect(client, &SClientBase::connected, client, [client] {
+        client->authenticate(u"alice"_s, kPassword);
+        client->enqueueCommand(new ProbeCommand);
+    });
+    controller.connectClientAsync(client, true);
+    const auto isProbed = [&] { return results.value<0>() == ProbeCommand().id(); };
+    QVERIFY(QTest::qWaitFor(isProbed, 10000));
+    QVERIFY(results.value<1>());
 }
 
 void tst_SClientHandshake::failedLoginKeepsHeldCommands()

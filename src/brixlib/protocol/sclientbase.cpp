@@ -17,6 +17,7 @@
 #include <brixlib/protocol/wire.h>
 #include <brixsec/ssecurecredential.h>
 
+#include <QtCore/QThread>
 #include <QtCore/QTimer>
 #include <QtNetwork/QHostInfo>
 
@@ -217,6 +218,11 @@ void SClientBase::linkTest(int uploadSeconds, int downloadSeconds)
 
 void SClientBase::disconnect()
 {
+    if (thread() != QThread::currentThread()) {
+        QMetaObject::invokeMethod(
+            this, [this] { disconnect(); }, Qt::QueuedConnection);
+        return;
+    }
     if (!isNull())
         socket()->disconnectFromHost();
 }
@@ -293,8 +299,8 @@ bool SClientBase::doWork()
         Q_EMIT commandResult(none, true);
         return true;
     }
-    const SCommandId id = command->id();
     m_wasRefused = false;
+    const SCommandId id = command->isNull() ? none : command->id();
     const bool done = !command->isNull() && exchange(command.get());
     command.reset();
     Q_EMIT commandResult(id, done);

@@ -45,8 +45,17 @@ class SSecureString;
  *     connect(client, &SClientBase::whoAmIResult, this, &Window::showUser);
  *     if (controller.connectClient(client, true)) {
  *         client->authenticate(u"alice"_s, password);
- *         client->whoAmI(); // goes out after the login
+ *         client->whoAmI(); // sent after the login
  *     }
+ *
+ * SClientController::connectClient() returns after the greeting of the server, which authenticate()
+ * needs. With connectClientAsync() the order is: connect to connected(), start, then log in.
+ *
+ *     connect(client, &SClientBase::connected, client, [client, user, password] {
+ *         client->authenticate(user, password);
+ *         client->whoAmI();
+ *     });
+ *     controller.connectClientAsync(client, true);
  *
  * An instance is made without a parent and moved to a worker thread of its own by
  * SClientController. The operations that queue a command may be called from any thread while the
@@ -65,7 +74,7 @@ public:
     ~SClientBase() override;
 
     //! Sends the first waiting command, handles its answer, and tells by commandResult() how it
-    //! went; with no command waiting, the id is null. False ends the session.
+    //! went; without a command, or with one that isNull(), the id is null. False ends the session.
     bool doWork() override;
 
     // Queries.
@@ -117,9 +126,10 @@ public:
 
 public Q_SLOTS:
     /*!
-     * Logs in. To be called after started(), since the greeting salts the password. Other commands
-     * that are queued from here on wait until the server has accepted the login and told what it
-     * offers.
+     * Logs in. Must be called after connected(), since the greeting salts the password: an earlier
+     * login is refused like a wrong password, and a line of the debug log says so. Other commands
+     * that are queued from here on wait until the server has accepted the login and sent its list
+     * of commands. After a refused login they wait for the next one or clearPendingCommands().
      */
     void authenticate(const QString &username, const QString &password);
     void authenticate(const QString &username, const Security::SSecureString &password);
@@ -137,7 +147,8 @@ public Q_SLOTS:
     //! Measures the connection by sending and then receiving for so many seconds; below 1 a phase
     //! carries nothing.
     void linkTest(int uploadSeconds, int downloadSeconds);
-    //! Closes the connection; hides QObject::disconnect(). Only in the worker thread.
+    //! Closes the connection. Called from another thread, it returns at once and the worker thread
+    //! closes the connection after the exchange that it is in. Hides QObject::disconnect().
     void disconnect();
     //! Drops every command that has not been sent.
     void clearPendingCommands();

@@ -12,6 +12,7 @@
 #include <brixlib/protocol/wire.h>
 #include <brixsec/ssecurecredential.h>
 
+#include <QtCore/QDebug>
 #include <QtCore/QMutexLocker>
 
 #include <algorithm>
@@ -47,6 +48,8 @@ void SClientBase::authenticate(const Security::SSecureCredential &credential)
 
 void SClientBase::authenticateHashed(const QString &username, const QByteArray &hash)
 {
+    if (uuid().isNull())
+        qDebug() << "SClientBase::authenticate: called before connected(), the login will fail";
     {
         const QMutexLocker locker(&m_handshakeMutex);
         if (m_serverCommands.isEmpty())
