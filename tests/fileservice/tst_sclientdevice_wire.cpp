@@ -474,8 +474,7 @@ private Q_SLOTS:
             Error::Connection);
         row("device taken back", uuid + login + ack + nack, Error::File);
         row("file refused", uuid + login + ack + DeviceReply::no(), Error::File);
-        row("neither yes nor no", uuid + login + ack + "\2", Error::Connection);
-        row("all bits", uuid + login + ack + "\xFF", Error::Connection);
+        row("first byte of a nack word", uuid + login + ack + "\x55", Error::File);
     }
 
     void wrongWordsWhileOpening()
@@ -490,6 +489,46 @@ private Q_SLOTS:
         QVERIFY(!device.open(QIODevice::ReadOnly));
         QVERIFY(!device.isOpen());
         QCOMPARE(int(device.error()), error);
+    }
+
+    void anyOtherByteIsAYes_data()
+    {
+        QTest::addColumn<QByteArray>("byte");
+        for (const char byte : {'\1', '\2', '\x54', '\x56', '\x7F', '\x80', '\xA5', '\xFF'})
+            QTest::addRow("%02x", static_cast<uchar>(byte)) << QByteArray(1, byte);
+    }
+
+    void anyOtherByteIsAYes()
+    {
+        QFETCH(QByteArray, byte);
+        RawServer server([byte](RawConnection &peer) {
+            openDevice(peer, byte);
+            answerRequest(peer, DeviceRequest::seek(3), byte);
+            answerRequest(peer, DeviceRequest::read(3), DeviceReply::got("def"));
+            confirmClose(peer);
+        });
+        RawDevice device(server);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        QCOMPARE(device.error(), Error::None);
+        QVERIFY(device.seek(3));
+        QCOMPARE(device.read(3), "def"_ba);
+        bool ok = false;
+        device.close(&ok);
+        QVERIFY(ok);
+    }
+
+    void aSeekAnsweredWithANackIsRefused()
+    {
+        RawServer server([](RawConnection &peer) {
+            openDevice(peer);
+            answerRequest(peer, DeviceRequest::seek(9), RawBytes::nack());
+            peer.readToEnd();
+        });
+        RawDevice device(server);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        QVERIFY(!device.seek(9));
+        QCOMPARE(device.error(), Error::File);
+        QCOMPARE(device.pos(), 0);
     }
 
     void aRefusedFileIsStillEndedInOrder()

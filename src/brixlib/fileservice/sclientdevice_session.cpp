@@ -73,13 +73,13 @@ bool SClientDevice::Session::seek(qint64 position)
     return ask(ClientDeviceCommands::Seek, bigEndian(position));
 }
 
-// A request that is answered with one byte.
+// A request that is answered with one byte: 0 for no, any other for yes.
 bool SClientDevice::Session::ask(ClientDeviceCommands request, const QByteArray &argument)
 {
     char result = 0;
     const bool isAnswered = exchange([&] {
         return command(request, argument) && io.readAll(socket, &result, 1) == 1 &&
-               (result == 0 || result == 1);
+               result != kTakenBack;
     });
     if (isAnswered ? result == 0 : result == kTakenBack)
         return fail(Error::File);
