@@ -10,6 +10,8 @@
 #include <QtCore/QSemaphore>
 #include <QtCore/QStorageInfo>
 
+#include <type_traits>
+
 #include <sys/stat.h>
 
 using namespace Talverine;
@@ -50,6 +52,15 @@ QByteArray fileFields(quint32 version, qint64 size, const QString &name, const Q
         fields += removes ? '\1' : '\0';
     return fields;
 }
+
+// A database in the place of the parent does not compile.
+static_assert(!std::is_constructible_v<SServerFtp, qint64, SAuthenticationDb *>);
+static_assert(!std::is_constructible_v<SServerFtp, qint64, Interfaces::ISAuthenticationDb *>);
+static_assert(
+    !std::is_constructible_v<SServerFtp, qint64, Interfaces::ISAuthenticationDb *, QObject *>);
+static_assert(std::is_constructible_v<SServerFtp, qint64, QObject *>);
+static_assert(std::is_constructible_v<SServerFtp, qint64, std::nullptr_t>);
+static_assert(std::is_constructible_v<SServerFtp, qint64>);
 
 } // namespace
 

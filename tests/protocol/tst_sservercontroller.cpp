@@ -125,6 +125,21 @@ private Q_SLOTS:
         QVERIFY(!runner->isRunning());
     }
 
+    void aServerWithAParentIsRefused()
+    {
+        SServerController controller;
+        QObject parent;
+        auto *server = new SServerBase(0, &parent);
+        const char line[] = "SServerController::serveNewConnection: the server has a parent";
+        QTest::ignoreMessage(QtDebugMsg, line);
+        QVERIFY(!controller.serveNewConnection(server, true));
+        QTest::ignoreMessage(QtDebugMsg, line);
+        QVERIFY(!controller.serveNewConnectionAsync(server, true));
+        QCOMPARE(server->parent(), &parent);
+        QCOMPARE(server->thread(), QThread::currentThread());
+        QVERIFY(controller.findChildren<SSimpleBackgroundRunner *>().isEmpty());
+    }
+
     void aSessionThatCannotBeginGivesNull_data()
     {
         QTest::addColumn<bool>("autoDelete");

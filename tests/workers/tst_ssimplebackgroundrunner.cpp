@@ -135,6 +135,8 @@ private Q_SLOTS:
         Course course;
         QObject parent;
         auto *worker = new Worker(&course, Worker::Idles, &parent);
+        QTest::ignoreMessage(
+            QtDebugMsg, "SSimpleBackgroundRunner::setWorker: the worker is taken from its parent");
         const SSimpleBackgroundRunner runner(worker);
         QCOMPARE(worker->parent(), nullptr);
         QVERIFY(worker->thread() != QThread::currentThread());

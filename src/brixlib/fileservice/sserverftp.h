@@ -7,6 +7,8 @@
 #include <QtCore/QList>
 #include <QtCore/QString>
 
+#include <concepts>
+
 namespace Talverine {
 
 class FileTransfer;
@@ -57,6 +59,10 @@ class BRIXLIB_EXPORT SServerFtp : public SServerBase
 public:
     //! Takes over an accepted socket's descriptor; 0 stands for none.
     explicit SServerFtp(qint64 socketDescriptor = 0, QObject *parent = nullptr);
+    //! A database would be taken for the parent, and the session would have no users: call
+    //! setAuthenticationDb().
+    template<std::derived_from<Interfaces::ISAuthenticationDb> Database>
+    SServerFtp(qint64 socketDescriptor, Database *db, QObject *parent = nullptr) = delete;
     ~SServerFtp() override;
 
 Q_SIGNALS:

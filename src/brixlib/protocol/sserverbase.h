@@ -38,7 +38,8 @@ class SCommandStreamVersion;
  *     });
  *
  * A derived class registers prototypes of its commands in its constructor and overrides
- * executeCommand().
+ * executeCommand(). One whose constructor does not take the database, such as SServerFtp, is given
+ * it by setAuthenticationDb() before it is served.
  */
 class BRIXLIB_EXPORT SServerBase : public SCommunicatorBase
 {

@@ -20,6 +20,15 @@ namespace {
 
 constexpr int kAcceptRetryMs = 100;
 
+// A parent would delete the server while its thread runs.
+bool isRefused(const SServerBase &server)
+{
+    if (!server.parent())
+        return false;
+    qDebug() << "SServerController::serveNewConnection: the server has a parent";
+    return true;
+}
+
 } // namespace
 
 SServerController::SServerController(QObject *parent)
@@ -99,7 +108,7 @@ QString SServerController::errorString() const
 
 SSimpleBackgroundRunner *SServerController::serveNewConnection(SServerBase *server, bool autoDelete)
 {
-    if (!server)
+    if (!server || isRefused(*server))
         return nullptr;
     const QPointer<SSimpleBackgroundRunner> runner = m_runners->add(server);
     if (autoDelete)
@@ -120,6 +129,8 @@ SSimpleBackgroundRunner *SServerController::serveNewConnection(SServerBase *serv
 
 SSimpleBackgroundRunner *SServerController::serveNewConnectionAsync(SServerBase *server, bool start)
 {
+    if (server && isRefused(*server))
+        return nullptr;
     SSimpleBackgroundRunner *runner = m_runners->add(server);
     if (start)
         runner->start(QThread::InheritPriority);

@@ -52,8 +52,9 @@ public:
     QString errorString() const;
 
     /*!
-     * Runs \a server, which must have no parent, in a new thread, and waits with an event loop of
-     * its own until the session has begun. Null when it could not begin. With \a autoDelete the
+     * Runs \a server in a new thread and waits with an event loop of its own until the session has
+     * begun. Null when it could not begin. A server that has a parent is refused: the result is
+     * null, and the server with its connection stays with the parent. With \a autoDelete the
      * runner deletes itself when the thread has ended; otherwise it stays until this controller
      * dies. No further connection is accepted during the wait.
      */

@@ -5,6 +5,8 @@
 
 #include "workerend_p.h"
 
+#include <QtCore/QDebug>
+
 namespace Talverine {
 
 SSimpleBackgroundRunner::SSimpleBackgroundRunner(SSimpleWorker *worker, QObject *parent)
@@ -68,6 +70,8 @@ bool SSimpleBackgroundRunner::setWorker(SSimpleWorker *worker)
     if (!worker || m_thread->isRunning())
         return false;
 
+    if (worker->parent())
+        qDebug() << "SSimpleBackgroundRunner::setWorker: the worker is taken from its parent";
     worker->setParent(nullptr);
     worker->moveToThread(m_thread);
     m_worker = worker;

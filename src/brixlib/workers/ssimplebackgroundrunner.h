@@ -28,7 +28,8 @@ class BRIXLIB_EXPORT SSimpleBackgroundRunner : public QObject
     Q_OBJECT
 
 public:
-    //! Takes \a worker from its parent and moves it to the runner's thread, which start() starts.
+    //! Moves \a worker, which should have no parent, to the runner's thread, which start() starts.
+    //! A worker that has a parent is taken from it, with a line in the debug log.
     explicit SSimpleBackgroundRunner(SSimpleWorker *worker, QObject *parent = nullptr);
     //! Interrupts the worker and waits for its thread, however long that takes.
     ~SSimpleBackgroundRunner() override;
