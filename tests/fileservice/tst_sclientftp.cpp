@@ -480,6 +480,33 @@ private Q_SLOTS:
         QVERIFY(fetched.lastModified() >= fresh.lastModified());
     }
 
+    void replacedFileKeepsItsPermissions_data()
+    {
+        QTest::addColumn<bool>("isGet");
+        QTest::newRow("getFile, here") << true;
+        QTest::newRow("sendFile, on the server") << false;
+    }
+    void replacedFileKeepsItsPermissions()
+    {
+        QFETCH(const bool, isGet);
+        const QString here = m_client->path(u"a.txt"_s);
+        const QString there = m_server->path(u"a.txt"_s);
+        const QString target = isGet ? here : there;
+        QVERIFY(FileTree::write(here, "here"));
+        QVERIFY(FileTree::write(there, "there"));
+        QVERIFY(QFile::setPermissions(target, QFileDevice::ReadOwner | QFileDevice::WriteOwner));
+        const auto before = QFile::permissions(target);
+        QVERIFY(m_client->open(m_server->port()));
+        QVERIFY(m_client->run([isGet](SClientFtp &client) {
+            if (isGet)
+                client.getFile(u"a.txt"_s);
+            else
+                client.sendFile(u"a.txt"_s);
+        }));
+        QCOMPARE(FileTree::read(target), isGet ? "there"_ba : "here"_ba);
+        QCOMPARE(QFile::permissions(target), before);
+    }
+
     void getFilesFetchesWhatMatches_data()
     {
         QTest::addColumn<QString>("filters");

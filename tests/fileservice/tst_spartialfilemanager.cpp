@@ -3,8 +3,11 @@
 
 #include <QtCore/QProcess>
 #include <QtCore/QRegularExpression>
+#include <QtCore/QThread>
 
+#include <atomic>
 #include <cstdlib>
+#include <memory>
 
 using namespace Talverine;
 using namespace Qt::StringLiterals;
@@ -235,7 +238,7 @@ private Q_SLOTS:
         QCOMPARE(entries(dir), QStringList{u"report.pdf"_s});
     }
 
-    void completeWithoutAPartialFileLosesTheOlderFile()
+    void completeWithoutAPartialFileKeepsTheOlderFile()
     {
         QTemporaryDir dir;
         QVERIFY(write(dir.filePath(u"report.pdf"_s), "older"));
@@ -244,7 +247,68 @@ private Q_SLOTS:
             QVERIFY(!partial.complete());
             QVERIFY(!partial.isCompleted());
         }
-        QVERIFY(entries(dir).isEmpty());
+        QCOMPARE(entries(dir), QStringList{u"report.pdf"_s});
+        QCOMPARE(read(dir.filePath(u"report.pdf"_s)), "older"_ba);
+    }
+
+    // Replaced in two steps, the file is missing in between.
+    void readerAlwaysFindsTheFileWhileItIsReplaced()
+    {
+        QTemporaryDir dir;
+        const QString target = dir.filePath(u"report.pdf"_s);
+        QVERIFY(write(target, "older"));
+        std::atomic_bool isStarted = false;
+        std::atomic_bool isOver = false;
+        int missing = 0;
+        int wrong = 0;
+        const std::unique_ptr<QThread> reader(QThread::create([&] {
+            while (!isOver) {
+                QFile file(target);
+                if (!file.open(QIODevice::ReadOnly))
+                    ++missing;
+                else if (const QByteArray content = file.readAll();
+                         content != "older" && content != "newer")
+                    ++wrong;
+                isStarted = true;
+            }
+        }));
+        reader->start();
+        QTRY_VERIFY_WITH_TIMEOUT(isStarted, 20'000);
+        bool isReplaced = true;
+        for (int i = 0; i < 5000 && isReplaced; ++i) {
+            SPartialFileManager partial(target, true);
+            isReplaced = write(partial.fileName(false), "newer") && partial.complete();
+        }
+        isOver = true;
+        reader->wait();
+        QVERIFY(isReplaced);
+        QCOMPARE(missing, 0);
+        QCOMPARE(wrong, 0);
+    }
+
+    void linkIsReplacedAndWhatItLeadsToStays_data()
+    {
+        QTest::addColumn<bool>("leadsSomewhere");
+        QTest::newRow("a link to a file") << true;
+        QTest::newRow("a link to nowhere") << false;
+    }
+
+    void linkIsReplacedAndWhatItLeadsToStays()
+    {
+        QFETCH(const bool, leadsSomewhere);
+        QTemporaryDir dir;
+        const QString target = dir.filePath(u"report.pdf"_s);
+        const QString linked = dir.filePath(u"linked.pdf"_s);
+        QVERIFY(!leadsSomewhere || write(linked, "older"));
+        QVERIFY(QFile::link(linked, target));
+        SPartialFileManager partial(target, true);
+        QVERIFY(write(partial.fileName(false), "new"));
+        QVERIFY(partial.complete());
+        QVERIFY(!QFileInfo(target).isSymLink());
+        QCOMPARE(read(target), "new"_ba);
+        QCOMPARE(QFile::exists(linked), leadsSomewhere);
+        if (leadsSomewhere)
+            QCOMPARE(read(linked), "older"_ba);
     }
 
     void failedMoveLeavesThePartialFileToTheDestructor()
@@ -297,7 +361,7 @@ private Q_SLOTS:
         QVERIFY(partial.complete());
     }
 
-    void copyCompletedAfterTheOtherLosesTheFile()
+    void copyCompletedAfterTheOtherFailsAndKeepsTheFile()
     {
         QTemporaryDir dir;
         SPartialFileManager partial(dir.filePath(u"report.pdf"_s), true);
@@ -305,7 +369,7 @@ private Q_SLOTS:
         QVERIFY(write(partial.fileName(false), "content"));
         QVERIFY(partial.complete());
         QVERIFY(!copy.complete());
-        QVERIFY(entries(dir).isEmpty());
+        QCOMPARE(read(dir.filePath(u"report.pdf"_s)), "content"_ba);
     }
 
     void assignmentTakesAllFourValues()

@@ -98,8 +98,8 @@ private:
         return {u"get"_s, server->url(u"file"_s), local() + u"/file"_s};
     }
 
-    // Empty when no reader can come upon half a file: what has a final name is whole, and what was
-    // broken off lies under names that nobody asks for.
+    // Empty when a reader finds the older file or the new one, whole: what was broken off lies
+    // under names that nobody asks for.
     QString wrongIn(const QString &folder) const
     {
         const QStringList names = FileTree::below(folder);
@@ -110,6 +110,8 @@ private:
             if (name != u"file"_s || (content != kOlder && content != m_content))
                 return u"%1 has %2 bytes"_s.arg(name, QString::number(content.size()));
         }
+        if (!names.contains(u"file"_s))
+            return u"the file is missing"_s;
         return names.size() > 2 ? u"left: "_s + names.join(u", ") : QString();
     }
 

@@ -2,9 +2,21 @@
 #include "incomingfile_p.h"
 
 #include <QtCore/QFile>
+#include <QtCore/QFileInfo>
 #include <QtCore/QSaveFile>
 
 namespace Talverine {
+
+namespace {
+
+// Without the permissions that Qt adds for the user of this process: the superuser may write every
+// file, and a file that takes its permissions from there would become writable for its owner.
+constexpr QFileDevice::Permissions kOfTheFile =
+    QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner |
+    QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ExeGroup |
+    QFileDevice::ReadOther | QFileDevice::WriteOther | QFileDevice::ExeOther;
+
+} // namespace
 
 IncomingFile::IncomingFile(const QString &target)
     : m_partial(target, true)
@@ -24,7 +36,10 @@ bool IncomingFile::open(bool needsSync)
     else
         m_device = std::make_unique<QFile>(partialName);
     // Unbuffered, so that a full disk shows in the write and not, unseen, in the close.
-    return m_device->open(QIODevice::WriteOnly | QIODevice::Unbuffered);
+    if (!m_device->open(QIODevice::WriteOnly | QIODevice::Unbuffered))
+        return false;
+    takePermissionsOfOlderFile();
+    return true;
 }
 
 QIODevice *IncomingFile::device() const
@@ -34,11 +49,20 @@ QIODevice *IncomingFile::device() const
 
 bool IncomingFile::finish()
 {
+    takePermissionsOfOlderFile();
     if (auto *saveFile = qobject_cast<QSaveFile *>(m_device.get()))
         saveFile->commit();
     else
         m_device->close();
     return m_partial.complete();
+}
+
+// A storage without permissions has the same for all files, so a failure changes nothing.
+void IncomingFile::takePermissionsOfOlderFile()
+{
+    const QFileInfo older(name());
+    if (older.isFile())
+        m_device->setPermissions(older.permissions() & kOfTheFile);
 }
 
 } // namespace Talverine

@@ -52,7 +52,8 @@ class SCommandStorageInfo;
  *
  * A refusal by the server's file system is told by the result signal and the session goes on. A
  * failure of the exchange, a transfer that breaks off or a path outside the jail end the session;
- * nothing is retried or resumed. File dates and permissions do not travel.
+ * nothing is retried or resumed. File dates and permissions do not travel: a file that is replaced
+ * keeps its permissions, at both ends, and a new one has those of any new file.
  *
  * Thread: lives in its worker thread. The operations may be called from any thread; sendFiles() and
  * sendDir() read the local disk in the caller's. Call sendDir() with removal in the worker's thread

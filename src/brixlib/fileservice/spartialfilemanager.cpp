@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/fileservice/spartialfilemanager.h>
 
+#include <brixlib/protocol/systempath_p.h>
+
 #include <QtCore/QDebug>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
@@ -20,6 +22,16 @@ QString cleaned(QString fileName)
     std::replace_if(
         fileName.begin(), fileName.end(), [&](QChar c) { return refused.contains(c); }, u'_');
     return fileName;
+}
+
+// Replaces an older file in one step: QFile::rename() replaces nothing, and a reader that comes
+// after its removal finds no file.
+bool moveOver(const QString &from, const QString &to)
+{
+    std::error_code error;
+    std::filesystem::rename(systemPath(from), systemPath(to), error);
+    // Qt copies what the system cannot rename. It leaves alone what has the name.
+    return !error || QFile::rename(from, to);
 }
 
 } // namespace
@@ -71,8 +83,7 @@ bool SPartialFileManager::complete()
 {
     if (m_completed)
         return QFile::exists(m_fileName);
-    QFile::remove(m_fileName);
-    m_completed = QFile::rename(fileName(false), m_fileName);
+    m_completed = moveOver(fileName(false), m_fileName);
     return m_completed;
 }
 

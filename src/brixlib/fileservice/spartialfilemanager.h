@@ -18,8 +18,8 @@ namespace Talverine {
  *     if (!partial.complete())
  *         return false; // the destructor removes what was received
  *
- * A copy names the same partial file: the first of the two to end deletes it for both, and a
- * complete() of the one that comes after the other's loses the final file. Pass it by reference.
+ * A copy names the same partial file: the first of the two to be destroyed deletes it for both, and
+ * after the complete() of one that of the other fails. Pass it by reference.
  * The final name is taken through the character rule of the constructor as a whole,
  * folders included.
  *
@@ -48,9 +48,10 @@ public:
     bool deleteIncompleteFile() const;
 
     /*!
-     * Removes the final file if there is one, then moves the partial file to that name. False when
-     * the move fails; the older file is gone then as well. Once completed, tells whether the final
-     * file still exists.
+     * Moves the partial file to the final name. An older file of that name is replaced in one step;
+     * a link of that name is replaced as well, not what it leads to. Returns false when the move
+     * fails; the older file stays then. Once completed, returns whether the final file still
+     * exists.
      */
     [[nodiscard]] bool complete();
     bool isCompleted() const;
