@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixrt/sfilehelper.h>
 
+#include "fileidentity_p.h"
+
 #include <QtCore/QCoreApplication>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
@@ -9,6 +11,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <new>
+#include <optional>
 #include <utility>
 
 namespace Talverine {
@@ -73,6 +76,13 @@ bool resized(QByteArray &data, qsizetype size)
         return false;
     }
     return true;
+}
+
+// The name of a QSaveFile is that of the file it replaces later, and its handle another file's.
+std::optional<FileIdentity> identityOf(const QFileDevice &file)
+{
+    const bool isOpenFile = qobject_cast<const QFile *>(&file) && file.isOpen();
+    return isOpenFile ? fileIdentity(file.handle()) : fileIdentity(file.fileName());
 }
 
 struct ExitFiles
@@ -147,6 +157,18 @@ void SFileHelper::readAllBuffer(QIODevice *device, qint64 size, int bufferSize, 
         if (count <= 0)
             break;
     }
+}
+
+bool SFileHelper::isSameFile(const QString &a, const QString &b)
+{
+    const std::optional<FileIdentity> identity = fileIdentity(a);
+    return identity && identity == fileIdentity(b);
+}
+
+bool SFileHelper::isSameFile(const QFileDevice &a, const QFileDevice &b)
+{
+    const std::optional<FileIdentity> identity = identityOf(a);
+    return identity && identity == identityOf(b);
 }
 
 void SFileHelper::deleteFileOnExit(const QString &fileName)

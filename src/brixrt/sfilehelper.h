@@ -7,6 +7,7 @@
 #include <QtCore/QByteArrayView>
 #include <QtCore/QString>
 
+class QFileDevice;
 class QIODevice;
 
 namespace Talverine {
@@ -46,6 +47,18 @@ public:
     static QByteArray readAllBuffer(QIODevice *device, qint64 size, int bufferSize);
     //! The same in place of what \a data held, whose memory serves again.
     static void readAllBuffer(QIODevice *device, qint64 size, int bufferSize, QByteArray *data);
+
+    /*!
+     * Returns whether both paths lead to the same file: by the same name, through symbolic links,
+     * or as hard links. False when either file does not exist or cannot be examined.
+     */
+    [[nodiscard]] static bool isSameFile(const QString &a, const QString &b);
+    /*!
+     * The same for two file devices. An open QFile counts as the file that it has open, also when
+     * it was opened by handle or its name leads to another file by now. Any other device counts as
+     * the file that its name leads to.
+     */
+    [[nodiscard]] static bool isSameFile(const QFileDevice &a, const QFileDevice &b);
 
     /*!
      * Removes the file \a fileName when the program ends: when its QCoreApplication is destroyed,

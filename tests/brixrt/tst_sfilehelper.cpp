@@ -6,7 +6,9 @@
 #include <shared/seededrandom.h>
 
 #include <QtCore/QProcess>
+#include <QtCore/QSaveFile>
 
+#include <filesystem>
 #include <limits>
 
 #ifdef Q_OS_UNIX
@@ -43,6 +45,38 @@ protected:
     {
         return at == bytes.size() ? -1 : RecordingDevice::readData(data, maxSize);
     }
+};
+
+bool hardLink(const QString &file, const QString &link)
+{
+    std::error_code error;
+    std::filesystem::create_hard_link(QFileInfo(file).filesystemFilePath(),
+                                      QFileInfo(link).filesystemFilePath(), error);
+    return !error;
+}
+
+bool setBytes(const QString &path, const QByteArray &bytes)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush();
+}
+
+//! Two files of equal content, a hard link and a symbolic link to the first, and a missing one.
+struct Names
+{
+    Names()
+    {
+        if (!setBytes(file, "ink") || !setBytes(other, "ink") || !hardLink(file, hard) ||
+            !QFile::link(file, symbolic))
+            qFatal("no files");
+    }
+
+    QTemporaryDir folder;
+    QString file = folder.filePath(u"inks"_s);
+    QString other = folder.filePath(u"other"_s);
+    QString hard = folder.filePath(u"hard"_s);
+    QString symbolic = folder.filePath(u"symbolic.lnk"_s);
+    QString missing = folder.filePath(u"missing"_s);
 };
 
 // What this program does as a child, by the name of the ending: it registers `file`.
@@ -429,6 +463,55 @@ private Q_SLOTS:
     void fileWithoutANameIsNoFile()
     {
         SFileHelper::deleteFileOnExit(QString());
+    }
+
+    void sameFileUnderTwoNames()
+    {
+        const Names names;
+        QVERIFY(SFileHelper::isSameFile(names.file, names.file));
+        QVERIFY(SFileHelper::isSameFile(names.file, names.folder.filePath(u"./inks"_s)));
+        QVERIFY(SFileHelper::isSameFile(names.file, names.hard));
+        QVERIFY(SFileHelper::isSameFile(names.symbolic, names.hard));
+        QVERIFY(SFileHelper::isSameFile(names.folder.path(), names.folder.filePath(u"."_s)));
+    }
+
+    void twoFilesAreNotTheSame()
+    {
+        const Names names;
+        QVERIFY(!SFileHelper::isSameFile(names.file, names.other));
+        QVERIFY(!SFileHelper::isSameFile(names.file, names.missing));
+        QVERIFY(!SFileHelper::isSameFile(names.missing, names.missing));
+        QVERIFY(!SFileHelper::isSameFile(QString(), QString()));
+        QVERIFY(!SFileHelper::isSameFile(names.file, names.file + QChar(QChar::Null) + u"x"_s));
+    }
+
+    void openFileIsTheOneThatItHasOpen()
+    {
+        const Names names;
+        QFile file(names.file);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QFile byHandle;
+        QVERIFY(byHandle.open(file.handle(), QIODevice::ReadOnly));
+        QVERIFY(SFileHelper::isSameFile(byHandle, QFile(names.hard)));
+        QVERIFY(SFileHelper::isSameFile(QFile(names.symbolic), byHandle));
+        QVERIFY(!SFileHelper::isSameFile(byHandle, QFile(names.other)));
+#ifdef Q_OS_UNIX
+        // Its name now leads to another file.
+        QVERIFY(QFile::rename(names.file, names.missing));
+        QVERIFY(QFile::rename(names.other, names.file));
+        QVERIFY(SFileHelper::isSameFile(file, QFile(names.hard)));
+        QVERIFY(!SFileHelper::isSameFile(file, QFile(names.file)));
+#endif
+    }
+
+    void fileToBeReplacedIsTheOneOfItsName()
+    {
+        const Names names;
+        QSaveFile file(names.file);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        QVERIFY(SFileHelper::isSameFile(file, QFile(names.hard)));
+        QVERIFY(!SFileHelper::isSameFile(QFile(names.other), file));
+        file.cancelWriting();
     }
 };
 

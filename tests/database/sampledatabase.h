@@ -5,8 +5,11 @@
 #include <brixlib/database/sdbtext.h>
 
 #include <QtCore/QFile>
+#include <QtCore/QFileInfo>
 #include <QtCore/QTemporaryDir>
 #include <QtTest/QTest>
+
+#include <filesystem>
 
 namespace Talverine::Sample {
 
@@ -34,6 +37,14 @@ inline bool setBytes(const QString &path, const QByteArray &bytes)
 {
     QFile file(path);
     return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush();
+}
+
+inline bool hardLink(const QString &file, const QString &link)
+{
+    std::error_code error;
+    std::filesystem::create_hard_link(QFileInfo(file).filesystemFilePath(),
+                                      QFileInfo(link).filesystemFilePath(), error);
+    return !error;
 }
 
 //! A record of the key field "name".

@@ -169,6 +169,21 @@ private Q_SLOTS:
         QCOMPARE(idsIn(given.place.backup(9)), numbered(1, 5));
     }
 
+    // The rotation before the restore writes over the file that this is another name of.
+    void hardLinkToABackupComesBack()
+    {
+        BackedUpLog given;
+        QVERIFY(given.isMade);
+        for (int number = 0; number < 9; ++number)
+            QVERIFY(setBytes(given.place.backup(number), "x"));
+        QVERIFY(QFile::copy(given.copy, given.place.backup(9)));
+        QVERIFY(hardLink(given.place.backup(9), given.place.folder.filePath(u"link"_s)));
+        QVERIFY(appendNumbered(given.log, 4, 5));
+        QVERIFY(given.log.restore(given.place.folder.path(), u"link"_s, false));
+        QCOMPARE(idsOf(given.log), numbered(1, 3));
+        QCOMPARE(idsIn(given.place.backup(9)), numbered(1, 5));
+    }
+
     void everyBackupByRotationComesBack_data()
     {
         QTest::addColumn<int>("number");

@@ -6,6 +6,10 @@
 #include <brixlib/compression/slz4.h>
 #include <brixlib/compression/szip.h>
 
+#ifdef Q_OS_UNIX
+#include <shared/filesizelimit.h>
+#endif
+
 #include <QtCore/QBuffer>
 #include <QtCore/QTemporaryFile>
 #include <QtCore/QThread>
@@ -259,6 +263,82 @@ private Q_SLOTS:
         QCOMPARE(bytesOf(place.file), before);
     }
 
+    void databaseIsNotItsOwnBackupUnderAnotherName_data()
+    {
+        QTest::addColumn<bool>("isHard");
+        QTest::addColumn<CompressionAlgorithm>("algorithm");
+        QTest::newRow("hard link") << true << CompressionAlgorithm::Uncompressed;
+        QTest::newRow("hard link, packed") << true << CompressionAlgorithm::Lz4;
+        QTest::newRow("symbolic link") << false << CompressionAlgorithm::Uncompressed;
+        QTest::newRow("symbolic link, packed") << false << CompressionAlgorithm::Zip;
+    }
+
+    void databaseIsNotItsOwnBackupUnderAnotherName()
+    {
+        QFETCH(bool, isHard);
+        QFETCH(CompressionAlgorithm, algorithm);
+        Place place;
+        SDBText database;
+        QVERIFY(create(database, place.file));
+        QVERIFY(insertAll(database, {u"a"_s}));
+        database.setBackupCompressor(algorithm);
+        const QString link = place.folder.filePath(u"link.lnk"_s);
+        QVERIFY(isHard ? hardLink(place.file, link) : QFile::link(place.file, link));
+        const QByteArray before = bytesOf(place.file);
+        for (const bool merge : {false, true}) {
+            expectError("OpenError");
+            QVERIFY(!database.restore(link, merge));
+            QCOMPARE(database.error(), DBError::OpenError);
+            QCOMPARE(bytesOf(place.file), before);
+        }
+        for (const bool clearAfter : {false, true}) {
+            expectError("OpenError");
+            QVERIFY(!database.backup(link, clearAfter));
+            QCOMPARE(database.error(), DBError::OpenError);
+            QCOMPARE(bytesOf(place.file), before);
+        }
+        QVERIFY(insertAll(database, {u"b"_s}));
+        QCOMPARE(walk(database), (QStringList{u"a"_s, u"b"_s}));
+    }
+
+    void databaseIsNotItsOwnBackupByHandle()
+    {
+        Place place;
+        SDBText database;
+        QVERIFY(create(database, place.file));
+        QVERIFY(insertAll(database, {u"a"_s}));
+        const QByteArray before = bytesOf(place.file);
+        QFile other(place.file);
+        QVERIFY(other.open(QIODevice::ReadWrite));
+        QFile file;
+        QVERIFY(file.open(other.handle(), QIODevice::ReadWrite));
+        expectError("OpenError");
+        QVERIFY(!database.backup(&file));
+        expectError("OpenError");
+        QVERIFY(!database.restore(&file));
+        QCOMPARE(bytesOf(place.file), before);
+        QCOMPARE(walk(database), QStringList{u"a"_s});
+    }
+
+    void databaseIsNotAssignedToItselfThroughAHardLink()
+    {
+        Place place;
+        SDBText database;
+        QVERIFY(create(database, place.file));
+        QVERIFY(insertAll(database, {u"a"_s}));
+        const QByteArray before = bytesOf(place.file);
+        const QString link = place.folder.filePath(u"link.db"_s);
+        QVERIFY(hardLink(place.file, link));
+        // Its lock has another name.
+        SDBText second;
+        QVERIFY(second.open(link));
+        QVERIFY(second.authenticate(kUser, kPassword));
+        expectError("OpenError");
+        second = database;
+        QCOMPARE(second.error(), DBError::OpenError);
+        QCOMPARE(bytesOf(place.file), before);
+    }
+
     void deviceIsNotItsOwnBackup()
     {
         Memory source({u"a"_s});
@@ -389,12 +469,6 @@ private Q_SLOTS:
             QTest::ignoreMessage(QtDebugMsg, "SDBText::loadSpecialRecordBackup: database "
                                              "corrupted! Using the backup index.");
         };
-        Memory restored;
-        expectCopyOfTheHead();
-        QVERIFY(restored.database.restore(place.file));
-        QVERIFY(restored.device.data().startsWith(head));
-        QCOMPARE(walk(restored.database), QStringList{u"a"_s});
-
         SDBText damaged;
         expectCopyOfTheHead();
         QVERIFY(damaged.open(place.file));
@@ -406,6 +480,100 @@ private Q_SLOTS:
         QVERIFY(damaged.clear());
         QCOMPARE(bytesOf(place.file), head);
     }
+
+    void damagedBackupIsRefusedWithACopyOfAHeadBesideIt_data()
+    {
+        QTest::addColumn<QByteArray>("backup");
+        QTest::addColumn<bool>("merge");
+        for (const CompressionAlgorithm algorithm :
+             {CompressionAlgorithm::Lz4, CompressionAlgorithm::Zip}) {
+            Memory source({u"a"_s, u"b"_s});
+            source.database.setBackupCompressor(algorithm);
+            QBuffer packed;
+            QVERIFY(source.database.backup(&packed));
+            QByteArray changed = packed.data();
+            changed[changed.size() / 2] = static_cast<char>(changed.at(changed.size() / 2) ^ 0x55);
+            const QByteArray name = algorithm == CompressionAlgorithm::Lz4 ? "Lz4" : "Zip";
+            for (const bool merge : {false, true}) {
+                const QByteArray how = merge ? ", merged" : "";
+                QTest::newRow((name + ", cut" + how).constData())
+                    << packed.data().chopped(10) << merge;
+                QTest::newRow((name + ", only its name" + how).constData())
+                    << packed.data().first(20) << merge;
+                QTest::newRow((name + ", changed" + how).constData()) << changed << merge;
+                QTest::newRow((name + ", name changed" + how).constData())
+                    << 'x' + packed.data().mid(1) << merge;
+            }
+        }
+        const Memory plain({u"a"_s});
+        const QByteArray headless = QByteArray(plain.device.data()).replace("dbkey", "xxxxx");
+        QTest::newRow("plain, head destroyed") << headless << false;
+        QTest::newRow("plain, head destroyed, merged") << headless << true;
+    }
+
+    void damagedBackupIsRefusedWithACopyOfAHeadBesideIt()
+    {
+        QFETCH(QByteArray, backup);
+        QFETCH(bool, merge);
+        Place place;
+        {
+            SDBText database;
+            QVERIFY(create(database, place.file));
+        }
+        QVERIFY(QFile::exists(place.beside(u".srec"_s)));
+        QVERIFY(setBytes(place.file, backup));
+        Memory target({u"z"_s});
+        const QByteArray before = target.device.data();
+        QSignalSpy restored(&target.database, &SDBText::databaseRestored);
+        QSignalSpy modified(&target.database, &SDBText::databaseModified);
+        expectError("WrongDB");
+        QVERIFY(!target.database.restore(place.file, merge));
+        QCOMPARE(target.database.error(), DBError::WrongDB);
+        QCOMPARE(target.device.data(), before);
+        QCOMPARE(walk(target.database), QStringList{u"z"_s});
+        QCOMPARE(restored.size(), 0);
+        QCOMPARE(modified.size(), 0);
+        QCOMPARE(bytesOf(place.file), backup);
+    }
+
+    void changedByteOfAPackedBackupLosesNothing()
+    {
+        Memory source({u"a"_s, u"b"_s});
+        source.database.setBackupCompressor(CompressionAlgorithm::Lz4);
+        QBuffer packed;
+        QVERIFY(source.database.backup(&packed));
+        const DebugLines lines;
+        for (qsizetype at = 0; at < packed.data().size(); ++at) {
+            QByteArray bytes = packed.data();
+            bytes[at] = static_cast<char>(bytes.at(at) ^ 0x55);
+            QBuffer damaged(&bytes);
+            Memory target({u"z"_s});
+            const QByteArray before = target.device.data();
+            // The checksum covers the text. A change that keeps the text does no harm.
+            const bool isRestored = target.database.restore(&damaged);
+            QCOMPARE(target.device.data(), isRestored ? source.device.data() : before);
+        }
+    }
+
+#ifdef Q_OS_UNIX
+    void packedBackupThatFindsNoSpaceIsNotCalledDamaged()
+    {
+        Memory source({u"a"_s, u"b"_s});
+        source.database.setBackupCompressor(CompressionAlgorithm::Zip);
+        QBuffer packed;
+        QVERIFY(source.database.backup(&packed));
+        Memory target({u"z"_s});
+        const QByteArray before = target.device.data();
+        {
+            const FileSizeLimit limit(100);
+            expectError("WriteError");
+            QVERIFY(!target.database.restore(&packed));
+        }
+        QCOMPARE(target.device.data(), before);
+        QVERIFY(target.database.restore(&packed));
+        QCOMPARE(walk(target.database), (QStringList{u"a"_s, u"b"_s}));
+    }
+#endif
 
     void restoreOfAnotherKeyField()
     {

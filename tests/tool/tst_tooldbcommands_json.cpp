@@ -5,6 +5,8 @@
 
 #include <QtCore/QJsonArray>
 
+#include <filesystem>
+
 using namespace Talverine;
 using namespace Qt::StringLiterals;
 
@@ -61,8 +63,10 @@ private Q_SLOTS:
     {
         QVERIFY(m_place->fill({u"cyan"_s}));
         QVERIFY(QFile::link(m_place->path(), m_place->path(u"link.db"_s)));
+        std::filesystem::create_hard_link(m_place->path().toStdString(),
+                                          m_place->path(u"hard.db"_s).toStdString());
         const QByteArray before = m_place->read();
-        for (const QString &target : {u"inks.db"_s, u"./inks.db"_s, u"link.db"_s}) {
+        for (const QString &target : {u"inks.db"_s, u"./inks.db"_s, u"link.db"_s, u"hard.db"_s}) {
             const auto result = m_place->db({u"export"_s, u"inks.db"_s, target});
             QCOMPARE(result.exitCode, 2);
             QVERIFY2(result.err.contains("both are the same file"), result.err.constData());

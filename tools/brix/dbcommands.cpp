@@ -5,13 +5,15 @@
 #include "blockingwork.h"
 #include "interruption.h"
 
-#include <QtCore/QFileInfo>
+#include <brixrt/sfilehelper.h>
+
 #include <QtCore/QThread>
 
 namespace Brix {
 
 using namespace Qt::StringLiterals;
 using Talverine::SDBRecord;
+using Talverine::SFileHelper;
 
 CLI::Option *declarePlace(CLI::App *command, const std::string &name, PlaceOptions *options,
                           const std::string &description)
@@ -93,7 +95,7 @@ void throwIfInterrupted()
 
 void requireOtherFile(const QString &a, const QString &b)
 {
-    if (QFileInfo::exists(a) && QFileInfo::exists(b) && QFileInfo(a) == QFileInfo(b))
+    if (SFileHelper::isSameFile(a, b))
         throw Failure{ExitCode::Usage, u"both are the same file: %1"_s.arg(a)};
 }
 

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/compression/scompressordevice.h>
 
+#include <brixlib/compression/containername_p.h>
 #include <brixlib/compression/framedblocks_p.h>
 #include <brixlib/foundation/saturated_p.h>
 #include <brixlib/foundation/underlyingdevice_p.h>
 
 #include <brixrt/sfilehelper.h>
-
-#include <QtCore/QCryptographicHash>
 
 namespace Talverine::Compression {
 
@@ -16,11 +15,6 @@ namespace {
 // What a container's writer reads at once for each thread of the compressor, as a shift: 128 KiB.
 constexpr int kWriterPieceShift = 17;
 constexpr int kReaderPieceBytes = 32768;
-
-QByteArray nameHash(Interfaces::ICompressor *compressor)
-{
-    return QCryptographicHash::hash(compressor->name().toUtf8(), QCryptographicHash::Sha1);
-}
 
 } // namespace
 
@@ -153,7 +147,7 @@ bool SCompressorDevice::decompress(QIODevice *source, QIODevice *target,
     std::unique_ptr<Interfaces::ICompressor> owner(compressor);
     if (!source || !target || !compressor || !source->open(ReadOnly))
         return false;
-    const QByteArray expected = nameHash(compressor);
+    const QByteArray expected = containerName(compressor);
     if (readClaimed(source, expected.size()) != expected) {
         source->close();
         return false;
@@ -192,7 +186,7 @@ bool SCompressorDevice::flush()
 // The head with a place for the checksum, the stream, and last the checksum itself.
 bool SCompressorDevice::writeContainer(QIODevice *source)
 {
-    if (!SFileHelper::writeAll(m_device, nameHash(m_compressor.get())))
+    if (!SFileHelper::writeAll(m_device, containerName(m_compressor.get())))
         return false;
     const qint64 crcPosition = m_device->pos();
     return writeWord(m_device, 0) &&

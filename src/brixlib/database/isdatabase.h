@@ -116,13 +116,17 @@ public:
 
     /*!
      * Copies the whole database to a file or device, compressed if the implementation was told
-     * so; then clears it when \a clearAfter.
+     * so; then clears it when \a clearAfter. OpenError, and nothing is written, when the target is
+     * the database's own file, also through a link of either kind or by handle.
      */
     virtual bool backup(const QString &fileName, bool clearAfter = false) = 0;
     virtual bool backup(QIODevice *device, bool clearAfter = false) = 0;
     /*!
      * Reads a backup, whose owner the user must be, with the same key field: in place of all that
      * is there, or record by record into it when \a merge, in place of those of the same key.
+     *
+     * A backup that is damaged is an error, and the database stays as it was: WrongDB when it can't
+     * be unpacked or its head can't be read, SignError when its head was changed.
      */
     virtual bool restore(const QString &fileName, bool merge = false) = 0;
     virtual bool restore(QIODevice *device, bool merge = false) = 0;

@@ -2,6 +2,7 @@
 #include <brixlib/database/logbackups_p.h>
 
 #include <brixrt/sconvert.h>
+#include <brixrt/sfilehelper.h>
 
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
@@ -14,11 +15,6 @@ namespace {
 
 constexpr int kSlots = 10;
 
-bool isSameFile(const QString &a, const QString &b)
-{
-    return QFileInfo(a) == QFileInfo(b);
-}
-
 } // namespace
 
 LogBackups::LogBackups(const QString &logFile)
@@ -28,11 +24,8 @@ LogBackups::LogBackups(const QString &logFile)
 
 bool LogBackups::holds(const QString &fileName) const
 {
-    // Any two files that are missing would be the same.
-    if (!QFile::exists(fileName))
-        return false;
     for (int number = 0; number < kSlots; ++number) {
-        if (isSameFile(nameOf(number), fileName))
+        if (SFileHelper::isSameFile(nameOf(number), fileName))
             return true;
     }
     return false;
@@ -45,7 +38,7 @@ QString LogBackups::makeRoom() const
         ++number;
     const QString behind = nameOf((number + 1) % kSlots);
     // A backup that was opened as a log has a name of its own ring.
-    if (!isSameFile(behind, m_logFile))
+    if (!SFileHelper::isSameFile(behind, m_logFile))
         QFile::remove(behind);
     // With all of the names taken, the last one is written over.
     return nameOf(qMin(number, kSlots - 1));

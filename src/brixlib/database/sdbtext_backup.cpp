@@ -1,12 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/database/sdbtext.h>
 
+#include <brixlib/compression/containername_p.h>
 #include <brixlib/compression/slz4.h>
 #include <brixlib/compression/szip.h>
 #include <brixlib/database/sdbtext_p.h>
 
+#include <brixrt/sfilehelper.h>
+
 #include <QtCore/QFile>
 #include <QtCore/QTemporaryFile>
+
+#include <algorithm>
+#include <iterator>
 
 namespace Talverine {
 
@@ -16,6 +22,8 @@ using Compression::SLz4;
 using Compression::SZip;
 
 namespace {
+
+constexpr CompressionAlgorithm kPackings[] = {CompressionAlgorithm::Lz4, CompressionAlgorithm::Zip};
 
 std::unique_ptr<Compression::Interfaces::ICompressor> makeCompressor(CompressionAlgorithm algorithm)
 {
@@ -31,10 +39,14 @@ bool compress(QIODevice *source, QIODevice *target, CompressionAlgorithm algorit
            SCompressorDevice::compress(source, target, makeCompressor(algorithm).release());
 }
 
-// A database of its own for a while. Nothing else removes what an open database puts beside it.
+// The text of a packed backup, opened as a database for the time of a restore. Also removes the
+// files that an open database puts beside it.
 class TemporaryDatabaseFile : public QTemporaryFile
 {
 public:
+    // Unbuffered, a failed write is an error at once.
+    bool openEmpty() { return open(ReadWrite | Unbuffered) && resize(0); }
+
     ~TemporaryDatabaseFile() override
     {
         for (const QLatin1String suffix : {QLatin1String(".idx"), QLatin1String(".srec")}) {
@@ -45,19 +57,41 @@ public:
     }
 };
 
-// Nothing in a backup tells what it was compressed with, so each is tried.
-bool decompress(QIODevice *source, QTemporaryFile *target)
+// Whether \a source starts as a backup packed with any of the compressors does.
+bool isPacked(QIODevice *source)
 {
-    for (const CompressionAlgorithm algorithm :
-         {CompressionAlgorithm::Lz4, CompressionAlgorithm::Zip}) {
-        // Opened for writing, it keeps what the attempt before has left.
-        if (!target->open() || !target->resize(0))
-            return false;
-        target->close();
+    if (!source->open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray start = SFileHelper::readAllBuffer(source, Compression::kContainerNameBytes,
+                                                        Compression::kContainerNameBytes);
+    source->close();
+    return std::any_of(std::begin(kPackings), std::end(kPackings), [&](auto algorithm) {
+        return start == Compression::containerName(makeCompressor(algorithm).get());
+    });
+}
+
+enum class Unpacking { Done, NotPacked, Damaged, NoSpace };
+
+// The compressor is found by trying each. A source that is marked as packed and cannot be unpacked
+// must not be read as plain text.
+Unpacking unpack(QIODevice *source, TemporaryDatabaseFile *target)
+{
+    bool hasSpace = true;
+    for (const CompressionAlgorithm algorithm : kPackings) {
+        // Discards what the previous attempt has written.
+        hasSpace = target->openEmpty();
+        if (!hasSpace)
+            break;
         if (SCompressorDevice::decompress(source, target, makeCompressor(algorithm).release()))
-            return true;
+            return Unpacking::Done;
+        hasSpace = target->error() == QFileDevice::NoError;
+        target->close();
+        if (!hasSpace)
+            break;
     }
-    return false;
+    if (!isPacked(source))
+        return Unpacking::NotPacked;
+    return hasSpace ? Unpacking::Damaged : Unpacking::NoSpace;
 }
 
 } // namespace
@@ -114,19 +148,20 @@ bool SDBText::restore(const QString &fileName, bool merge)
 bool SDBText::restore(QIODevice *device, bool merge)
 {
     const QMutexLocker guard(&d->mutex);
-    if (!d->mayWrite())
-        return returnBool(DBError::AuthError);
-    if (!device || d->isOwnDevice(device))
-        return returnBool(DBError::OpenError);
-    // Opening it would make it.
-    if (const auto *file = qobject_cast<const QFile *>(device); file && !file->exists())
-        return returnBool(DBError::FileNotFound);
+    if (const DBError fault = d->faultOfSource(device); fault != DBError::NoError)
+        return returnBool(fault);
     if (device->isOpen())
         device->close();
     TemporaryDatabaseFile plain;
-    const bool isPacked = decompress(device, &plain);
+    const Unpacking unpacked = unpack(device, &plain);
+    if (unpacked == Unpacking::NoSpace)
+        return returnBool(DBError::WriteError);
+    if (unpacked == Unpacking::Damaged)
+        return returnBool(DBError::WrongDB);
     SDBText other;
-    if (!other.init(isPacked ? &plain : device)) {
+    // A copy of some head beside a damaged backup would turn it into an empty one.
+    other.d->mayReadHeadCopy = false;
+    if (!other.init(unpacked == Unpacking::Done ? &plain : device)) {
         d->error = other.d->error;
         return false;
     }

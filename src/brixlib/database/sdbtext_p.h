@@ -50,7 +50,7 @@ public:
 
     // The device
     bool isNull() const { return !device || !isOpen; }
-    //! Whether writing to \a other writes to this database: its device, or its file by another.
+    //! Whether \a other is the device of this database, or another device on the same file.
     bool isOwnDevice(const QIODevice *other) const;
     //! As !isNull(), and nobody has closed the device meanwhile.
     bool hasOpenDevice() const { return device && device->isOpen(); }
@@ -72,6 +72,8 @@ public:
     void saveHeadCopy();
     //! What forbids a backup to \a target, or NoError.
     DBError faultOfBackup(const QIODevice *target) const;
+    //! What forbids a restore from \a source, or NoError.
+    DBError faultOfSource(const QIODevice *source) const;
     //! Copies the whole device to the open \a target; a head of its own first if this one's is
     //! damaged.
     DBError copyTo(QIODevice *target);
@@ -120,6 +122,7 @@ public:
     qint64 uniqueCounter = 0;
     std::unique_ptr<QIODevice> ownDevice;
     bool isHeadFromCopy = false;
+    bool mayReadHeadCopy = true;   //!< whether the copy may replace a head that can't be read
     bool isHeadEndMissing = false; //!< the file ends before the line that ends its head
     bool hasIndex = false;         //!< the indexes are those of the device
     Compression::CompressionAlgorithm backupCompressor =

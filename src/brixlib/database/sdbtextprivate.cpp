@@ -140,11 +140,9 @@ bool SDBTextPrivate::isOwnDevice(const QIODevice *other) const
         return false;
     if (other == device)
         return true;
-    const QString name = companionFile(other, QLatin1String());
-    const QString own = fileName();
-    // Two files that aren't there count as the same.
-    return !name.isEmpty() && !own.isEmpty() && QFile::exists(name) &&
-           QFileInfo(name) == QFileInfo(own);
+    const auto *otherFile = qobject_cast<const QFileDevice *>(other);
+    const auto *ownFile = qobject_cast<const QFileDevice *>(device.data());
+    return otherFile && ownFile && SFileHelper::isSameFile(*otherFile, *ownFile);
 }
 
 QString SDBTextPrivate::fileName() const
@@ -246,7 +244,7 @@ SDBRecord SDBTextPrivate::readHeadRecord()
     bool hasEnd = false;
     SDBRecord record = readSpecialRecord(device, &hasEnd);
     isHeadEndMissing = !record.isEmpty() && !hasEnd;
-    if (!record.isEmpty())
+    if (!record.isEmpty() || !mayReadHeadCopy)
         return record;
     record = readHeadCopy();
     isHeadFromCopy = !record.isEmpty();
@@ -282,6 +280,17 @@ DBError SDBTextPrivate::faultOfBackup(const QIODevice *target) const
     if (isOwnDevice(target))
         return DBError::OpenError;
     return hasOpenDevice() ? DBError::NoError : DBError::SeekError;
+}
+
+DBError SDBTextPrivate::faultOfSource(const QIODevice *source) const
+{
+    if (!mayWrite())
+        return DBError::AuthError;
+    if (!source || isOwnDevice(source))
+        return DBError::OpenError;
+    // Opening it would create it. fileName() gives a temporary file its name; exists() does not.
+    const auto *file = qobject_cast<const QFile *>(source);
+    return file && !QFile::exists(file->fileName()) ? DBError::FileNotFound : DBError::NoError;
 }
 
 DBError SDBTextPrivate::copyTo(QIODevice *target)

@@ -3,7 +3,6 @@
 #include <brixlib/protocol/scommunicatorbase.h>
 
 #include "namedpipe_p.h"
-#include "systempath_p.h"
 
 #include <brixlib/protocol/stcpsocket.h>
 #include <brixlib/protocol/wire.h>
@@ -35,13 +34,6 @@ QString absolutePath(const QString &path)
 QString joined(const QString &folder, const QString &name)
 {
     return u"%1/%2"_s.arg(folder, name);
-}
-
-// Also under another name, by a link of either kind.
-bool isSameFile(const QString &a, const QString &b)
-{
-    std::error_code error;
-    return std::filesystem::equivalent(systemPath(a), systemPath(b), error);
 }
 
 // Qt would complain about a write to what did not open.
@@ -342,7 +334,7 @@ QStorageInfo SCommunicatorBase::storageInfoLocal() const
 bool SCommunicatorBase::copyFile(const QString &from, const QString &to, bool keepAliveOnSocket)
 {
     // Opening the target would empty the source.
-    if (isSameFile(from, to))
+    if (SFileHelper::isSameFile(from, to))
         return true;
     if (isNamedPipe(from) || isNamedPipe(to))
         return false;
