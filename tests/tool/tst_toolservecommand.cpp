@@ -9,6 +9,9 @@
 
 #include <csignal>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 using namespace Talverine;
 using namespace Qt::StringLiterals;
 
@@ -179,6 +182,34 @@ private Q_SLOTS:
         wrong.password = u"wrong"_s;
         QCOMPARE(wrong.run({u"whoami"_s, m_server->url()}).exitCode, 1);
         QVERIFY(m_server->logShowing("[2] refused login of ann\n").contains("[2] refused"));
+    }
+
+    void userNameWithALineFeedStaysOneLine()
+    {
+        QVERIFY(m_server->start({u"--verbose"_s}));
+        const auto result =
+            m_server->run({u"whoami"_s, m_server->url({}, u"eve%0A[1]%20login%20of%20ann"_s)});
+        QCOMPARE(result.exitCode, 1);
+        const QByteArray log = m_server->logShowing("[1] end of the session\n");
+        QVERIFY2(log.contains("[1] refused login of eve\\n[1] login of ann\n"), log.constData());
+        QVERIFY(!log.contains("\n[1] login of ann"));
+    }
+
+    void stalledReaderOfStderrStopsNeitherLoginsNorTheStop()
+    {
+        int ends[2] = {-1, -1};
+        QCOMPARE(pipe(ends), 0);
+        // The pipe is full before the server writes its first line.
+        QCOMPARE(fcntl(ends[1], F_SETFL, O_NONBLOCK), 0);
+        while (write(ends[1], "x", 1) == 1)
+            continue;
+        QCOMPARE(fcntl(ends[1], F_SETFL, 0), 0);
+        m_server->process().setChildProcessModifier([&ends] { dup2(ends[1], STDERR_FILENO); });
+        QVERIFY(m_server->start({u"--verbose"_s}));
+        QCOMPARE(m_server->run({u"whoami"_s, m_server->url()}).out, "ann\n"_ba);
+        stop(SIGTERM);
+        close(ends[0]);
+        close(ends[1]);
     }
 
     void nothingIsReportedWithoutVerbose()

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // brix: one tool over the library. Each family of sub-commands has a source file of its own.
+#include "messagehandler.h"
 #include "standardstreams.h"
 #include "tool.h"
 
@@ -51,6 +52,7 @@ ExitCode wrongUsage(const Output &output, const CLI::App &cli, const CLI::ParseE
 int main(int argc, char *argv[])
 {
     StandardStreams::keepPlaces();
+    installMessageHandler();
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(u"brix"_s);
     QCoreApplication::setApplicationVersion(QStringLiteral(BRIX_VERSION));

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 // brix serve: a file server.
-#include "commandname.h"
 #include "failure.h"
 #include "homeoverlap.h"
 #include "interruption.h"
+#include "logwriter.h"
+#include "messagehandler.h"
+#include "sessionlog.h"
 #include "tool.h"
 #include "userfile.h"
 
@@ -123,9 +125,9 @@ public:
         const QString where = place(m_controller.serverAddress(), m_controller.serverPort());
         m_output.result(u"listening on "_s + where, {{u"listening"_s, where}});
         if (m_users.isEmpty())
-            m_output.note(u"brix: the user file has no user; nobody can log in"_s);
+            note(u"the user file has no user; nobody can log in"_s);
         for (const QString &warning : HomeOverlap::warnings(m_users))
-            m_output.note(u"brix: "_s + warning);
+            note(warning);
     }
 
     // Returns when the interruption has come and all sessions have ended.
@@ -164,37 +166,23 @@ private:
         if (m_options.limitIn > 0 || m_options.limitOut > 0)
             session->setSpeedController(&m_speed);
         if (m_options.verbose)
-            report(session);
+            logSession(session, ++m_sessions, &m_log);
         auto *runner = m_controller.serveNewConnectionAsync(session, true);
         connect(runner, &SSimpleBackgroundRunner::finished, runner, &QObject::deleteLater);
     }
 
-    void report(SServerFtp *session)
+    void note(const QString &text)
     {
-        const auto write = [this, number = ++m_sessions](const QString &text) {
-            m_output.diagnostic(u"[%1] %2"_s.arg(QString::number(number), text));
-        };
-        connect(session, &SServerFtp::connectionInfo, this, [write](const QHostAddress &peer) {
-            write(u"connection from %1"_s.arg(peer.toString()));
-        });
-        connect(session, &SServerFtp::authenticationFinished, this,
-                [write](const QString &user, AuthenticationStatus status) {
-                    write((status == AuthenticationStatus::Authenticated ? u"login of %1"_s
-                                                                         : u"refused login of %1"_s)
-                              .arg(user));
-                });
-        connect(session, &SServerFtp::commandResult, this, [write](SCommandId id, bool success) {
-            if (!id.isNull())
-                write(commandName(id) + (success ? QString() : u" failed"_s));
-        });
-        connect(session, &SServerFtp::finished, this,
-                [write](SimpleWorkerError) { write(u"end of the session"_s); });
+        if (!m_output.quiet)
+            m_log.write(u"brix: "_s + text);
     }
 
     const Output &m_output;
     const ServeOptions &m_options;
     SAuthenticationDb m_users;
     STcpSocketSpeedController m_speed;
+    LogWriter m_log{LogWriter::standardError()};
+    const MessageRedirection m_messages{&m_log};
     int m_sessions = 0;
     // Last, so that its sessions end before what they use does.
     SServerController m_controller;

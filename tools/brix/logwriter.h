@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QFile>
+#include <QtCore/QString>
+
+#include <memory>
+#include <thread>
+
+namespace Brix {
+
+/*!
+ * Writes lines to a file, a pipe or a terminal in a thread of its own, so that a reader who stalls
+ * or a disk that is slow holds up nobody who writes a line.
+ *
+ * At most 1 MiB of lines waits. Lines for which there is no room, and lines that could not be
+ * written, are dropped; when writing works again, a line tells how many.
+ *
+ * Thread: fully shared.
+ */
+class LogWriter final
+{
+public:
+    //! Takes an open \a file, best opened without a buffer.
+    explicit LogWriter(std::unique_ptr<QFile> file);
+    //! Writes the lines that wait, for a second at most, and closes the file.
+    ~LogWriter();
+    Q_DISABLE_COPY_MOVE(LogWriter)
+
+    //! The process's stderr, open for writing.
+    static std::unique_ptr<QFile> standardError();
+
+    /*!
+     * Queues \a line, in the form of printableText() and cut after 4096 characters, and returns at
+     * once.
+     */
+    void write(const QString &line);
+
+private:
+    struct State;
+
+    // Outlives this object when the thread is stuck in a write.
+    const std::shared_ptr<State> m_state;
+    std::thread m_thread;
+};
+
+} // namespace Brix
