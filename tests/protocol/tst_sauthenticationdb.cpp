@@ -253,6 +253,36 @@ private Q_SLOTS:
         QCOMPARE(changed.size(), 2);
     }
 
+    void replaceByTellsOnlyTheDifferences()
+    {
+        SAuthenticationDb db;
+        fill(db, {u"ann"_s, u"bob"_s, u"carol"_s, u"dan"_s, u"eve"_s});
+        SAuthenticationDb other;
+        fill(other, {u"ann"_s, u"carol"_s, u"dan"_s, u"eve"_s, u"fay"_s});
+        SUserData carol = user(u"carol"_s);
+        carol.setEnabled(false);
+        other.insert(carol.clone());
+        SUserData dan = user(u"dan"_s);
+        dan.setFullname(u"Dan"_s);
+        dan.setEmail(u"dan@example.com"_s);
+        other.insert(dan.clone());
+        SUserData eve = user(u"eve"_s);
+        eve.setPassword(u"other"_s);
+        other.insert(eve.clone());
+        QSignalSpy added(&db, &SAuthenticationDb::added);
+        QSignalSpy removed(&db, &SAuthenticationDb::removed);
+        QSignalSpy changed(&db, &SAuthenticationDb::changed);
+        db.replaceBy(other);
+        QVERIFY(db == other);
+        QCOMPARE(removed, QList<QVariantList>{{u"bob"_s}});
+        QStringList names;
+        for (const QVariantList &arguments : added)
+            names.append(arguments.first().toString());
+        names.sort();
+        QCOMPARE(names, (QStringList{u"carol"_s, u"eve"_s, u"fay"_s}));
+        QVERIFY(changed.isEmpty());
+    }
+
     void usersAreSorted()
     {
         SAuthenticationDb db;

@@ -491,6 +491,53 @@ private Q_SLOTS:
             QVERIFY2(info.symLinkTarget() != path, "the file is still open");
     }
 
+    void aUserWhoIsChangedLosesTheDeviceAtTheNextRequest_data()
+    {
+        QTest::addColumn<QString>("change");
+        for (const auto *change : {"removed", "disabled", "another password", "another home"})
+            QTest::newRow(change) << QString::fromLatin1(change);
+    }
+
+    void aUserWhoIsChangedLosesTheDeviceAtTheNextRequest()
+    {
+        QFETCH(QString, change);
+        SessionHost host;
+        RawClient client;
+        QVERIFY(start(client, host, u"file"_s));
+        exchange(client, Request::open(WriteOnly), yes());
+        SAuthenticationDb users(host.users);
+        SUserData alice(users.sharedUser(u"alice"_s).get());
+        if (change == u"disabled")
+            alice.setEnabled(false);
+        if (change == u"another password")
+            alice.setPassword(u"other"_s);
+        if (change == u"another home")
+            alice.setHomeFolder(host.homeOf(u"bob"_s));
+        users.insert(alice.clone());
+        if (change == u"removed")
+            users.remove(u"alice"_s);
+        host.users.replaceBy(users);
+        exchange(client, Request::write("x"), RawBytes::nack());
+        QVERIFY(client.endsHere());
+        QCOMPARE(readFile(host.homeOf(u"alice"_s) + u"/file"_s), QByteArray());
+    }
+
+    void aUserWhoIsTheSameKeepsTheDevice()
+    {
+        SessionHost host;
+        RawClient client;
+        QVERIFY(start(client, host, u"file"_s));
+        SAuthenticationDb users(host.users);
+        SUserData alice(users.sharedUser(u"alice"_s).get());
+        alice.setEmail(u"alice@example.com"_s);
+        users.insert(alice.clone());
+        users.insert(new SUserData(u"carol"_s, u"secret"_s, host.homeOf(u"alice"_s)));
+        host.users.replaceBy(users);
+        exchange(client, Request::atEnd(), yes());
+        exchange(client, Request::close(), RawBytes::ack());
+        sessionGoesOn(client);
+    }
+
     void aStopEndsADevice_data()
     {
         QTest::addColumn<QByteArray>("lastWords");

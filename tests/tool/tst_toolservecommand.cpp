@@ -122,6 +122,62 @@ private Q_SLOTS:
         QVERIFY(m_server->logShowing(warning).contains(warning));
     }
 
+    void changedUserFileIsReadAgain_data()
+    {
+        QTest::addColumn<bool>("withSignal");
+        QTest::newRow("by itself") << false;
+        QTest::newRow("on SIGHUP") << true;
+    }
+
+    void changedUserFileIsReadAgain()
+    {
+        QFETCH(bool, withSignal);
+        QVERIFY(m_server->start());
+        auto tool = m_server->client();
+        tool.password = u"other"_s;
+        QCOMPARE(
+            tool.run({u"user"_s, u"passwd"_s, m_server->path(u"users.json"_s), u"ann"_s}).exitCode,
+            0);
+        if (withSignal)
+            kill(pid_t(m_server->process().processId()), SIGHUP);
+        const QByteArray line = "brix: read the user file again; users: 1\n";
+        QVERIFY(m_server->logShowing(line).contains(line));
+        QCOMPARE(tool.run({u"whoami"_s, m_server->url()}).out, "ann\n"_ba);
+        QCOMPARE(m_server->run({u"whoami"_s, m_server->url()}).exitCode, 1);
+    }
+
+    void wrongUserFileIsRefusedAndTheUsersStay()
+    {
+        QVERIFY(m_server->start());
+        QVERIFY(writeFile(m_server->path(u"users.json"_s), "{\"users\": ["));
+        QByteArray log = m_server->logShowing("the users stay as they were\n");
+        QVERIFY2(log.contains("not a sound user file"), log.constData());
+        QCOMPARE(m_server->run({u"whoami"_s, m_server->url()}).out, "ann\n"_ba);
+        QVERIFY(QFile::remove(m_server->path(u"users.json"_s)));
+        log = m_server->logShowing("cannot read");
+        QVERIFY2(log.contains("cannot read"), log.constData());
+        QCOMPARE(m_server->run({u"whoami"_s, m_server->url()}).out, "ann\n"_ba);
+    }
+
+    void removedUserLosesTheSessionAtTheNextCommand()
+    {
+        const QString large = m_server->homePath(u"large"_s);
+        QVERIFY(writeFile(large, QByteArray(8 << 20, 'x')));
+        QVERIFY(m_server->start({u"--limit-out"_s, u"1048576"_s, u"--verbose"_s}));
+        QProcess client;
+        m_server->client().prepare(&client, {u"cat"_s, m_server->url(u"large"_s)});
+        client.start();
+        QVERIFY(m_server->logShowing("login of ann").contains("login of ann"));
+        ToolProcess tool;
+        QCOMPARE(
+            tool.run({u"user"_s, u"remove"_s, m_server->path(u"users.json"_s), u"ann"_s}).exitCode,
+            0);
+        QVERIFY(client.waitForFinished(60'000));
+        QCOMPARE(client.exitCode(), 3);
+        QVERIFY(client.readAllStandardOutput().size() < 8 << 20);
+        QVERIFY(m_server->logShowing("end of the session").contains("cldv failed"));
+    }
+
     void signalStopsCleanly_data()
     {
         QTest::addColumn<int>("signal");

@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 // brix serve: a file server.
 #include "failure.h"
+#include "hangupsignal.h"
 #include "homeoverlap.h"
 #include "interruption.h"
 #include "logwriter.h"
 #include "messagehandler.h"
 #include "sessionlog.h"
 #include "tool.h"
-#include "userfile.h"
+#include "userfilewatch.h"
 
 #include <brixlib/fileservice/sserverftp.h>
 #include <brixlib/protocol/spluggableserverversion.h>
@@ -42,7 +43,9 @@ struct ServeOptions
 
 void declareServe(CLI::App *command, ServeOptions *options)
 {
-    addPath(command, "--users", &options->users, "The user file (see brix user); read once")
+    addPath(command, "--users", &options->users,
+            "The user file (see brix user); read again when it changes and on "
+            "SIGHUP")
         ->required();
     addText(command, "--address", &options->address,
             "Address to listen on; 0.0.0.0 or :: for all. Default: 127.0.0.1");
@@ -105,8 +108,12 @@ public:
     FileServer(const Output &output, const ServeOptions &options)
         : m_output(output)
         , m_options(options)
-        , m_users(UserFile(options.users).read())
+        , m_userFile(options.users, &m_users)
     {
+        connect(&m_userFile, &UserFileWatch::reloaded, this, &FileServer::tellUsers);
+        connect(&m_userFile, &UserFileWatch::refused, this, [this](const QString &reason) {
+            m_log.write(u"brix: %1; the users stay as they were"_s.arg(reason));
+        });
         m_speed.setIncomingSpeed(options.limitIn);
         m_speed.setOutcomingSpeed(options.limitOut);
         m_controller.setMaximumConnections(options.maximumConnections);
@@ -124,10 +131,7 @@ public:
                                                            m_controller.errorString())};
         const QString where = place(m_controller.serverAddress(), m_controller.serverPort());
         m_output.result(u"listening on "_s + where, {{u"listening"_s, where}});
-        if (m_users.isEmpty())
-            note(u"the user file has no user; nobody can log in"_s);
-        for (const QString &warning : HomeOverlap::warnings(m_users))
-            note(warning);
+        noteUsers();
     }
 
     // Returns when the interruption has come and all sessions have ended.
@@ -171,6 +175,20 @@ private:
         connect(runner, &SSimpleBackgroundRunner::finished, runner, &QObject::deleteLater);
     }
 
+    void tellUsers()
+    {
+        note(u"read the user file again; users: %1"_s.arg(QString::number(m_users.users().size())));
+        noteUsers();
+    }
+
+    void noteUsers()
+    {
+        if (m_users.isEmpty())
+            note(u"the user file has no user; nobody can log in"_s);
+        for (const QString &warning : HomeOverlap::warnings(m_users))
+            note(warning);
+    }
+
     void note(const QString &text)
     {
         if (!m_output.quiet)
@@ -180,6 +198,8 @@ private:
     const Output &m_output;
     const ServeOptions &m_options;
     SAuthenticationDb m_users;
+    UserFileWatch m_userFile;
+    const HangupSignal m_hangup{[this] { m_userFile.reload(); }};
     STcpSocketSpeedController m_speed;
     LogWriter m_log{LogWriter::standardError()};
     const MessageRedirection m_messages{&m_log};

@@ -40,6 +40,13 @@ QJsonObject toJson(const ISUser &user)
     };
 }
 
+// What a session of the user depends on.
+bool hasSameLogin(const ISUser &a, const ISUser &b)
+{
+    return a.enabled() == b.enabled() && a.hashedPassword() == b.hashedPassword() &&
+           a.homeFolder() == b.homeFolder();
+}
+
 SUserData *fromJson(const QJsonObject &object)
 {
     return new SUserData(
@@ -232,6 +239,24 @@ bool SAuthenticationDb::load(QIODevice *device)
         return false;
     *this = loaded;
     return true;
+}
+
+void SAuthenticationDb::replaceBy(const SAuthenticationDb &other)
+{
+    Table former = other.table();
+    const QMutexLocker lock(m_mutex.get());
+    m_table.swap(former);
+    // A slot may change the table.
+    const Table current = unshared(m_table);
+    for (auto it = former.cbegin(); it != former.cend(); ++it) {
+        if (!current.contains(it.key()))
+            Q_EMIT removed(it.key());
+    }
+    for (auto it = current.cbegin(); it != current.cend(); ++it) {
+        const auto before = former.value(it.key());
+        if (!before || !hasSameLogin(*before, **it))
+            Q_EMIT added(it.key());
+    }
 }
 
 // Made apart from the writing, so that no login waits for a slow disk.

@@ -91,6 +91,12 @@ public:
      * was, when that holds no user.
      */
     [[nodiscard]] bool load(QIODevice *device) override;
+    /*!
+     * Replaces the table by that of \a other in one step. Then emits removed() for each user who
+     * is gone, and added() for each who is new or differs in anything but full name and e-mail: the
+     * sessions of these users end, all others continue.
+     */
+    void replaceBy(const SAuthenticationDb &other);
 
 private:
     using Table = QHash<QString, std::shared_ptr<Interfaces::ISUser>>;

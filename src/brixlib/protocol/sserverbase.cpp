@@ -393,7 +393,17 @@ bool SServerBase::setEnvironment(const QString &username)
     if (!setRootPath(newUser->homeFolder()))
         return false;
     m_currentUser = username;
+    m_loginPassword = newUser->hashedPassword();
+    m_loginHome = newUser->homeFolder();
     return true;
+}
+
+// For an exchange that has no end of its own: while it runs, no slot of this object is called.
+bool SServerBase::isLoginCurrent() const
+{
+    const auto current = user(m_currentUser);
+    return current && current->isValid() && current->hashedPassword() == m_loginPassword &&
+           current->homeFolder() == m_loginHome;
 }
 
 void SServerBase::onDbChanged()

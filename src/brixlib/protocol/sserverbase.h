@@ -145,6 +145,7 @@ private:
     void initSeverBase(qint64 socketDescriptor, Interfaces::ISAuthenticationDb *db);
     std::shared_ptr<const Interfaces::ISUser> user(const QString &username) const;
     bool setEnvironment(const QString &username);
+    bool isLoginCurrent() const;
 
     bool processCommands();
     bool processCommand(SCommandId *id);
@@ -168,6 +169,8 @@ private:
     bool m_hasSocket = false;
     QPointer<Interfaces::ISAuthenticationDb> m_db;
     QString m_currentUser;
+    QByteArray m_loginPassword; //!< hash of the password at the time of the login
+    QString m_loginHome;
     QString m_serverName;
     QHash<QString, QPointer<SPluggable>> m_pluggables;
     bool m_documentRootEnabled = false;

@@ -40,14 +40,14 @@ public:
     {
     }
 
-    //! Answers requests until the client closes the device; false when the connection is of no
-    //! more use, or the thread is to stop.
+    //! Answers requests until the client closes the device. Returns false when the connection
+    //! fails, the thread is to stop, or the user may not log in as before any more.
     bool run()
     {
         Q_EMIT m_server.clientDeviceStarted(m_file.fileName());
         while (waitForRequest()) {
             const quint32 request = m_server.readWord(socket());
-            if (request == 0)
+            if (request == 0 || !m_server.isLoginCurrent())
                 return false;
             if (request == static_cast<quint32>(ClientDeviceCommands::Close)) {
                 m_file.close();
