@@ -74,7 +74,8 @@ public:
     virtual bool insert(const QString &key, const SDBField &field) = 0;
     //! Adds a record. RecExist when there is one of its key, KeyIsNull without a key.
     virtual bool insert(const SDBRecord &record) = 0;
-    //! Takes the place of the record of the same key; RecNotFound when there is none.
+    //! Takes the place of the record of the same key; RecNotFound when there is none. On an error
+    //! the old record stays, WriteError on a full disk.
     virtual bool replace(const SDBRecord &record) = 0;
     //! Removes the record of a key; RecNotFound when there is none.
     virtual bool remove(const QString &key) = 0;

@@ -201,6 +201,8 @@ private:
     bool returnBool(DBError error);
     bool _insert(const SDBRecord &record, bool notify);
     bool _remove(const QString &key, bool notify);
+    bool _replace(const SDBRecord &record, bool notify);
+    void finishInsert(const SDBRecord &record, bool notify);
     bool walkTo(const QString &key, SDBRecord *record);
     bool assign(const SDBText &other);
     bool add(const SDBText &other);

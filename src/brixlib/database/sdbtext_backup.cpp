@@ -181,7 +181,7 @@ bool SDBText::mergeFrom(const SDBText &other)
     bool isMerged = true;
     const DBError read = other.d->forEachRecord([&](const QString &key, const SDBRecord &record) {
         const bool isKnown = !isUnique && d->keys.contains(key);
-        isMerged = (!isKnown || _remove(key, false)) && _insert(record, false);
+        isMerged = isKnown ? _replace(record, false) : _insert(record, false);
         return isMerged;
     });
     return isMerged && returnBool(read);

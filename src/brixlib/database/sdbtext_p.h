@@ -81,9 +81,14 @@ public:
     DBError copyToClosed(QIODevice *target);
 
     // Records
+    //! Notes in \a record who writes it, when, and in which culture.
+    void stamp(SDBRecord *record) const;
     DBError append(SDBRecord record, bool keepAsIs);
     DBError search(const QString &key, SDBRecord *record);
     DBError scrambleKey(const QString &key);
+    //! Scrambles the record of \a key and appends \a record, of this key or of a new one. On an
+    //! error the old record stays.
+    DBError replace(const QString &key, SDBRecord record);
     QString keyOf(const SDBRecord &record) const;
     QString nextUniqueKey();
     /*!
@@ -129,6 +134,22 @@ public:
         Compression::CompressionAlgorithm::Uncompressed;
 
 private:
+    //! A key line as it is, and as that of a removed record, in as many bytes or fewer.
+    struct KeyLineBytes
+    {
+        qint64 position = 0;
+        QByteArray live;
+        QByteArray dead;
+    };
+
+    DBError findKeyLine(const QString &key, KeyLineBytes *line);
+    DBError appendLines(const QByteArray &separator, const QByteArray &lines, qint64 *position);
+    bool hideTornRecord();
+    bool overwrite(qint64 position, const QByteArray &bytes);
+    DBError replaceByOtherKey(const QString &key, const KeyLineBytes &old, const SDBRecord &record);
+    //! Completes the replacement that ended the file, its last key line being at \a keyLine, if it
+    //! was interrupted after the old record was scrambled.
+    void finishReplacement(qint64 keyLine);
     bool takeLock(QIODevice *target);
     SDBRecord readHeadRecord();
     SDBRecord readHeadCopy();
@@ -140,7 +161,8 @@ private:
     void noteRead(const RecordReader &reader);
 
     QString m_passwordHash;
-    QString m_lockName; //!< of the lock's file
+    QString m_lockName;       //!< of the lock's file
+    qint64 m_tornRecord = -1; //!< where a record begins that could not be written, or -1
 };
 
 template<typename Use>

@@ -4,10 +4,6 @@
 
 #include <brixlib/database/sdbtext_p.h>
 
-#include <brixrt/slocale.h>
-
-#include <QtCore/QDateTime>
-
 namespace Talverine {
 
 bool SDBText::insert(const QString &key, const SDBField &field)
@@ -37,7 +33,7 @@ bool SDBText::insert(const SDBRecord &record)
 bool SDBText::replace(const SDBRecord &record)
 {
     const QMutexLocker guard(&d->mutex);
-    return _remove(d->keyOf(record), false) && _insert(record, true);
+    return _replace(record, true);
 }
 
 bool SDBText::remove(const QString &key)
@@ -201,19 +197,42 @@ bool SDBText::_insert(const SDBRecord &record, bool notify)
     const DBError end = d->seekEnd();
     if (end != DBError::NoError)
         return returnBool(end);
-    copy.insert(SDBRecord::ownerKey(), d->user);
-    copy.insert(SDBRecord::cultureKey(), SLocale::lcName(d->head.culture, false));
-    copy.insert(SDBRecord::dateTimeKey(), QDateTime::currentDateTimeUtc());
+    d->stamp(&copy);
     // What was written of it stays, and the error is that of the operation before.
     if (d->append(copy, false) != DBError::NoError)
         return false;
-    d->fields.insertRecord(copy, d->head.key, d->head.culture);
-    d->error = DBError::NoError;
-    if (notify) {
-        Q_EMIT recordInserted(key);
-        Q_EMIT databaseModified();
-    }
+    finishInsert(copy, notify);
     return true;
+}
+
+bool SDBText::_replace(const SDBRecord &record, bool notify)
+{
+    const QString key = d->keyOf(record);
+    if (!d->mayWrite() && !d->mayWriteOwn(key))
+        return returnBool(DBError::AuthError);
+    if (!d->keys.contains(key))
+        return returnBool(DBError::RecNotFound);
+    SDBRecord copy(record);
+    if (d->head.key == SDBRecord::uniqueIncKey())
+        copy.insert(d->head.key, d->nextUniqueKey());
+    if (d->keyOf(copy).isEmpty())
+        return returnBool(DBError::KeyIsNull);
+    d->stamp(&copy);
+    const DBError replaced = d->replace(key, copy);
+    if (replaced != DBError::NoError)
+        return returnBool(replaced);
+    finishInsert(copy, notify);
+    return true;
+}
+
+void SDBText::finishInsert(const SDBRecord &record, bool notify)
+{
+    d->fields.insertRecord(record, d->head.key, d->head.culture);
+    d->error = DBError::NoError;
+    if (!notify)
+        return;
+    Q_EMIT recordInserted(d->keyOf(record));
+    Q_EMIT databaseModified();
 }
 
 bool SDBText::_remove(const QString &key, bool notify)

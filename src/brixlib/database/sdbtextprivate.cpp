@@ -159,6 +159,7 @@ DBError SDBTextPrivate::openDevice()
         return DBError::OpenError;
     }
     isOpen = true;
+    m_tornRecord = -1;
     return DBError::NoError;
 }
 
@@ -198,6 +199,7 @@ DBError SDBTextPrivate::truncate()
     isOpen = device && device->isOpen();
     hasIndex = isOpen;
     isHeadEndMissing = false;
+    m_tornRecord = -1;
     clearIndexes();
     return result;
 }

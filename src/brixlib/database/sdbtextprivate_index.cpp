@@ -60,8 +60,10 @@ DBError SDBTextPrivate::createIndex(SCrc32 *crc)
     uniqueCounter = 0;
     KeyLineScanner scanner(device, head.key, 0);
     scanner.lines().setCrc(crc);
+    qint64 lastDeleted = -1;
     while (const std::optional<KeyLine> line = scanner.next()) {
-        if (line->field.isDeletedKey())
+        lastDeleted = line->field.isDeletedKey() ? line->position : -1;
+        if (lastDeleted >= 0)
             continue;
         QString key = line->field.value.toString();
         noteUniqueKey(key);
@@ -71,6 +73,8 @@ DBError SDBTextPrivate::createIndex(SCrc32 *crc)
     if (scanner.hasFailed())
         return DBError::ReadError;
     hasIndex = true;
+    if (lastDeleted >= 0)
+        finishReplacement(lastDeleted);
     return device->seek(before) ? DBError::NoError : DBError::SeekError;
 }
 

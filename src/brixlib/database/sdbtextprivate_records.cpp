@@ -7,6 +7,9 @@
 
 #include <brixrt/sconvert.h>
 #include <brixrt/senvironment.h>
+#include <brixrt/slocale.h>
+
+#include <QtCore/QDateTime>
 
 #include <limits>
 
@@ -37,10 +40,31 @@ DBError SDBTextPrivate::seekEnd()
     return DBError::NoError;
 }
 
+void SDBTextPrivate::stamp(SDBRecord *record) const
+{
+    record->insert(SDBRecord::ownerKey(), user);
+    record->insert(SDBRecord::cultureKey(), SLocale::lcName(head.culture, false));
+    record->insert(SDBRecord::dateTimeKey(), QDateTime::currentDateTimeUtc());
+}
+
 DBError SDBTextPrivate::append(SDBRecord record, bool keepAsIs)
 {
     if (!keepAsIs && !signForWriting(&record, head.key))
         return DBError::KeyIsNull;
+    qint64 position = 0;
+    const DBError written =
+        appendLines(recordSeparator(), recordLines(record, head.culture), &position);
+    if (written == DBError::NoError)
+        addKey(keyOf(record), position);
+    return written;
+}
+
+// Stores in \a position where the lines begin.
+DBError SDBTextPrivate::appendLines(const QByteArray &separator, const QByteArray &lines,
+                                    qint64 *position)
+{
+    if (!hideTornRecord())
+        return DBError::WriteError;
     const DBError end = seekEnd();
     if (end != DBError::NoError)
         return end;
@@ -48,13 +72,45 @@ DBError SDBTextPrivate::append(SDBRecord record, bool keepAsIs)
     // The head would take the record for a part of it.
     if (isHeadEndMissing)
         bytes = SEnvironment::rawWindowsNewLine().toUtf8() + headEnd();
-    bytes += recordSeparator();
-    const qint64 position = device->pos() + bytes.size();
-    if (!writeAll(device, bytes + recordLines(record, head.culture)))
+    bytes += separator;
+    *position = device->pos() + bytes.size();
+    if (!writeAll(device, bytes + lines)) {
+        m_tornRecord = *position;
+        static_cast<void>(hideTornRecord());
         return DBError::WriteError;
+    }
     isHeadEndMissing = false;
-    addKey(keyOf(record), position);
     return DBError::NoError;
+}
+
+// Marks what there is of a record that could not be written as removed. Its key, or a part of it,
+// would hide a later record of that key at the next open. False when that has to be tried again.
+bool SDBTextPrivate::hideTornRecord()
+{
+    if (m_tornRecord < 0 || !hasOpenDevice())
+        return true;
+    // Seeking past the end of a buffer would lengthen it.
+    if (m_tornRecord >= device->size()) {
+        m_tornRecord = -1;
+        return true;
+    }
+    LineReader lines(device, m_tornRecord, LineReader::kRecordBytes);
+    QByteArrayView bytes;
+    const bool hasLine = lines.next(&bytes);
+    if (lines.hasFailed())
+        return false;
+    const std::optional<FieldLine> line =
+        hasLine ? parseFieldLine(bytes) : std::optional<FieldLine>();
+    const bool isKeyLine = line && line->name == head.key && !line->isDeletedKey();
+    if (isKeyLine && !overwrite(m_tornRecord, scrambledLine(bytes.trimmed(), scramble)))
+        return false;
+    m_tornRecord = -1;
+    return true;
+}
+
+bool SDBTextPrivate::overwrite(qint64 position, const QByteArray &bytes)
+{
+    return device->seek(position) && writeAll(device, bytes);
 }
 
 DBError SDBTextPrivate::search(const QString &key, SDBRecord *record)
@@ -87,6 +143,18 @@ DBError SDBTextPrivate::search(const QString &key, SDBRecord *record)
 
 DBError SDBTextPrivate::scrambleKey(const QString &key)
 {
+    KeyLineBytes line;
+    const DBError found = findKeyLine(key, &line);
+    if (found != DBError::NoError)
+        return found;
+    if (!overwrite(line.position, line.dead))
+        return DBError::WriteError;
+    keys.remove(key);
+    return DBError::NoError;
+}
+
+DBError SDBTextPrivate::findKeyLine(const QString &key, KeyLineBytes *keyLine)
+{
     const std::optional<qint64> position = keys.position(key);
     if (!position)
         return DBError::RecNotFound;
@@ -98,10 +166,8 @@ DBError SDBTextPrivate::scrambleKey(const QString &key)
     const std::optional<FieldLine> line = parseFieldLine(bytes);
     if (!line || line->name != head.key || line->value != key)
         return DBError::UnknownError;
-    const QByteArray scrambled = scrambledLine(bytes.trimmed(), scramble);
-    if (!device->seek(*position) || !writeAll(device, scrambled))
-        return DBError::WriteError;
-    keys.remove(key);
+    const QByteArray live = bytes.trimmed().toByteArray();
+    *keyLine = {*position, live, scrambledLine(live, scramble)};
     return DBError::NoError;
 }
 
