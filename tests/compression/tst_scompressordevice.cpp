@@ -8,10 +8,12 @@
 #include <brixlib/compression/stifflzw.h>
 #include <brixlib/compression/szip.h>
 
+#include <shared/filesizelimit.h>
 #include <shared/memorypeak.h>
 #include <shared/recordingdevice.h>
 #include <shared/seededrandom.h>
 
+#include <cerrno>
 #include <functional>
 #include <thread>
 
@@ -288,7 +290,64 @@ private Q_SLOTS:
         QCOMPARE(device.isOpen(), device.openMode() == mode);
     }
 
-    void closeEndsTheStreamFirst()
+    void writesInModesThatImplyWriting_data()
+    {
+        QTest::addColumn<QIODevice::OpenMode>("mode");
+        QTest::addColumn<bool>("openBefore");
+        using Mode = QIODevice::OpenMode;
+        QTest::newRow("append") << Mode(QIODevice::Append) << false;
+        QTest::newRow("append to an open one") << Mode(QIODevice::Append) << true;
+        QTest::newRow("truncate") << Mode(QIODevice::Truncate) << false;
+        QTest::newRow("truncate an open one") << Mode(QIODevice::Truncate) << true;
+    }
+
+    void writesInModesThatImplyWriting()
+    {
+        QFETCH(QIODevice::OpenMode, mode);
+        QFETCH(bool, openBefore);
+        QBuffer buffer;
+        if (openBefore)
+            QVERIFY(buffer.open(mode));
+        SCompressorDevice device(&buffer, new SNullCompressor, false);
+        QVERIFY(device.open(mode));
+        QCOMPARE(device.openMode(), mode | QIODevice::WriteOnly);
+        QCOMPARE(device.write("bytes"), 5);
+        device.close();
+        QCOMPARE(buffer.data(), "bytes"_ba);
+    }
+
+    void newFileIsWritten()
+    {
+        const QTemporaryDir folder;
+        QFile file(folder.filePath(u"file"_s));
+        SCompressorDevice device(&file, new SNullCompressor, false);
+        QVERIFY(device.open(QIODevice::NewOnly));
+        QCOMPARE(device.write("bytes"), 5);
+        device.close();
+        QCOMPARE(file.size(), 5);
+    }
+
+    void rejectsModeThatNeitherReadsNorWrites_data()
+    {
+        QTest::addColumn<QIODevice::OpenMode>("mode");
+        using Mode = QIODevice::OpenMode;
+        QTest::newRow("nothing") << Mode(QIODevice::NotOpen);
+        QTest::newRow("text") << Mode(QIODevice::Text);
+        QTest::newRow("unbuffered") << Mode(QIODevice::Unbuffered);
+    }
+
+    void rejectsModeThatNeitherReadsNorWrites()
+    {
+        QFETCH(QIODevice::OpenMode, mode);
+        QBuffer buffer;
+        QVERIFY(buffer.open(QIODevice::ReadWrite));
+        SCompressorDevice device(&buffer, new SNullCompressor, false);
+        QVERIFY(!device.open(mode));
+        QVERIFY(!device.isOpen());
+    }
+
+    // A slot of aboutToClose() that writes must not begin another stream.
+    void closeEmitsAboutToCloseThenEndsTheStream()
     {
         Log log;
         RecordingDevice file;
@@ -310,12 +369,68 @@ private Q_SLOTS:
         });
         QVERIFY(device.open(QIODevice::WriteOnly));
         device.close();
-        const QList<QByteArray> expected{"finalize", "about to close", "underlying"};
+        const QList<QByteArray> expected{"about to close", "finalize", "underlying"};
         QCOMPARE(order, expected);
         QVERIFY(!device.isOpen());
         QVERIFY(!file.isOpen());
         device.close();
         QCOMPARE(order, expected);
+    }
+
+    void keepsWhatATextStreamWritesAtClose_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("byItself");
+        for (const QString &name :
+             {u"uncompressed"_s, u"lz4"_s, u"zip"_s, u"packbits"_s, u"lzw"_s}) {
+            QTest::addRow("%s, closed by itself", qPrintable(name)) << name << true;
+            QTest::addRow("%s, closed with the file", qPrintable(name)) << name << false;
+        }
+    }
+
+    // QTextStream buffers 16 KiB and flushes on aboutToClose().
+    void keepsWhatATextStreamWritesAtClose()
+    {
+        QFETCH(QString, name);
+        QFETCH(bool, byItself);
+        const QByteArray data = Streams::text(28'890);
+        const QTemporaryDir folder;
+        QFile file(folder.filePath(u"file"_s));
+        SCompressorDevice writer(&file, compressorOf(name).release(), false);
+        QVERIFY(writer.open(QIODevice::WriteOnly));
+        QSignalSpy closing(&writer, &QIODevice::aboutToClose);
+        QTextStream stream(&writer);
+        for (qsizetype pos = 0; pos < data.size(); pos += 10)
+            stream << QLatin1StringView(data.constData() + pos, 10);
+        if (byItself)
+            writer.close();
+        else
+            file.close();
+        QVERIFY(!writer.isOpen());
+        QCOMPARE(closing.size(), 1);
+
+        SCompressorDevice reader(&file, compressorOf(name).release(), false);
+        QVERIFY(reader.open(QIODevice::ReadOnly));
+        QCOMPARE(reader.readAll(), data);
+    }
+
+    void slotOfAboutToCloseMayClose()
+    {
+        Log log;
+        QBuffer file;
+        SCompressorDevice device(&file, new PlayedCompressor(&log), false);
+        int told = 0;
+        connect(&device, &QIODevice::aboutToClose, this, [&] {
+            ++told;
+            device.close();
+            file.close();
+        });
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        device.close();
+        QVERIFY(!device.isOpen());
+        QVERIFY(!file.isOpen());
+        QCOMPARE(told, 1);
+        QCOMPARE(log.calls, QList<QByteArray>{"finalize"});
     }
 
     void closeLeavesTheUnderlyingDeviceOpen()
@@ -452,6 +567,102 @@ private Q_SLOTS:
         QCOMPARE(device.read(&byte, 1), -1);
         compressor->decompressResult = 0;
         QCOMPARE(device.read(&byte, 1), 0);
+    }
+
+    void reportsFailureUntilItOpensAgain_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("leaveOpen");
+        for (const QString &name :
+             {u"uncompressed"_s, u"lz4"_s, u"zip"_s, u"packbits"_s, u"lzw"_s}) {
+            QTest::addRow("%s", qPrintable(name)) << name << false;
+            QTest::addRow("%s, left open", qPrintable(name)) << name << true;
+        }
+    }
+
+    // Until close(), the file or the compressor still buffers all bytes.
+    void reportsFailureUntilItOpensAgain()
+    {
+        QFETCH(QString, name);
+        QFETCH(bool, leaveOpen);
+        const QTemporaryDir folder;
+        QFile file(folder.filePath(u"file"_s));
+        SCompressorDevice device(&file, compressorOf(name).release(), leaveOpen);
+        QVERIFY(!device.hasFailed());
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        QCOMPARE(device.write("123456789"), 9);
+        QVERIFY(!device.hasFailed());
+        {
+            const FileSizeLimit full(3);
+            device.close();
+            file.close();
+        }
+        QVERIFY(!device.isOpen());
+        QVERIFY(device.hasFailed());
+        QCOMPARE(device.errorString(), qt_error_string(EFBIG));
+
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        QVERIFY(!device.hasFailed());
+        QCOMPARE(device.write("123456789"), 9);
+        device.close();
+        QVERIFY(!device.hasFailed());
+    }
+
+    void reportsFailedWriteAfterClose()
+    {
+        RecordingDevice file;
+        SCompressorDevice device(&file, new SNullCompressor, false);
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        file.failsToWrite = true;
+        file.setReason(u"the disk is full"_s);
+        QCOMPARE(device.write("some"), -1);
+        QVERIFY(device.hasFailed());
+        file.failsToWrite = false;
+        file.setReason(u"another thing"_s);
+        QCOMPARE(device.write("more"), 4);
+        device.close();
+        QVERIFY(device.hasFailed());
+        QCOMPARE(device.errorString(), u"the disk is full"_s);
+    }
+
+    void reportsFailedRead()
+    {
+        RecordingDevice file("bytes"_ba);
+        SCompressorDevice device(&file, new SNullCompressor, false);
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        file.failsToRead = true;
+        file.setReason(u"the disk is gone"_s);
+        char byte = 0;
+        QCOMPARE(device.read(&byte, 1), -1);
+        QVERIFY(device.hasFailed());
+        QCOMPARE(device.errorString(), u"the disk is gone"_s);
+        device.close();
+        QVERIFY(device.hasFailed());
+        QCOMPARE(device.errorString(), u"the disk is gone"_s);
+    }
+
+    void reportsCompressorThatCannotEnd()
+    {
+        Log log;
+        QBuffer file;
+        auto *compressor = new PlayedCompressor(&log);
+        compressor->finalizeResult = false;
+        SCompressorDevice device(&file, compressor, false);
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        device.close();
+        QVERIFY(device.hasFailed());
+    }
+
+    void reportsDestroyedDevice()
+    {
+        auto file = std::make_unique<QBuffer>();
+        SCompressorDevice device(file.get(), new SLz4, false);
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        QCOMPARE(device.write("some"), 4);
+        file.reset();
+        device.close();
+        QVERIFY(device.hasFailed());
+        QCOMPARE(device.errorString(), u"The underlying device has been destroyed"_s);
     }
 
     void flushEndsTheStream()

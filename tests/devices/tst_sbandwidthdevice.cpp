@@ -276,6 +276,95 @@ private Q_SLOTS:
         QCOMPARE(closing.count(), 1);
     }
 
+    void keepsWhatATextStreamWritesAtClose_data()
+    {
+        QTest::addColumn<bool>("byItself");
+        QTest::newRow("closed by itself") << true;
+        QTest::newRow("closed with the file") << false;
+    }
+
+    void keepsWhatATextStreamWritesAtClose()
+    {
+        QFETCH(bool, byItself);
+        const QTemporaryDir folder;
+        QFile file(folder.filePath(u"file"_s));
+        SBandwidthDevice device(&file);
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        QTextStream stream(&device);
+        stream << u"abc"_s;
+        if (byItself)
+            device.close();
+        else
+            file.close();
+        QVERIFY(!device.isOpen());
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(), "abc"_ba);
+    }
+
+    void writesInModesThatImplyWriting_data()
+    {
+        QTest::addColumn<QIODevice::OpenMode>("mode");
+        QTest::addColumn<bool>("openBefore");
+        QTest::addColumn<QByteArray>("content");
+        using Mode = QIODevice::OpenMode;
+        QTest::newRow("append") << Mode(QIODevice::Append) << false << "older bytes"_ba;
+        QTest::newRow("append to an open one")
+            << Mode(QIODevice::Append) << true << "older bytes"_ba;
+        QTest::newRow("truncate") << Mode(QIODevice::Truncate) << false << "bytes"_ba;
+        QTest::newRow("truncate an open one") << Mode(QIODevice::Truncate) << true << "bytes"_ba;
+    }
+
+    void writesInModesThatImplyWriting()
+    {
+        QFETCH(QIODevice::OpenMode, mode);
+        QFETCH(bool, openBefore);
+        QFETCH(QByteArray, content);
+        QByteArray bytes("older ");
+        QBuffer buffer(&bytes);
+        if (openBefore)
+            QVERIFY(buffer.open(mode));
+        SBandwidthDevice device(&buffer);
+        QVERIFY(device.open(mode));
+        QCOMPARE(device.openMode(), mode | QIODevice::WriteOnly | QIODevice::Unbuffered);
+        QCOMPARE(device.write("bytes"), 5);
+        device.close();
+        QCOMPARE(bytes, content);
+    }
+
+    void rejectsModeThatNeitherReadsNorWrites_data()
+    {
+        QTest::addColumn<QIODevice::OpenMode>("mode");
+        using Mode = QIODevice::OpenMode;
+        QTest::newRow("nothing") << Mode(QIODevice::NotOpen);
+        QTest::newRow("text") << Mode(QIODevice::Text);
+    }
+
+    void rejectsModeThatNeitherReadsNorWrites()
+    {
+        QFETCH(QIODevice::OpenMode, mode);
+        QBuffer buffer;
+        QVERIFY(buffer.open(QIODevice::ReadWrite));
+        SBandwidthDevice device(&buffer);
+        QVERIFY(!device.open(mode));
+        QVERIFY(!device.isOpen());
+    }
+
+    void hasTheErrorStringOfTheUnderlyingDevice()
+    {
+        RecordingDevice inner("abc");
+        inner.failsToRead = true;
+        inner.failsToWrite = true;
+        SBandwidthDevice device(&inner);
+        QVERIFY(device.open(QIODevice::ReadWrite));
+        char byte = 0;
+        inner.setReason(u"the disk is gone"_s);
+        QCOMPARE(device.read(&byte, 1), -1);
+        QCOMPARE(device.errorString(), u"the disk is gone"_s);
+        inner.setReason(u"the disk is full"_s);
+        QCOMPARE(device.write("x"), -1);
+        QCOMPARE(device.errorString(), u"the disk is full"_s);
+    }
+
     void outlivesTheUnderlyingDevice()
     {
         auto source = std::make_unique<Source>();

@@ -981,6 +981,18 @@ private Q_SLOTS:
         QCOMPARE(device.bytesAvailable(), 5000 + 5000);
     }
 
+    void hasTheErrorStringOfTheUnderlyingDevice()
+    {
+        RecordingDevice target;
+        target.failsToWrite = true;
+        SBufferedDevice device(&target);
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        target.setReason(u"the disk is full"_s);
+        QCOMPARE(device.write("abc"), 3);
+        QVERIFY(!device.flush());
+        QCOMPARE(device.errorString(), u"the disk is full"_s);
+    }
+
     void flushThatFailsWithinCloseIsNotReported()
     {
         RecordingDevice target;

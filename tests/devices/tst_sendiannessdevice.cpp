@@ -840,6 +840,58 @@ private Q_SLOTS:
         QCOMPARE(closing.count(), 1);
     }
 
+    void keepsWhatATextStreamWritesAtClose_data()
+    {
+        QTest::addColumn<bool>("byItself");
+        QTest::newRow("closed by itself") << true;
+        QTest::newRow("closed with the file") << false;
+    }
+
+    void keepsWhatATextStreamWritesAtClose()
+    {
+        QFETCH(bool, byItself);
+        const QTemporaryDir folder;
+        QFile file(folder.filePath(u"file"_s));
+        SEndiannessDevice device(&file, ByteOrder::BigEndian);
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        QTextStream stream(&device);
+        stream << u"abc"_s;
+        if (byItself)
+            device.close();
+        else
+            file.close();
+        QVERIFY(!device.isOpen());
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(), "abc"_ba);
+    }
+
+    void hasTheErrorStringOfTheUnderlyingDevice()
+    {
+        RecordingDevice inner("abc");
+        inner.failsToRead = true;
+        inner.failsToWrite = true;
+        SEndiannessDevice device(&inner, ByteOrder::BigEndian);
+        QVERIFY(device.open(QIODevice::ReadWrite));
+        char byte = 0;
+        inner.setReason(u"the disk is gone"_s);
+        QCOMPARE(device.read(&byte, 1), -1);
+        QCOMPARE(device.errorString(), u"the disk is gone"_s);
+        inner.setReason(u"the disk is full"_s);
+        QCOMPARE(device.write("x"), -1);
+        QCOMPARE(device.errorString(), u"the disk is full"_s);
+    }
+
+    void writesWhenOpenedToAppend()
+    {
+        QByteArray bytes("older ");
+        QBuffer buffer(&bytes);
+        SEndiannessDevice device(&buffer, ByteOrder::BigEndian);
+        QVERIFY(device.open(QIODevice::Append));
+        QCOMPARE(device.write("bytes"), 5);
+        device.close();
+        QCOMPARE(bytes, "older bytes"_ba);
+    }
+
     void destructorLeavesTheUnderlyingDeviceOpen()
     {
         RecordingDevice inner;

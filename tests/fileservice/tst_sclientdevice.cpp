@@ -256,6 +256,7 @@ private Q_SLOTS:
         row("write", QIODevice::WriteOnly, true, "new");
         row("read and write", QIODevice::ReadWrite, true, "newtent");
         row("append", QIODevice::WriteOnly | QIODevice::Append, true, "contentnew");
+        row("append alone", QIODevice::Append, true, "contentnew");
         row("truncate", QIODevice::ReadWrite | QIODevice::Truncate, true, "new");
         row("new only", QIODevice::WriteOnly | QIODevice::NewOnly, false, "content");
         row("existing only", QIODevice::ReadWrite | QIODevice::ExistingOnly, true, "newtent");

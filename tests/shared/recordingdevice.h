@@ -48,6 +48,9 @@ public:
         return waitsEndWell;
     }
 
+    //! Sets errorString().
+    void setReason(const QString &reason) { setErrorString(reason); }
+
     QByteArray bytes;
     qsizetype at = 0; //!< where the next byte is read or written
     bool opens = true;

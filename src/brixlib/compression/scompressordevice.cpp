@@ -8,6 +8,9 @@
 
 #include <brixrt/sfilehelper.h>
 
+#include <QtCore/QScopedValueRollback>
+#include <QtCore/QSignalBlocker>
+
 namespace Talverine::Compression {
 
 namespace {
@@ -76,21 +79,21 @@ int SCompressorDevice::concurrence() const
 
 bool SCompressorDevice::open(OpenMode mode)
 {
-    if (!m_device)
+    if (!m_device || !openOrShareUnderlyingDevice(m_device, mode))
         return false;
-    if (!m_device->isOpen()) {
-        if (!m_device->open(mode))
-            return false;
-    } else if ((mode & ~Unbuffered) != ReadOnly && !m_device->isWritable()) {
-        return false;
-    }
     m_crc.clear();
-    return QIODevice::open(mode);
+    m_hasFailed = false;
+    return QIODevice::open(completedMode(mode));
+}
+
+bool SCompressorDevice::hasFailed() const
+{
+    return m_hasFailed;
 }
 
 void SCompressorDevice::close()
 {
-    if (!isOpen())
+    if (!isOpen() || m_isClosing)
         return;
     underlyingDeviceAboutToClose();
     if (m_device && !m_leaveOpen)
@@ -162,18 +165,26 @@ bool SCompressorDevice::decompress(QIODevice *source, QIODevice *target,
 
 qint64 SCompressorDevice::readData(char *data, qint64 maxSize)
 {
-    if (!m_device || !m_compressor)
+    if (!m_device || !m_compressor) {
+        keepFailure();
         return -1;
+    }
     const qint64 count = m_compressor->decompress(m_device, data, maxSize, 0);
+    if (count < 0)
+        keepFailure();
     updateCrc(data, count);
     return count;
 }
 
 qint64 SCompressorDevice::writeData(const char *data, qint64 size)
 {
-    if (!m_device || !m_compressor)
+    if (!m_device || !m_compressor) {
+        keepFailure();
         return -1;
+    }
     const qint64 count = m_compressor->compress(data, size, m_device);
+    if (count < 0)
+        keepFailure();
     updateCrc(data, count);
     return count;
 }
@@ -201,12 +212,32 @@ void SCompressorDevice::updateCrc(const char *data, qint64 size)
         m_crc.update(data, static_cast<quint64>(size));
 }
 
+// Keeps the first failure, which is the cause of the later ones.
+void SCompressorDevice::keepFailure()
+{
+    if (m_hasFailed)
+        return;
+    m_hasFailed = true;
+    setErrorString(m_device ? failureReason(m_device)
+                            : tr("The underlying device has been destroyed"));
+}
+
 void SCompressorDevice::underlyingDeviceAboutToClose()
 {
-    if (!isOpen())
+    if (!isOpen() || m_isClosing)
         return;
-    flush();
+    const QScopedValueRollback closing(m_isClosing, true);
+    Q_EMIT aboutToClose();
+    // Slots of this signal may write, as QTextStream does, so the stream ends after it. QFile
+    // flushes before aboutToClose(), and discards what is written later.
+    const bool ended = flush() && flushUnderlyingFile(m_device);
+    if (!ended || (isWritable() && !m_device))
+        keepFailure();
+    const QString reason = errorString();
+    const QSignalBlocker emitted(this);
     QIODevice::close();
+    if (m_hasFailed)
+        setErrorString(reason);
 }
 
 void SCompressorDevice::underlyingDeviceDestroyed()

@@ -19,7 +19,9 @@ namespace Talverine::Compression {
  *     if (!packed.open(QIODevice::WriteOnly))
  *         return false;
  *     packed.write(page);
- *     packed.close(); // ends the stream, and closes the file
+ *     packed.close(); // ends the stream and closes the file
+ *     if (packed.hasFailed())
+ *         qWarning() << packed.errorString();
  *
  * Each write is one call of the compressor. compress() and decompress() do whole files, with a head
  * that tells the algorithm and a checksum of the plain bytes.
@@ -59,11 +61,23 @@ public:
 
     /*!
      * Opens the underlying device with \a mode unless it is open; false when that fails, or when it
-     * is open, \a mode is not ReadOnly and it can't be written.
+     * is open, \a mode is not ReadOnly and it can't be written, or when \a mode neither reads nor
+     * writes. Append, Truncate and NewOnly imply WriteOnly.
      */
     bool open(OpenMode mode) override;
-    //! Ends the compressor's stream and closes the underlying device unless leaveOpen().
+    /*!
+     * Ends the compressor's stream and closes the underlying device unless leaveOpen(). What is
+     * written when aboutToClose() is emitted, as QTextStream does, belongs to the stream. The same
+     * happens when the underlying device is closed first. hasFailed() reports a failure.
+     */
     void close() override;
+    /*!
+     * Returns whether a read or a write, or the end of the stream in close(), has failed since
+     * open(). errorString() is the underlying device's reason for the first failure. If this is
+     * false after close(), the system has accepted all bytes of an underlying file; another device
+     * may still buffer some.
+     */
+    bool hasFailed() const;
     //! Always true.
     bool isSequential() const override;
     bool atEnd() const override;
@@ -106,11 +120,14 @@ protected:
 private:
     bool writeContainer(QIODevice *source);
     void updateCrc(const char *data, qint64 size);
+    void keepFailure();
     void underlyingDeviceAboutToClose();
     void underlyingDeviceDestroyed();
 
     bool m_leaveOpen;
     bool m_calculateCrc;
+    bool m_hasFailed = false;
+    bool m_isClosing = false;
     QIODevice *m_device;
     std::unique_ptr<Interfaces::ICompressor> m_compressor;
     SCrc32 m_crc;

@@ -67,15 +67,9 @@ void SBandwidthDevice::setWriteBandwidth(qint64 bytesPerSecond)
 
 bool SBandwidthDevice::open(OpenMode mode)
 {
-    if (!m_device)
+    if (!m_device || !openOrShareUnderlyingDevice(m_device, mode))
         return false;
-    if (!m_device->isOpen()) {
-        if (!m_device->open(mode))
-            return false;
-    } else if ((mode & ~Unbuffered) != ReadOnly && !m_device->isWritable()) {
-        return false;
-    }
-    QIODevice::open(mode | Unbuffered);
+    QIODevice::open(completedMode(mode) | Unbuffered);
     // A device that was open already, or that appends, does not stand at its start.
     return isSequential() || QIODevice::seek(m_device->pos());
 }
@@ -128,6 +122,8 @@ qint64 SBandwidthDevice::readData(char *data, qint64 maxSize)
     const qint64 count = m_device->read(data, waitForHalf(m_readLimiter, maxSize));
     if (count > 0)
         m_readLimiter.transferred(count);
+    else if (count < 0)
+        setErrorString(failureReason(m_device));
     return count;
 }
 
@@ -140,6 +136,8 @@ qint64 SBandwidthDevice::writeData(const char *data, qint64 size)
     const qint64 count = m_device->write(data, waitForHalf(m_writeLimiter, size));
     if (count > 0)
         m_writeLimiter.transferred(count);
+    else if (count < 0)
+        setErrorString(failureReason(m_device));
     return count;
 }
 
@@ -151,6 +149,8 @@ bool SBandwidthDevice::flush()
 void SBandwidthDevice::underlyingDeviceAboutToClose()
 {
     QIODevice::close();
+    // QFile flushes before aboutToClose(), and discards what slots of that signal write.
+    flush();
 }
 
 void SBandwidthDevice::underlyingDeviceDestroyed()

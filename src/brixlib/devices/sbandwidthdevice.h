@@ -44,7 +44,8 @@ public:
 
     /*!
      * Opens the underlying device with \a mode unless it is open; false when that fails, or when it
-     * is open, \a mode is not ReadOnly and it can't be written. This device itself is always
+     * is open, \a mode is not ReadOnly and it can't be written, or when \a mode neither reads nor
+     * writes. Append, Truncate and NewOnly imply WriteOnly. This device itself is always
      * unbuffered: read-ahead would turn each small read into one of the buffer's size.
      */
     bool open(OpenMode mode) override;

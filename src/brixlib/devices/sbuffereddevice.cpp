@@ -219,8 +219,10 @@ bool SBufferedDevice::writeOut()
     const quint64 count = qMin(m_writeBuffer.bytesAvailable(), m_writeBuffer.size() - start);
     const qint64 written =
         m_device->write(m_writeBuffer.data() + start, static_cast<qint64>(count));
-    if (written <= 0)
+    if (written <= 0) {
+        setErrorString(failureReason(m_device));
         return false;
+    }
     m_writeBuffer.discart(static_cast<quint64>(written));
     return true;
 }

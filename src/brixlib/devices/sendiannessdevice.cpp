@@ -221,17 +221,29 @@ bool SEndiannessDevice::waitForBytesWritten(int msecs)
 
 qint64 SEndiannessDevice::readData(char *data, qint64 maxSize)
 {
-    return m_device ? m_device->read(data, maxSize) : -1;
+    if (!m_device)
+        return -1;
+    const qint64 count = m_device->read(data, maxSize);
+    if (count < 0)
+        setErrorString(failureReason(m_device));
+    return count;
 }
 
 qint64 SEndiannessDevice::writeData(const char *data, qint64 size)
 {
-    return m_device ? m_device->write(data, size) : -1;
+    if (!m_device)
+        return -1;
+    const qint64 count = m_device->write(data, size);
+    if (count < 0)
+        setErrorString(failureReason(m_device));
+    return count;
 }
 
 void SEndiannessDevice::_on_aboutToClose()
 {
     QIODevice::close();
+    // QFile flushes before aboutToClose(), and discards what slots of that signal write.
+    flushUnderlyingFile(m_device);
 }
 
 // On a little-endian machine exactly the one value swaps, whatever else the field may hold.

@@ -4,6 +4,7 @@
 #include "sclientdevice_p.h"
 
 #include <brixlib/foundation/saturated_p.h>
+#include <brixlib/foundation/underlyingdevice_p.h>
 #include <brixlib/protocol/passwordhash_p.h>
 #include <brixlib/protocol/protocolsocket_p.h>
 #include <brixlib/protocol/sclientbase.h>
@@ -138,7 +139,7 @@ bool SClientDevice::open(OpenMode mode)
     // Qt begins there.
     if (mode.testFlag(Append) && size() == Session::kUnknownSize)
         return false;
-    return QIODevice::open(mode | Unbuffered);
+    return QIODevice::open(completedMode(mode) | Unbuffered);
 }
 
 bool SClientDevice::connectToHost()

@@ -103,8 +103,8 @@ public:
 
     /*!
      * Connects, logs in and opens the file on the server with \a mode, making its folder if need
-     * be. The device itself is always unbuffered; it is writable only with WriteOnly in \a mode,
-     * also when it appends. After a failure it may still be connected; it is of no more use then.
+     * be. Append and NewOnly imply WriteOnly. The device itself is always unbuffered. After a
+     * failure it may still be connected; it is of no more use then.
      */
     bool open(OpenMode mode) override;
     //! As below, without a result.

@@ -31,11 +31,46 @@ void followDevice(QIODevice *device, Wrapper *wrapper, void (Wrapper::*aboutToCl
     return (device->openMode() | QIODevice::Unbuffered) == (mode | QIODevice::Unbuffered);
 }
 
-//! Hands what a file has buffered itself to the system; true for any other device.
+//! \a mode with the writing that it implies: to append, to truncate and to create are to write.
+inline QIODevice::OpenMode completedMode(QIODevice::OpenMode mode)
+{
+    constexpr QIODevice::OpenMode kWriting =
+        QIODevice::Append | QIODevice::Truncate | QIODevice::NewOnly;
+    return mode & kWriting ? mode | QIODevice::WriteOnly : mode;
+}
+
+/*!
+ * Opens \a device with \a mode unless it is open; then only whether it can be written matters, if
+ * \a mode writes. False also for a mode that neither reads nor writes.
+ */
+[[nodiscard]] inline bool openOrShareUnderlyingDevice(QIODevice *device, QIODevice::OpenMode mode)
+{
+    const QIODevice::OpenMode completed = completedMode(mode);
+    if (!(completed & QIODevice::ReadWrite))
+        return false;
+    if (!device->isOpen())
+        return device->open(mode);
+    return (completed & ~QIODevice::Unbuffered) == QIODevice::ReadOnly || device->isWritable();
+}
+
+/*!
+ * Flushes the buffer of a file to the system; returns true for any other device. After a short
+ * write QFile has no error string, so this tries again with the rest, which then fails with the
+ * system's reason.
+ */
 inline bool flushUnderlyingFile(QIODevice *device)
 {
     auto *file = qobject_cast<QFileDevice *>(device);
-    return !file || file->flush();
+    return !file || file->flush() || file->flush();
+}
+
+//! Returns why \a device has just failed to read or write.
+inline QString failureReason(QIODevice *device)
+{
+    // A file may have failed with a short write of its own buffer, which leaves no error string.
+    if (device->isWritable())
+        static_cast<void>(flushUnderlyingFile(device));
+    return device->errorString();
 }
 
 } // namespace Talverine
