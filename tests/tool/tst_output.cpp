@@ -9,25 +9,6 @@ class tst_Output : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void controlCharactersAreNotShown_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("shown");
-        QTest::newRow("ordinary") << u"größe 漢字 🖨"_s << u"größe 漢字 🖨"_s;
-        QTest::newRow("escape sequence") << u"a\x1b[2Jb"_s << u"a?[2Jb"_s;
-        QTest::newRow("bell, tab, carriage return") << u"a\a\t\rb"_s << u"a???b"_s;
-        QTest::newRow("delete") << u"a\x7f"_s << u"a?"_s;
-        QTest::newRow("the upper control characters") << QString(u"a\u009b31m"_s) << u"a?31m"_s;
-        QTest::newRow("zero") << u"a\0b"_s << u"a?b"_s;
-    }
-
-    void controlCharactersAreNotShown()
-    {
-        QFETCH(QString, text);
-        QFETCH(QString, shown);
-        QCOMPARE(Output::printable(text), shown);
-    }
-
     void countsAreShownInBinaryUnits()
     {
         QCOMPARE(Output::bytes(0), u"0 bytes"_s);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "printabletext.h"
 
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
 #include <QtTest/QTest>
 
 using namespace Brix;
@@ -42,6 +44,50 @@ private Q_SLOTS:
         QFETCH(QString, text);
         QFETCH(QString, printable);
         QCOMPARE(printableText(text), printable);
+    }
+
+    void escapesBytesThatAreNoUtf8_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QString>("printable");
+        QTest::newRow("none") << QByteArray() << QString();
+        QTest::newRow("valid") << "größe 🖨\n"_ba << u"größe 🖨\\n"_s;
+        QTest::newRow("Latin-1") << "gr\xF6\xDFx"_ba << u"gr\\xF6\\xDFx"_s;
+        QTest::newRow("cut character") << "a\xE6\xBC"_ba << u"a\\xE6\\xBC"_s;
+        QTest::newRow("overlong slash") << "\xC0\xAF"_ba << u"\\xC0\\xAF"_s;
+        QTest::newRow("surrogate") << "\xED\xA0\x80"_ba << u"\\xED\\xA0\\x80"_s;
+        QTest::newRow("beyond Unicode") << "\xF5\x80\x80\x80"_ba << u"\\xF5\\x80\\x80\\x80"_s;
+        QTest::newRow("bare CSI") << "\x9B[2J"_ba << u"\\x9B[2J"_s;
+        QTest::newRow("valid around invalid") << "ä\xFFö\x1b"_ba << u"ä\\xFFö\\u{1B}"_s;
+    }
+
+    void escapesBytesThatAreNoUtf8()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(QString, printable);
+        QCOMPARE(printableUtf8(bytes), printable);
+    }
+
+    void jsonKeepsItsValues()
+    {
+        QString all;
+        for (ushort unit = 0; unit < 0x2100; ++unit)
+            all += QChar(unit);
+        all += u"🖨"_s + QString::fromUcs4(U"\U000e0041");
+        const QJsonDocument document(QJsonArray{all});
+        const QByteArray json = printableJson(document.toJson(QJsonDocument::Compact));
+        QCOMPARE(QJsonDocument::fromJson(json), document);
+        QVERIFY(json.contains("~\\u007f\\u0080"));
+        QVERIFY(json.contains("\\u202e"));
+        QVERIFY(json.contains("\\udb40\\udc41"));
+        QVERIFY(json.contains("\u00ff"));
+        QVERIFY(json.contains("🖨"));
+    }
+
+    void jsonKeepsItsLayout()
+    {
+        const QByteArray indented = "{\n    \"name\": \"größe \\\\ \\n\"\n}\n";
+        QCOMPARE(printableJson(indented), indented);
     }
 };
 

@@ -2,6 +2,7 @@
 // brix db get, set, rm, list, search and values: single records and what is in them.
 #include "dbcommands.h"
 #include "fieldrules.h"
+#include "printabletext.h"
 #include "recordjson.h"
 
 #include <QtCore/QJsonArray>
@@ -23,7 +24,7 @@ constexpr auto kListGlue = "\r\n"_L1;
 void writeRecord(const Output &output, const SDBRecord &record)
 {
     if (output.json) {
-        output.bytesAsTheyAre(RecordJson::fromRecord(record) + '\n');
+        output.bytesAsTheyAre(printableJson(RecordJson::fromRecord(record)) + '\n');
         return;
     }
     for (const SDBField &field : record.fields()) {

@@ -70,6 +70,8 @@ int main(int argc, char *argv[])
     cli.set_version_flag("--version", "brix " BRIX_VERSION);
     cli.add_flag("--json", tool.output.json, "Results as one JSON object a line");
     cli.add_flag("--quiet", tool.output.quiet, "No progress and no notes");
+    cli.add_flag("--raw", tool.output.raw,
+                 "Results without escapes for control characters, also on a terminal");
     addServeCommand(&cli, &tool);
     addTransferCommands(&cli, &tool);
     addStreamCommands(&cli, &tool);

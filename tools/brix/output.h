@@ -12,8 +12,8 @@ namespace Brix {
 /*!
  * Where the tool writes: results on stdout, notes and errors on stderr.
  *
- * A terminal never sees control characters that a file name or a peer brought along: they are shown
- * as "?".
+ * A terminal, and stderr in any case, is sent no control characters that a file name or a peer
+ * brought along: printableText() escapes them.
  *
  * Thread: used in the main thread only.
  */
@@ -24,15 +24,19 @@ public:
     bool json = false;
     //! No notes; results and errors stay.
     bool quiet = false;
+    //! Results without escapes, also on a terminal.
+    bool raw = false;
 
     //! One line of a result. Callers ask \a json first which form is wanted.
     void line(const QString &text) const;
-    //! One result as a JSON object in one line.
+    //! One result as a JSON object in one line, as printableJson() writes it.
     void object(const QJsonObject &object) const;
     //! \a text, or \a object with --json.
     void result(const QString &text, const QJsonObject &object) const;
     //! A result that is no text, without a line end of its own.
     void bytesAsTheyAre(const QByteArray &bytes) const;
+    //! A result that may be no text: as it is, or for a terminal as printableUtf8() in one line.
+    void foreignBytes(const QByteArray &bytes) const;
     //! Rows of cells in aligned columns. Nothing for no rows.
     void table(QList<QStringList> rows) const;
     //! Something worth knowing that is neither a result nor an error.
@@ -42,10 +46,11 @@ public:
     //! What failed, and why.
     void error(const QString &text) const;
 
-    //! A text with "?" in place of each control character.
-    static QString printable(QString text);
     //! "1.5 MiB".
     static QString bytes(qint64 count);
+
+private:
+    bool isEscaped() const;
 };
 
 } // namespace Brix

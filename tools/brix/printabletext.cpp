@@ -3,6 +3,8 @@
 
 #include <QtCore/QStringList>
 
+#include <algorithm>
+
 namespace Brix {
 
 using namespace Qt::StringLiterals;
@@ -45,6 +47,29 @@ char32_t characterAt(QStringView text, qsizetype i)
     return isPair ? QChar::surrogateToUcs4(text[i], text[i + 1]) : char32_t(text[i].unicode());
 }
 
+QString jsonUnit(char16_t unit)
+{
+    return u"\\u%1"_s.arg(QString::number(unit, 16).rightJustified(4, u'0'));
+}
+
+// JSON has no longer escape: a character beyond U+FFFF is two of them.
+QString jsonEscaped(char32_t character)
+{
+    if (!QChar::requiresSurrogates(character))
+        return jsonUnit(char16_t(character));
+    return jsonUnit(QChar::highSurrogate(character)) + jsonUnit(QChar::lowSurrogate(character));
+}
+
+//! Returns the number of bytes of the character that \a bytes begin with; 0 if it is invalid.
+qsizetype validBytes(QByteArrayView bytes)
+{
+    for (qsizetype size = 1; size <= std::min<qsizetype>(4, bytes.size()); ++size) {
+        if (bytes.first(size).isValidUtf8())
+            return size;
+    }
+    return 0;
+}
+
 } // namespace
 
 QString printableText(QStringView text)
@@ -63,6 +88,41 @@ QString printableText(QStringView text)
         i += units;
     }
     return result;
+}
+
+QString printableUtf8(QByteArrayView bytes)
+{
+    QString result;
+    qsizetype begin = 0; // of the valid bytes that are not in the result yet
+    for (qsizetype end = 0; end < bytes.size();) {
+        if (const qsizetype size = validBytes(bytes.sliced(end)); size > 0) {
+            end += size;
+            continue;
+        }
+        result += printableText(QString::fromUtf8(bytes.sliced(begin, end - begin)));
+        result += u"\\x%1"_s.arg(QString::number(uchar(bytes[end]), 16).toUpper());
+        begin = ++end;
+    }
+    return result + printableText(QString::fromUtf8(bytes.sliced(begin)));
+}
+
+QByteArray printableJson(const QByteArray &json)
+{
+    // What JSON has outside of its texts is printable, and in them control characters are escaped.
+    const auto isHarmless = [](char byte) { return uchar(byte) < 0x7F; };
+    if (std::all_of(json.begin(), json.end(), isHarmless))
+        return json;
+    const QString text = QString::fromUtf8(json);
+    QString result;
+    result.reserve(text.size());
+    for (qsizetype i = 0; i < text.size();) {
+        const char32_t character = characterAt(text, i);
+        const qsizetype units = QChar::requiresSurrogates(character) ? 2 : 1;
+        result += character < 0x7F || isPrintable(character) ? text.mid(i, units)
+                                                             : jsonEscaped(character);
+        i += units;
+    }
+    return result.toUtf8();
 }
 
 } // namespace Brix

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QtCore/QByteArray>
+#include <QtCore/QByteArrayView>
 #include <QtCore/QString>
 
 namespace Brix {
@@ -15,5 +17,12 @@ namespace Brix {
  * characters stay.
  */
 QString printableText(QStringView text);
+
+//! The same for UTF-8. A byte that does not belong to a character becomes "\x" and two digits.
+QString printableUtf8(QByteArrayView bytes);
+
+//! Returns JSON text with "\u" escapes in place of the characters that printableText() escapes. A
+//! parser reads the same values from it; the layout, line feeds and spaces, stays.
+QByteArray printableJson(const QByteArray &json);
 
 } // namespace Brix

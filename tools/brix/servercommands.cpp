@@ -107,9 +107,10 @@ void writeDecoded(const Output &output, const QByteArray &bytes)
             output.line(line);
     } else if (const auto document = SPluggableJson::byteArrayToDocument(bytes);
                !document.isNull()) {
-        output.line(QString::fromUtf8(document.toJson()).trimmed());
+        for (const auto &line : document.toJson().trimmed().split('\n'))
+            output.line(QString::fromUtf8(line));
     } else if (!bytes.isEmpty()) {
-        output.bytesAsTheyAre(bytes);
+        output.foreignBytes(bytes);
     }
 }
 
