@@ -43,7 +43,8 @@ public:
     [[nodiscard]] bool start(const QStringList &arguments = {})
     {
         QFile file(path(QStringLiteral("users.json")));
-        if (!users.save(&file))
+        if (!users.save(&file) ||
+            !file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner))
             return false;
         ToolProcess().prepare(&m_process, QStringList{QStringLiteral("serve"),
                                                       QStringLiteral("--users"), file.fileName()} +

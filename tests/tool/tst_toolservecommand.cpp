@@ -10,6 +10,7 @@
 #include <csignal>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Talverine;
@@ -120,6 +121,71 @@ private Q_SLOTS:
         const QByteArray warning = "brix: ann can read and change " +
                                    m_server->path(u"homes"_s).toUtf8() + ", the home of bob: ";
         QVERIFY(m_server->logShowing(warning).contains(warning));
+    }
+
+    void userFileThatOthersMayReadIsTold_data()
+    {
+        QTest::addColumn<int>("mode");
+        QTest::newRow("the group reads") << 0640;
+        QTest::newRow("others read") << 0604;
+        QTest::newRow("the group writes") << 0620;
+        QTest::newRow("the owner alone") << 0600;
+    }
+
+    void userFileThatOthersMayReadIsTold()
+    {
+        QFETCH(int, mode);
+        QVERIFY(m_server->start({u"--verbose"_s}));
+        const QByteArray file = m_server->path(u"users.json"_s).toLocal8Bit();
+        QCOMPARE(chmod(file.constData(), mode_t(mode)), 0);
+        kill(pid_t(m_server->process().processId()), SIGHUP);
+        QVERIFY(m_server->logShowing("again; users: 1\n").contains("again; users: 1\n"));
+        QCOMPARE(m_server->run({u"whoami"_s, m_server->url()}).exitCode, 0);
+        const QByteArray log = m_server->logShowing("login of ann");
+        const QByteArray warning =
+            "(mode " + QByteArray::number(mode, 8) + "), and a line of it is as good as a password";
+        QCOMPARE(log.contains(warning), mode != 0600);
+        QCOMPARE(log.contains("chmod 600 " + file), mode != 0600);
+    }
+
+    void newFilesFollowTheUmask_data()
+    {
+        QTest::addColumn<QString>("mask");
+        QTest::addColumn<int>("fileMode");
+        QTest::addColumn<int>("directoryMode");
+        QTest::newRow("nothing for others") << u"077"_s << 0600 << 0700;
+        QTest::newRow("reading for the group") << u"27"_s << 0640 << 0750;
+        QTest::newRow("all") << u"0"_s << 0666 << 0777;
+    }
+
+    void newFilesFollowTheUmask()
+    {
+        QFETCH(QString, mask);
+        QFETCH(int, fileMode);
+        QFETCH(int, directoryMode);
+        QVERIFY(m_server->start({u"--umask"_s, mask}));
+        QVERIFY(writeFile(m_server->path(u"source"_s), "content"));
+        QCOMPARE(
+            m_server->run({u"put"_s, m_server->path(u"source"_s), m_server->url(u"new/file"_s)})
+                .exitCode,
+            0);
+        const auto modeOf = [this](const QString &name) {
+            struct stat facts = {};
+            stat(QFile::encodeName(m_server->homePath(name)).constData(), &facts);
+            return int(facts.st_mode & 0777);
+        };
+        QCOMPARE(modeOf(u"new/file"_s), fileMode);
+        QCOMPARE(modeOf(u"new"_s), directoryMode);
+    }
+
+    void wrongUmaskIsWrongUsage()
+    {
+        for (const QString &mask :
+             {u"8"_s, u"1000"_s, u"-1"_s, u""_s, u"rwx"_s, u"00000000022"_s}) {
+            const auto result =
+                ToolProcess().run({u"serve"_s, u"--users"_s, u"f"_s, u"--umask="_s + mask});
+            QCOMPARE(result.exitCode, 2);
+        }
     }
 
     void changedUserFileIsReadAgain_data()
@@ -273,7 +339,10 @@ private Q_SLOTS:
         QVERIFY(m_server->start());
         QCOMPARE(m_server->run({u"ls"_s, m_server->url()}).exitCode, 0);
         stop(SIGTERM);
-        QVERIFY(m_server->process().readAllStandardError().isEmpty());
+        const QByteArray asRoot = geteuid() == 0 ? "brix: running as root: "_ba : ""_ba;
+        const QByteArray log = m_server->process().readAllStandardError();
+        QVERIFY2(log.startsWith(asRoot), log.constData());
+        QCOMPARE(log.count('\n'), asRoot.isEmpty() ? 0 : 1);
         QVERIFY(m_server->process().readAllStandardOutput().isEmpty());
     }
 

@@ -91,15 +91,23 @@ private Q_SLOTS:
         QCOMPARE(QFileInfo(m_file).permissions() & others, QFileDevice::Permissions());
     }
 
-    void permissionsOfAnExistingFileStay()
+    void editTakesTheFileFromOthers()
     {
         QCOMPARE(add(u"ann"_s).exitCode, 0);
-        const auto permissions = QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                 QFileDevice::ReadUser | QFileDevice::WriteUser |
-                                 QFileDevice::ReadGroup;
-        QVERIFY(QFile::setPermissions(m_file, permissions));
-        QCOMPARE(add(u"bob"_s).exitCode, 0);
-        QCOMPARE(QFileInfo(m_file).permissions(), permissions);
+        for (const int mode : {0x6664, 0x6640, 0x6604, 0x6600}) {
+            QVERIFY(QFile::setPermissions(m_file, QFileDevice::Permissions(mode)));
+            QCOMPARE(user({u"disable"_s, m_file, u"ann"_s}).exitCode, 0);
+            QCOMPARE(QFileInfo(m_file).permissions(), QFileDevice::Permissions(0x6600));
+        }
+    }
+
+    void passwordThatIsTooLongIsRefused()
+    {
+        m_tool.input = QByteArray(5000, 'x') + '\n';
+        const auto result = add(u"ann"_s, {u"--password-stdin"_s});
+        QCOMPARE(result.exitCode, 2);
+        QVERIFY2(result.err.contains("the password on stdin is too long"), result.err.constData());
+        QVERIFY(files().isEmpty());
     }
 
     void emptyFileIsTakenAsNew()

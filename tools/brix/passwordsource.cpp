@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "passwordsource.h"
 
+#include "secretline.h"
 #include "terminal.h"
 
 #include <QtCore/QFile>
-
-#include <cstdio>
 
 namespace Brix {
 
@@ -15,39 +14,51 @@ using Talverine::Security::SSecureString;
 namespace {
 
 constexpr auto variable = "BRIX_PASSWORD";
+constexpr int kStandardInput = 0;
 
+// Byte by byte: a buffer would keep a copy, and what follows the line.
 std::optional<SSecureString> fromFirstLine(QString *error)
 {
     QFile input;
-    if (!input.open(stdin, QIODevice::ReadOnly)) {
+    if (!input.open(kStandardInput, QIODevice::ReadOnly | QIODevice::Unbuffered)) {
         *error = u"cannot read the password from stdin: %1"_s.arg(input.errorString());
         return std::nullopt;
     }
-    QByteArray line = input.readLine();
+    SecretLine line;
+    char byte = 0;
+    while (byte != '\n' && input.getChar(&byte)) {
+        if (!line.append(byte)) {
+            *error = u"the password on stdin is too long"_s;
+            return std::nullopt;
+        }
+    }
     if (line.isEmpty()) {
         *error = u"stdin ended before the password"_s;
         return std::nullopt;
     }
-    while (line.endsWith('\n') || line.endsWith('\r'))
-        line.chop(1);
-    return SSecureString(QString::fromLocal8Bit(line));
+    return line.take();
+}
+
+std::optional<SSecureString> fromVariable()
+{
+    if (!qEnvironmentVariableIsSet(variable))
+        return std::nullopt;
+    QByteArray value = qgetenv(variable);
+    // A variable that is set and empty is an empty password, not a missing one.
+    return value.isEmpty() ? SSecureString(u""_s) : takeSecret(value);
 }
 
 // What needs no terminal: an answer, or an error, or neither when a prompt is due.
 std::optional<SSecureString> withoutPrompt(bool fromStdin, QString *error)
 {
-    if (fromStdin)
-        return fromFirstLine(error);
-    if (qEnvironmentVariableIsSet(variable))
-        return SSecureString(qEnvironmentVariable(variable));
-    return std::nullopt;
+    return fromStdin ? fromFirstLine(error) : fromVariable();
 }
 
 std::optional<SSecureString> fromPrompt(const QString &prompt, QString *error)
 {
-    const auto text = Terminal::readHidden(prompt);
-    if (text)
-        return SSecureString(*text);
+    auto password = Terminal::readHidden(prompt);
+    if (password)
+        return password;
     *error = u"no password: set BRIX_PASSWORD, give --password-stdin, or use a terminal"_s;
     return std::nullopt;
 }

@@ -6,6 +6,7 @@
 #include "interruption.h"
 #include "logwriter.h"
 #include "messagehandler.h"
+#include "processrights.h"
 #include "sessionlog.h"
 #include "tool.h"
 #include "userfilewatch.h"
@@ -38,8 +39,16 @@ struct ServeOptions
     int maximumConnections = 0;
     qint64 limitIn = 0;
     qint64 limitOut = 0;
+    int fileMask = -1;
     bool verbose = false;
 };
+
+bool isOctalMask(const std::string &text)
+{
+    return !text.empty() && text.size() <= 4 &&
+           text.find_first_not_of("01234567") == std::string::npos &&
+           std::stoi(text, nullptr, 8) <= 0777;
+}
 
 void declareServe(CLI::App *command, ServeOptions *options)
 {
@@ -70,6 +79,16 @@ void declareServe(CLI::App *command, ServeOptions *options)
                      "Bytes a second that all clients together may receive; 0 for no limit")
         ->check(wholeNumber())
         ->capture_default_str();
+    command
+        ->add_option_function<std::string>(
+            "--umask",
+            [options](const std::string &text) { options->fileMask = std::stoi(text, nullptr, 8); },
+            "Permissions that new files of clients do not get, in octal, for instance 027. "
+            "Default: those of the caller's umask")
+        ->check([](const std::string &text) {
+            return isOctalMask(text) ? "" : text + " is not an octal number from 0 to 777";
+        })
+        ->type_name("OCTAL");
     command->add_flag("--verbose", options->verbose,
                       "A line on stderr for each login, command and end of a session");
 }
@@ -131,6 +150,10 @@ public:
                                                            m_controller.errorString())};
         const QString where = place(m_controller.serverAddress(), m_controller.serverPort());
         m_output.result(u"listening on "_s + where, {{u"listening"_s, where}});
+        if (ProcessRights::isSuperuser())
+            note(
+                u"running as root: clients can do with the files in their homes whatever root can; "
+                "run it as a user of its own"_s);
         noteUsers();
     }
 
@@ -185,6 +208,11 @@ private:
     {
         if (m_users.isEmpty())
             note(u"the user file has no user; nobody can log in"_s);
+        const QString mode = ProcessRights::sharedMode(m_options.users);
+        if (!mode.isEmpty())
+            note(
+                u"%1 is open to other users of this machine (mode %2), and a line of it is as good "
+                "as a password: chmod 600 %1"_s.arg(m_options.users, mode));
         for (const QString &warning : HomeOverlap::warnings(m_users))
             note(warning);
     }
@@ -210,6 +238,8 @@ private:
 
 ExitCode serve(const Output &output, const ServeOptions &options)
 {
+    if (options.fileMask >= 0 && !ProcessRights::setFileMask(options.fileMask))
+        throw Failure{ExitCode::Usage, u"--umask: this system has no such mask"_s};
     const Interruption interruption;
     FileServer server(output, options);
     server.listen();

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <brixsec/ssecurestring.h>
+
 #include <QtCore/QString>
 
 #include <optional>
@@ -16,9 +18,10 @@ bool isDiagnostics();
 int width();
 /*!
  * Shows \a prompt on the controlling terminal and reads one line from it without echo, whatever
- * stdin and stdout are. Nothing when there is no terminal or it ends. A signal that ends the
+ * stdin and stdout are. Nothing when there is no terminal, it ends, or the line is longer than
+ * 4096 bytes. A signal that ends the
  * program meanwhile leaves the terminal with its echo back on.
  */
-std::optional<QString> readHidden(const QString &prompt);
+std::optional<Talverine::Security::SSecureString> readHidden(const QString &prompt);
 
 } // namespace Brix::Terminal

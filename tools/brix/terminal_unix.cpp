@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "secretline.h"
 #include "terminal.h"
 
 #include <array>
@@ -10,6 +11,8 @@
 #include <unistd.h>
 
 namespace Brix::Terminal {
+
+using Talverine::Security::SSecureString;
 
 namespace {
 
@@ -63,15 +66,16 @@ private:
     std::array<struct sigaction, endingSignals.size()> m_before = {};
 };
 
-// One line without its end; nothing when the terminal ends before it.
-std::optional<QByteArray> readLine(int terminal)
+// Nothing when the terminal ends before the line does.
+std::optional<SSecureString> readLine(int terminal)
 {
-    QByteArray line;
+    SecretLine line;
     char c = 0;
     while (read(terminal, &c, 1) == 1) {
         if (c == '\n')
-            return line;
-        line.append(c);
+            return line.take();
+        if (!line.append(c))
+            return std::nullopt;
     }
     return std::nullopt;
 }
@@ -96,12 +100,12 @@ int width()
     return size.ws_col;
 }
 
-std::optional<QString> readHidden(const QString &prompt)
+std::optional<SSecureString> readHidden(const QString &prompt)
 {
     const int terminal = open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY);
     if (terminal < 0)
         return std::nullopt;
-    std::optional<QByteArray> line;
+    std::optional<SSecureString> line;
     {
         const HiddenInput input(terminal);
         const QByteArray text = prompt.toLocal8Bit();
@@ -109,9 +113,7 @@ std::optional<QString> readHidden(const QString &prompt)
             line = readLine(terminal);
     }
     close(terminal);
-    if (!line)
-        return std::nullopt;
-    return QString::fromLocal8Bit(*line);
+    return line;
 }
 
 } // namespace Brix::Terminal

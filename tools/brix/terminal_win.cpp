@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "secretline.h"
 #include "terminal.h"
 
 #include <io.h>
@@ -6,6 +7,8 @@
 #include <windows.h>
 
 namespace Brix::Terminal {
+
+using Talverine::Security::SSecureString;
 
 bool isOutput()
 {
@@ -25,13 +28,13 @@ int width()
     return info.srWindow.Right - info.srWindow.Left + 1;
 }
 
-std::optional<QString> readHidden(const QString &prompt)
+std::optional<SSecureString> readHidden(const QString &prompt)
 {
     const HANDLE input = CreateFileW(L"CONIN$", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ,
                                      nullptr, OPEN_EXISTING, 0, nullptr);
     const HANDLE output = CreateFileW(L"CONOUT$", GENERIC_WRITE, FILE_SHARE_WRITE, nullptr,
                                       OPEN_EXISTING, 0, nullptr);
-    std::optional<QString> line;
+    std::optional<SSecureString> line;
     DWORD mode = 0;
     if (GetConsoleMode(input, &mode) &&
         SetConsoleMode(input, (mode & ~DWORD(ENABLE_ECHO_INPUT)) | ENABLE_LINE_INPUT)) {
@@ -39,10 +42,13 @@ std::optional<QString> readHidden(const QString &prompt)
         WriteConsoleW(output, prompt.utf16(), DWORD(prompt.size()), &count, nullptr);
         wchar_t buffer[1024];
         if (ReadConsoleW(input, buffer, 1024, &count, nullptr)) {
-            line = QString::fromWCharArray(buffer, int(count));
-            while (line->endsWith(u'\n') || line->endsWith(u'\r'))
-                line->chop(1);
+            QString text = QString::fromWCharArray(buffer, int(count));
+            while (text.endsWith(u'\n') || text.endsWith(u'\r'))
+                text.chop(1);
+            line = SSecureString(text);
+            wipe(text);
         }
+        SecureZeroMemory(buffer, sizeof buffer);
         SetConsoleMode(input, mode);
         WriteConsoleW(output, L"\r\n", 2, &count, nullptr);
     }

@@ -141,13 +141,12 @@ void UserFile::write(SAuthenticationDb &users) const
 {
     QBuffer buffer;
     QSaveFile file(m_fileName);
-    const bool isNew = !QFileInfo::exists(m_fileName);
     // The hashes are as good as the passwords to whoever reads them.
-    const bool isWritten =
-        users.save(&buffer) && file.open(QIODevice::WriteOnly) &&
-        (!isNew || file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner)) &&
-        // commit() would not tell that the last bytes could not be written.
-        file.write(buffer.data()) == buffer.data().size() && file.flush() && file.commit();
+    const bool isWritten = users.save(&buffer) && file.open(QIODevice::WriteOnly) &&
+                           file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner) &&
+                           // commit() would not tell that the last bytes could not be written.
+                           file.write(buffer.data()) == buffer.data().size() && file.flush() &&
+                           file.commit();
     if (!isWritten)
         throw Failure{ExitCode::LocalIo,
                       u"cannot write %1: %2"_s.arg(m_fileName, file.errorString())};

@@ -26,8 +26,8 @@ public:
     /*!
      * Reads the users, lets \a change alter them, and puts a new file in the old one's place in one
      * step. Whatever fails or throws, the old file stays as it was. A missing or empty file is a
-     * table without users. Other edits of the same file wait meanwhile. A new file can be read by
-     * its owner alone. Throws Failure.
+     * table without users. Other edits of the same file wait meanwhile. The file can be read by
+     * its owner alone afterwards. Throws Failure.
      */
     void edit(const std::function<void(Talverine::SAuthenticationDb &)> &change) const;
 
