@@ -1,43 +1,48 @@
 // SPDX-License-Identifier: MIT
-// What holds for every sub-command: help, version, wrong usage, unwritable stdout.
-#include <shared/toolprocess.h>
+#include <cli/command.h>
+#include <cli/commandline.h>
 
+#include <QtTest/QtTest>
+
+using namespace Brix;
 using namespace Qt::StringLiterals;
+
+Q_DECLARE_METATYPE(std::string)
 
 namespace {
 
-ToolResult run(const QStringList &arguments)
+// A program with two commands, one of which belongs to a family.
+struct Program
 {
-    return ToolProcess().run(arguments);
-}
-
-// The names under "Subcommands:" of a help text.
-QStringList subcommands(const QByteArray &help)
-{
-    QStringList names;
-    bool inside = false;
-    for (const auto &line : help.split('\n')) {
-        if (line.startsWith("Subcommands:"))
-            inside = true;
-        else if (inside && line.startsWith("  "))
-            names.append(QString::fromUtf8(line.mid(2, line.indexOf(' ', 2) - 2)));
-        else
-            inside = false;
+    Program()
+    {
+        root.addFlag("--json", &json, "JSON");
+        Command &get = root.addCommand("get", "Fetch");
+        get.addText("URL", &url, "The URL").setRequired();
+        Argument &recursive = get.addFlag("-r,--recursive", &isRecursive, "The whole tree");
+        get.addNumber("--depth", &depth, "Levels", 1, 200).setNeeded(recursive);
+        get.addFlag("--list", &isList, "List only").setExcluded(recursive);
+        Command &family = root.addCommand("db", "Databases");
+        Command &set = family.addCommand("set", "Set fields");
+        set.addList("FIELDS", &fields, "FIELD=VALUE");
     }
-    return names;
-}
 
-// Every chain of sub-commands that leads to one without further ones.
-QList<QStringList> leaves(const QStringList &prefix)
-{
-    const auto names = subcommands(run(prefix + QStringList{u"--help"_s}).out);
-    if (names.isEmpty())
-        return {prefix};
-    QList<QStringList> all;
-    for (const auto &name : names)
-        all += leaves(prefix + QStringList{name});
-    return all;
-}
+    CommandLine::Result parse(const QList<QByteArray> &words)
+    {
+        QList<const char *> argv{"brix"};
+        for (const QByteArray &word : words)
+            argv.append(word.constData());
+        return CommandLine(root, "brix 1.0").parse(int(argv.size()), argv.constData());
+    }
+
+    Command root{"brix", "Test"};
+    bool json = false;
+    bool isRecursive = false;
+    bool isList = false;
+    int depth = 5;
+    QString url;
+    QStringList fields;
+};
 
 } // namespace
 
@@ -46,116 +51,88 @@ class tst_CommandLine : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void versionIsPrinted()
+    void choosesCommandAndStoresItsValues()
     {
-        const auto result = run({u"--version"_s});
-        QCOMPARE(result.exitCode, 0);
-        QCOMPARE(result.out, "brix 2.0.12\n"_ba);
-        QVERIFY(result.err.isEmpty());
+        Program program;
+        const auto result = program.parse({"get", "-r", "--depth", "7", "brix://a@b:1/c"});
+        QCOMPARE(result.outcome, CommandLine::Outcome::Chosen);
+        QCOMPARE(result.command->name(), std::string("get"));
+        QVERIFY(program.isRecursive);
+        QCOMPARE(program.depth, 7);
+        QCOMPARE(program.url, u"brix://a@b:1/c"_s);
+        QVERIFY(!program.json);
     }
 
-    void helpNamesTheSubcommandsAndTheExitCodes()
+    void choosesCommandOfAFamily()
     {
-        const auto result = run({u"--help"_s});
-        QCOMPARE(result.exitCode, 0);
-        QVERIFY(result.err.isEmpty());
-        QVERIFY(subcommands(result.out).contains(u"user"_s));
-        QVERIFY(result.out.contains("Exit codes: 0 done"));
+        Program program;
+        const auto result = program.parse({"db", "set", "a=1", "b=2"});
+        QCOMPARE(result.outcome, CommandLine::Outcome::Chosen);
+        QCOMPARE(result.command->name(), std::string("set"));
+        QCOMPARE(program.fields, QStringList({u"a=1"_s, u"b=2"_s}));
     }
 
-    void everySubcommandHasHelpWithAnExample()
+    void acceptsOptionsOfTheRootAnywhere_data()
     {
-        const auto all = leaves({});
-        QVERIFY(all.size() >= 3);
-        for (const auto &command : all) {
-            const auto result = run(command + QStringList{u"--help"_s});
-            const QString name = command.join(u' ');
-            QVERIFY2(result.exitCode == 0, qPrintable(name));
-            QVERIFY2(result.out.contains("Example:\n  brix " + name.toUtf8() + ' '),
-                     qPrintable(name));
-        }
+        QTest::addColumn<QList<QByteArray>>("words");
+        QTest::newRow("before the command") << QList<QByteArray>{"--json", "db", "set", "a=1"};
+        QTest::newRow("after the family") << QList<QByteArray>{"db", "--json", "set", "a=1"};
+        QTest::newRow("after the arguments") << QList<QByteArray>{"db", "set", "a=1", "--json"};
     }
 
-    void wrongUsageIsTold_data()
+    void acceptsOptionsOfTheRootAnywhere()
     {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<QByteArray>("message");
-        QTest::newRow("nothing") << QStringList{} << "A subcommand is required"_ba;
-        QTest::newRow("unknown command") << QStringList{u"fly"_s} << "unknown argument: fly"_ba;
-        QTest::newRow("unknown option")
-            << QStringList{u"user"_s, u"list"_s, u"f"_s, u"--fast"_s} << "--fast"_ba;
-        QTest::newRow("family without a command")
-            << QStringList{u"user"_s} << "A subcommand is required"_ba;
-        QTest::newRow("missing argument")
-            << QStringList{u"user"_s, u"list"_s} << "FILE is required"_ba;
-        QTest::newRow("missing option")
-            << QStringList{u"user"_s, u"add"_s, u"f"_s, u"ann"_s} << "--home is required"_ba;
-        QTest::newRow("empty path")
-            << QStringList{u"put"_s, u"-r"_s, QString(), u"brix://ann@press:7000/a"_s}
-            << "LOCAL: the path is empty"_ba;
-        QTest::newRow("empty home")
-            << QStringList{u"user"_s, u"add"_s, u"f"_s, u"ann"_s, u"--home"_s, QString()}
-            << "--home: the path is empty"_ba;
-        QTest::newRow("negative limit")
-            << QStringList{u"serve"_s, u"--users"_s, u"f"_s, u"--limit-in"_s, u"-1"_s}
-            << "--limit-in: -1 is no whole number from 0 on\n"_ba;
-        QTest::newRow("limit with a unit")
-            << QStringList{u"serve"_s, u"--users"_s, u"f"_s, u"--limit-out"_s, u"10M"_s}
-            << "--limit-out: 10M is no whole number from 0 on\n"_ba;
-        const QString url = u"brix://ann@press:7000/a"_s;
-        QTest::newRow("negative offset") << QStringList{u"cat"_s, url, u"--offset"_s, u"-1"_s}
-                                         << "--offset: -1 is no whole number from 0 on\n"_ba;
-        QTest::newRow("offset with a sign") << QStringList{u"cat"_s, url, u"--offset"_s, u"+1"_s}
-                                            << "--offset: +1 is no whole number from 0 on\n"_ba;
-        QTest::newRow("count with a unit") << QStringList{u"cat"_s, url, u"--count"_s, u"1k"_s}
-                                           << "--count: 1k is no whole number from 0 on\n"_ba;
-        QTest::newRow("negative threads")
-            << QStringList{u"compress"_s, u"f"_s, u"--threads"_s, u"-1"_s}
-            << "--threads: -1 is no whole number from 0 on\n"_ba;
-        QTest::newRow("too many threads")
-            << QStringList{u"compress"_s, u"f"_s, u"--threads"_s, u"2147483648"_s}
-            << "--threads: 2147483648 is larger than 2147483647\n"_ba;
-        QTest::newRow("negative number of last entries")
-            << QStringList{u"log"_s, u"show"_s, u"f"_s, u"--last"_s, u"-1"_s}
-            << "--last: -1 is no whole number from 0 on\n"_ba;
-        QTest::newRow("entries to keep with a unit")
-            << QStringList{u"log"_s,    u"append"_s, u"f"_s,           u"id"_s,
-                           u"--user"_s, u"ann"_s,    u"--keep-logs"_s, u"1k"_s}
-            << "--keep-logs: 1k is no whole number from 0 on\n"_ba;
-        QTest::newRow("too many entries to keep")
-            << QStringList{u"log"_s, u"rotate"_s, u"f"_s, u"--keep-logs"_s, u"2147483648"_s}
-            << "--keep-logs: 2147483648 is larger than 2147483647\n"_ba;
-        QTest::newRow("port too large")
-            << QStringList{u"serve"_s, u"--users"_s, u"f"_s, u"--port"_s, u"65536"_s}
-            << "--port: Value 65536 not in range"_ba;
-        QTest::newRow("too many arguments")
-            << QStringList{u"user"_s, u"list"_s, u"f"_s, u"g"_s} << "g"_ba;
+        QFETCH(QList<QByteArray>, words);
+        Program program;
+        QCOMPARE(program.parse(words).outcome, CommandLine::Outcome::Chosen);
+        QVERIFY(program.json);
+        QCOMPARE(program.fields, QStringList(u"a=1"_s));
     }
 
-    void wrongUsageIsTold()
+    void takesWordsAfterTwoDashesAsValues()
     {
-        QFETCH(QStringList, arguments);
-        QFETCH(QByteArray, message);
-        const auto result = run(arguments);
-        QCOMPARE(result.exitCode, 2);
-        QVERIFY(result.out.isEmpty());
-        QVERIFY2(result.err.startsWith("brix: "), result.err.constData());
-        QVERIFY2(result.err.contains(message), result.err.constData());
-        QVERIFY2(result.err.contains(" --help"), result.err.constData());
+        Program program;
+        QCOMPARE(program.parse({"get", "--", "-r"}).outcome, CommandLine::Outcome::Chosen);
+        QCOMPARE(program.url, u"-r"_s);
+        QVERIFY(!program.isRecursive);
     }
 
-#ifdef Q_OS_LINUX
-    void resultThatCannotBeWrittenIsAFailure()
+    void reportsWhatIsWrong_data()
     {
-        QProcess process;
-        ToolProcess().prepare(&process, {u"--version"_s});
-        process.setStandardOutputFile(u"/dev/full"_s);
-        process.start();
-        QVERIFY(process.waitForFinished());
-        QCOMPARE(process.exitCode(), 4);
-        QVERIFY(process.readAllStandardError().contains("cannot write to stdout"));
+        QTest::addColumn<QList<QByteArray>>("words");
+        QTest::addColumn<std::string>("problem");
+        QTest::addColumn<std::string>("command");
+        const auto row = [](const char *name, const QList<QByteArray> &words, std::string problem,
+                            std::string command) {
+            QTest::newRow(name) << words << std::move(problem) << std::move(command);
+        };
+        row("nothing", {}, "A subcommand is required", "brix");
+        row("unknown command", {"fly"}, "unknown argument: fly", "brix");
+        row("family alone", {"db"}, "A subcommand is required", "brix db");
+        row("unknown command of a family", {"db", "fly"}, "unknown argument: fly", "brix db");
+        row("missing argument", {"get"}, "URL is required", "brix get");
+        row("unknown option", {"get", "u", "--fast"}, "unknown argument: --fast", "brix get");
+        row("invalid value", {"get", "u", "-r", "--depth", "0"}, "--depth: 0 is smaller than 1",
+            "brix get");
+        row("missing needed option", {"get", "u", "--depth", "3"}, "--depth requires --recursive",
+            "brix get");
+        row("excluded option", {"get", "u", "--list", "-r"}, "--recursive excludes --list",
+            "brix get");
+        row("value of a flag's place", {"get", "u", "v"}, "unknown argument: v", "brix get");
     }
-#endif
+
+    void reportsWhatIsWrong()
+    {
+        QFETCH(QList<QByteArray>, words);
+        QFETCH(std::string, problem);
+        QFETCH(std::string, command);
+        Program program;
+        const auto result = program.parse(words);
+        QCOMPARE(result.outcome, CommandLine::Outcome::Wrong);
+        QCOMPARE(result.problem, problem);
+        QCOMPARE(result.words, command);
+        QVERIFY(!result.command);
+    }
 };
 
 QTEST_GUILESS_MAIN(tst_CommandLine)

@@ -6,6 +6,7 @@
 #include "interruption.h"
 #include "liveprogress.h"
 #include "localstreams.h"
+#include "placeoptions.h"
 #include "terminal.h"
 #include "tool.h"
 
@@ -41,26 +42,18 @@ struct Places
 };
 
 // FILE and OUT as they were given.
-struct PlaceOptions
+struct InputAndOutput
 {
-    QString input;
-    QString output;
-    bool fromStdin = false;
-    bool toStdout = false;
-
-    bool hasOutput() const { return !output.isEmpty(); }
-    LocalPlace inputPlace() const { return {fromStdin ? QString() : input}; }
-    LocalPlace outputPlace() const { return {toStdout ? QString() : output}; }
+    PlaceOptions input;
+    PlaceOptions output;
 };
 
-// Adds FILE and OUT, and gives OUT; "-" stands for a standard stream.
-CLI::Option *declarePlaces(CLI::App *command, PlaceOptions *places, const std::string &outputHelp)
+// Adds FILE and OUT, and returns OUT.
+Argument &declarePlaces(Command *command, InputAndOutput *places, const std::string &outputHelp)
 {
-    addPath(command, "FILE", &places->input, "The file to read; \"-\" for stdin")
-        ->required()
-        ->each([places](const std::string &text) { places->fromStdin = text == "-"; });
-    auto *out = addPath(command, "OUT", &places->output, outputHelp);
-    return out->each([places](const std::string &text) { places->toStdout = text == "-"; });
+    declarePlace(command, "FILE", &places->input, "The file to read; \"-\" for stdin")
+        .setRequired();
+    return declarePlace(command, "OUT", &places->output, outputHelp);
 }
 
 // The name of OUT where none was given must not cost a file that is there.
@@ -125,48 +118,49 @@ void report(const Output &output, const Places &places, const Algorithm &algorit
 
 struct CompressOptions
 {
-    PlaceOptions places;
-    std::string algorithm;
+    InputAndOutput places;
+    QString algorithm;
     std::optional<int> level;
     int threads = 1;
     bool raw = false;
     bool list = false;
 };
 
-void declareCompress(CLI::App *command, CompressOptions *options)
+void declareCompress(Command *command, CompressOptions *options)
 {
     std::vector<std::string> names;
     for (const QString &name : Compressors::names())
         names.push_back(name.toStdString());
-    options->algorithm = names.front();
-    auto *out =
+    options->algorithm = Compressors::names().front();
+    Argument &out =
         declarePlaces(command, &options->places,
                       "Where it goes; \"-\" for stdout. Default: FILE.brixz, or stdout for stdin");
-    auto *algorithm = command->add_option("--algorithm", options->algorithm, "How to compress")
-                          ->check(CLI::IsMember(names))
-                          ->capture_default_str();
-    auto *level = command->add_option(
-        "--level", options->level,
-        "How well: 0, the fastest, to 12 for lz4, 0 for not at all to 9 for zip. Default: 1");
-    auto *threads = command
-                        ->add_option("--threads", options->threads,
-                                     "Threads to use; 0 for half of those there are")
-                        ->check(wholeNumber(std::numeric_limits<int>::max()))
-                        ->capture_default_str();
-    auto *raw = command->add_flag("--raw", options->raw,
-                                  "The compressed stream alone: no algorithm and no checksum in "
-                                  "front");
-    command->add_flag("--list", options->list, "Tell what is in a compressed file")
-        ->excludes(out, algorithm, level, threads, raw);
+    Argument &algorithm =
+        command->addChoice("--algorithm", &options->algorithm, names, "How to compress");
+    Argument &level = command->addNumber(
+        "--level", &options->level,
+        "How well: 0, the fastest, to 12 for lz4, 0 for not at all to 9 for zip. Default: 1",
+        std::numeric_limits<int>::min());
+    Argument &threads = command->addNumber("--threads", &options->threads,
+                                           "Threads to use; 0 for half of those there are");
+    Argument &raw = command->addFlag("--raw", &options->raw,
+                                     "The compressed stream alone: no algorithm and no checksum in "
+                                     "front");
+    command->addFlag("--list", &options->list, "Tell what is in a compressed file")
+        .setExcluded(out)
+        .setExcluded(algorithm)
+        .setExcluded(level)
+        .setExcluded(threads)
+        .setExcluded(raw);
 }
 
 LocalPlace compressedPlace(const CompressOptions &options)
 {
-    if (options.places.hasOutput() || options.places.fromStdin)
-        return options.places.outputPlace();
+    if (options.places.output.isNamed() || options.places.input.isStandardStream)
+        return options.places.output.place();
     if (options.raw)
         throw Failure{ExitCode::Usage, u"say where the stream goes"_s};
-    return unusedPlace(options.places.input + kSuffix);
+    return unusedPlace(options.places.input.path + kSuffix);
 }
 
 int chosenLevel(const Algorithm &algorithm, std::optional<int> level)
@@ -216,11 +210,11 @@ ExitCode compress(const Output &output, const CompressOptions &options)
 {
     if (options.list)
         return list(output, options);
-    const Algorithm algorithm = *Compressors::byName(QString::fromStdString(options.algorithm));
+    const Algorithm algorithm = *Compressors::byName(options.algorithm);
     std::unique_ptr<Compressors::ICompressor> compressor =
         algorithm.make(chosenLevel(algorithm, options.level));
     compressor->setConcurrence(options.threads);
-    const Places places{options.places.inputPlace(), compressedPlace(options)};
+    const Places places{options.places.input.place(), compressedPlace(options)};
     Sizes sizes;
     runWithProgress(output, places.output.isStandardStream() && Terminal::isOutput(),
                     [&](LiveProgress *progress) {
@@ -234,21 +228,21 @@ ExitCode compress(const Output &output, const CompressOptions &options)
 
 struct DecompressOptions
 {
-    PlaceOptions places;
+    InputAndOutput places;
 };
 
-void declareDecompress(CLI::App *command, DecompressOptions *options)
+void declareDecompress(Command *command, DecompressOptions *options)
 {
     declarePlaces(command, &options->places,
                   "Where it goes; \"-\" for stdout. Default: FILE without .brixz, or stdout for "
                   "stdin");
 }
 
-LocalPlace plainPlace(const PlaceOptions &places)
+LocalPlace plainPlace(const InputAndOutput &places)
 {
-    const QString &input = places.input;
-    if (places.hasOutput() || places.fromStdin)
-        return places.outputPlace();
+    const QString &input = places.input.path;
+    if (places.output.isNamed() || places.input.isStandardStream)
+        return places.output.place();
     if (!input.endsWith(kSuffix) || QFileInfo(input).fileName() == kSuffix)
         throw Failure{ExitCode::Usage,
                       u"%1 does not end in %2; say where the content goes"_s.arg(input, kSuffix)};
@@ -266,7 +260,7 @@ Algorithm algorithmOf(const LocalPlace &input, const QByteArray &head)
 
 ExitCode decompress(const Output &output, const DecompressOptions &options)
 {
-    const Places places{options.places.inputPlace(), plainPlace(options.places)};
+    const Places places{options.places.input.place(), plainPlace(options.places)};
     leaveWarningsToTheTool();
     Algorithm algorithm;
     Sizes sizes;
@@ -374,7 +368,7 @@ void write(const Output &output, const Content &content)
 ExitCode list(const Output &output, const CompressOptions &options)
 {
     leaveWarningsToTheTool();
-    const LocalPlace input = options.places.inputPlace();
+    const LocalPlace input = options.places.input.place();
     Content content;
     runWithProgress(output, false,
                     [&](LiveProgress *progress) { content = contentOf(input, progress); });
@@ -386,13 +380,13 @@ ExitCode list(const Output &output, const CompressOptions &options)
 
 } // namespace
 
-void addCompressCommands(CLI::App *cli, Tool *tool)
+void addCompressCommands(Command *root)
 {
-    addCommand<CompressOptions>(cli, tool, "compress", "Compress a file, or tell what is in one",
+    addCommand<CompressOptions>(root, "compress", "Compress a file, or tell what is in one",
                                 "brix compress --algorithm zip --level 9 log.txt\n"
                                 "  brix compress --list log.txt.brixz",
                                 declareCompress, compress);
-    addCommand<DecompressOptions>(cli, tool, "decompress", "Get a compressed file's content back",
+    addCommand<DecompressOptions>(root, "decompress", "Get a compressed file's content back",
                                   "brix decompress log.txt.brixz", declareDecompress, decompress);
 }
 

@@ -15,37 +15,29 @@ using namespace Qt::StringLiterals;
 using Talverine::SDBRecord;
 using Talverine::SFileHelper;
 
-CLI::Option *declarePlace(CLI::App *command, const std::string &name, PlaceOptions *options,
-                          const std::string &description)
+void declareDatabase(Command *command, DatabaseOptions *options)
 {
-    // The path is stored when all arguments are known, and would be stored over one changed here.
-    return addPath(command, name, &options->path, description)
-        ->each([options](const std::string &text) { options->isStandardStream = text == "-"; });
-}
-
-void declareDatabase(CLI::App *command, DatabaseOptions *options)
-{
-    addPath(command, "FILE", &options->file, "The database file")->required();
+    command->addPath("FILE", &options->file, "The database file").setRequired();
     declareDatabaseUser(command, &options->user);
 }
 
-void declareDatabaseUser(CLI::App *command, DatabaseUser *user)
+void declareDatabaseUser(Command *command, DatabaseUser *user)
 {
-    auto *name = addText(command, "--user", &user->name,
+    Argument &name =
+        command->addText("--user", &user->name,
                          "Who uses the database. Default: nobody, with the rights that it grants "
                          "to anyone");
-    name->check([](const std::string &text) { return text.empty() ? "the name is empty" : ""; });
+    name.setNonEmpty("the name is empty");
     command
-        ->add_flag("--password-stdin", user->password.fromStdin,
-                   "Read the user's password from the first line of stdin")
-        ->needs(name);
+        ->addFlag("--password-stdin", &user->password.fromStdin,
+                  "Read the user's password from the first line of stdin")
+        .setNeeded(name);
 }
 
-CLI::Option *declareFields(CLI::App *command, QStringList *texts)
+Argument &declareFields(Command *command, QStringList *texts)
 {
-    // Newer releases of CLI11 take no "=" in a name.
-    return addTexts(command, "FIELDS", texts,
-                    "Each FIELD=VALUE; the same field twice makes it a list");
+    return command->addList("FIELDS", texts,
+                            "Each FIELD=VALUE; the same field twice makes it a list");
 }
 
 SDBRecord fieldsOf(const QStringList &texts)
@@ -110,17 +102,16 @@ QString counted(qint64 count, const QString &one, const QString &many)
     return u"%1 %2"_s.arg(QString::number(count), count == 1 ? one : many);
 }
 
-void addDbCommands(CLI::App *cli, Tool *tool)
+void addDbCommands(Command *root)
 {
-    auto *family = cli->add_subcommand("db", "Use and look after a text database");
-    family->require_subcommand(1);
-    family->footer("Example:\n  brix db get inks.db cyan");
-    addDbFileCommands(family, tool);
-    addDbRecordCommands(family, tool);
-    addDbJsonCommands(family, tool);
-    addDbCheckCommand(family, tool);
-    addDbBackupCommands(family, tool);
-    addDbPairCommands(family, tool);
+    Command &family = root->addCommand("db", "Use and look after a text database");
+    family.setExample("brix db get inks.db cyan");
+    addDbFileCommands(&family);
+    addDbRecordCommands(&family);
+    addDbJsonCommands(&family);
+    addDbCheckCommand(&family);
+    addDbBackupCommands(&family);
+    addDbPairCommands(&family);
 }
 
 } // namespace Brix

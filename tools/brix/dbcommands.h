@@ -2,9 +2,9 @@
 // What the sub-commands of brix db have in common.
 #pragma once
 
-#include "localstreams.h"
 #include "opendatabase.h"
 #include "passwordsource.h"
+#include "placeoptions.h"
 #include "tool.h"
 
 #include <functional>
@@ -25,24 +25,12 @@ struct DatabaseOptions
     DatabaseUser user;
 };
 
-//! A file of this machine, or a standard stream, as the command line tells.
-struct PlaceOptions
-{
-    QString path;
-    bool isStandardStream = false;
-
-    LocalPlace place() const { return {isStandardStream ? QString() : path}; }
-};
-
-//! Adds a positional of that name, for which "-" is the standard stream.
-CLI::Option *declarePlace(CLI::App *command, const std::string &name, PlaceOptions *options,
-                          const std::string &description);
 //! Adds FILE and the user.
-void declareDatabase(CLI::App *command, DatabaseOptions *options);
+void declareDatabase(Command *command, DatabaseOptions *options);
 //! Adds --user and --password-stdin.
-void declareDatabaseUser(CLI::App *command, DatabaseUser *user);
+void declareDatabaseUser(Command *command, DatabaseUser *user);
 //! Adds FIELD=VALUE, any number of them.
-CLI::Option *declareFields(CLI::App *command, QStringList *texts);
+Argument &declareFields(Command *command, QStringList *texts);
 //! The fields in the order of the command line, those of one name as a list; throws Failure.
 Talverine::SDBRecord fieldsOf(const QStringList &texts);
 
@@ -67,12 +55,12 @@ QString counted(qint64 count, const QString &one, const QString &many);
 
 // One function for each kind of sub-commands.
 //! Adds "backup" alone: what copies a database copies a log.
-void addDbBackupCommand(CLI::App *family, Tool *tool, const std::string &example);
-void addDbBackupCommands(CLI::App *family, Tool *tool);
-void addDbCheckCommand(CLI::App *family, Tool *tool);
-void addDbFileCommands(CLI::App *family, Tool *tool);
-void addDbJsonCommands(CLI::App *family, Tool *tool);
-void addDbPairCommands(CLI::App *family, Tool *tool);
-void addDbRecordCommands(CLI::App *family, Tool *tool);
+void addDbBackupCommand(Command *family, const std::string &example);
+void addDbBackupCommands(Command *family);
+void addDbCheckCommand(Command *family);
+void addDbFileCommands(Command *family);
+void addDbJsonCommands(Command *family);
+void addDbPairCommands(Command *family);
+void addDbRecordCommands(Command *family);
 
 } // namespace Brix

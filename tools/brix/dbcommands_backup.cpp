@@ -42,25 +42,24 @@ struct BackupOptions
 {
     DatabaseOptions database;
     PlaceOptions target;
-    std::string compressor = "none";
+    QString compressor = u"none"_s;
 };
 
-void declareBackup(CLI::App *command, BackupOptions *options)
+void declareBackup(Command *command, BackupOptions *options)
 {
     declareDatabase(command, &options->database);
     declarePlace(command, "OUT", &options->target,
                  "The backup; an older file is replaced, and \"-\" is stdout")
-        ->required();
-    command->add_option("--compress", options->compressor, "How to compress it")
-        ->check(CLI::IsMember({"none", "lz4", "zip"}))
-        ->capture_default_str();
+        .setRequired();
+    command->addChoice("--compress", &options->compressor, {"none", "lz4", "zip"},
+                       "How to compress it");
 }
 
-CompressionAlgorithm algorithmOf(const std::string &name)
+CompressionAlgorithm algorithmOf(const QString &name)
 {
-    if (name == "lz4")
+    if (name == u"lz4")
         return CompressionAlgorithm::Lz4;
-    return name == "zip" ? CompressionAlgorithm::Zip : CompressionAlgorithm::Uncompressed;
+    return name == u"zip" ? CompressionAlgorithm::Zip : CompressionAlgorithm::Uncompressed;
 }
 
 ExitCode backup(const Output &output, const BackupOptions &options)
@@ -95,13 +94,13 @@ struct RestoreOptions
     bool merge = false;
 };
 
-void declareRestore(CLI::App *command, RestoreOptions *options)
+void declareRestore(Command *command, RestoreOptions *options)
 {
     declareDatabase(command, &options->database);
-    addPath(command, "BACKUP", &options->source, "The backup, compressed or not")->required();
-    command->add_flag("--merge", options->merge,
-                      "Add its records, each in place of that of its key, instead of replacing "
-                      "all");
+    command->addPath("BACKUP", &options->source, "The backup, compressed or not").setRequired();
+    command->addFlag("--merge", &options->merge,
+                     "Add its records, each in place of that of its key, instead of replacing "
+                     "all");
 }
 
 Failure notRestored(const RestoreOptions &options, DBError error)
@@ -148,19 +147,19 @@ ExitCode restore(const Output &output, const RestoreOptions &options)
 
 } // namespace
 
-void addDbBackupCommand(CLI::App *family, Tool *tool, const std::string &example)
+void addDbBackupCommand(Command *family, const std::string &example)
 {
-    addCommand<BackupOptions>(family, tool, "backup", "Copy it, compressed or not", example,
+    addCommand<BackupOptions>(family, "backup", "Copy it, compressed or not", example,
                               declareBackup, backup);
 }
 
-void addDbBackupCommands(CLI::App *family, Tool *tool)
+void addDbBackupCommands(Command *family)
 {
-    addCommand<DatabaseOptions>(family, tool, "purge",
+    addCommand<DatabaseOptions>(family, "purge",
                                 "Write the file anew, sorted and without removed records",
                                 "brix db purge inks.db --user ann", declareDatabase, purge);
-    addDbBackupCommand(family, tool, "brix db backup inks.db inks.backup --compress lz4");
-    addCommand<RestoreOptions>(family, tool, "restore", "Take records from a backup",
+    addDbBackupCommand(family, "brix db backup inks.db inks.backup --compress lz4");
+    addCommand<RestoreOptions>(family, "restore", "Take records from a backup",
                                "brix db restore inks.db inks.backup --user ann", declareRestore,
                                restore);
 }

@@ -174,9 +174,9 @@ ExitCode checkFile(const Output &output, const DatabaseOptions &options)
 
 } // namespace
 
-void addDbCheckCommand(CLI::App *family, Tool *tool)
+void addDbCheckCommand(Command *family)
 {
-    addCommand<DatabaseOptions>(family, tool, "check",
+    addCommand<DatabaseOptions>(family, "check",
                                 "Tell which records are damaged, and at which lines",
                                 "brix db check inks.db", declareDatabase, checkFile);
 }

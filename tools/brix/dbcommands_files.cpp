@@ -33,26 +33,27 @@ struct CreateOptions
     QString file;
     QString key;
     DatabaseUser user;
-    std::string grants = "readonly";
+    QString grants = u"readonly"_s;
     QString culture = u"en-US"_s;
     QString version = u"2"_s;
 };
 
-void declareCreate(CLI::App *command, CreateOptions *options)
+void declareCreate(Command *command, CreateOptions *options)
 {
-    addPath(command, "FILE", &options->file, "The database file; it must not be there yet")
-        ->required();
-    addText(command, "--key", &options->key,
-            "Name of the key field; \"_uniqueinckey\" for keys that the database makes")
-        ->required();
+    command->addPath("FILE", &options->file, "The database file; it must not be there yet")
+        .setRequired();
+    command
+        ->addText("--key", &options->key,
+                  "Name of the key field; \"_uniqueinckey\" for keys that the database makes")
+        .setRequired();
     declareDatabaseUser(command, &options->user);
-    command->get_option("--user")->description("Who is to own it")->required();
-    command->add_option("--grants", options->grants, "What others may do")
-        ->check(CLI::IsMember({"none", "readonly", "readwrite", "readownwrite", "all"}))
-        ->capture_default_str();
-    addText(command, "--culture", &options->culture,
-            "Language and country that numbers are written for. Default: en-US");
-    addText(command, "--db-version", &options->version, "A version of your own. Default: 2");
+    command->argument("--user").setDescription("Who is to own it").setRequired();
+    command->addChoice("--grants", &options->grants,
+                       {"none", "readonly", "readwrite", "readownwrite", "all"},
+                       "What others may do");
+    command->addText("--culture", &options->culture,
+                     "Language and country that numbers are written for. Default: en-US");
+    command->addText("--db-version", &options->version, "A version of your own. Default: 2");
 }
 
 QLocale cultureOf(const QString &name)
@@ -84,8 +85,7 @@ ExitCode create(const Output &output, const CreateOptions &options)
     const auto password = options.user.password.chosen(options.user.name, &error);
     if (!password)
         throw Failure{ExitCode::Usage, error};
-    const auto grants = DBAuthGrants_T::instance().fromString(
-        QString::fromStdString(options.grants), DBAuthGrants::None);
+    const auto grants = DBAuthGrants_T::instance().fromString(options.grants, DBAuthGrants::None);
     const bool isNew = writeNewDatabase(
         {options.file, options.key, grants, cultureOf(options.culture), options.version},
         {options.user.name, *password});
@@ -192,12 +192,12 @@ ExitCode info(const Output &output, const DatabaseOptions &options)
 
 } // namespace
 
-void addDbFileCommands(CLI::App *family, Tool *tool)
+void addDbFileCommands(Command *family)
 {
-    addCommand<CreateOptions>(family, tool, "create", "Make a database",
+    addCommand<CreateOptions>(family, "create", "Make a database",
                               "brix db create inks.db --key name --user ann --grants readonly",
                               declareCreate, create);
-    addCommand<DatabaseOptions>(family, tool, "info",
+    addCommand<DatabaseOptions>(family, "info",
                                 "Tell whose a database is, what it grants and how full it is",
                                 "brix db info inks.db", declareDatabase, info);
 }

@@ -31,7 +31,7 @@ struct ExportOptions
     PlaceOptions target;
 };
 
-void declareExport(CLI::App *command, ExportOptions *options)
+void declareExport(Command *command, ExportOptions *options)
 {
     declareDatabase(command, &options->database);
     declarePlace(command, "OUT", &options->target,
@@ -91,13 +91,13 @@ struct ImportOptions
     bool replace = false;
 };
 
-void declareImport(CLI::App *command, ImportOptions *options)
+void declareImport(Command *command, ImportOptions *options)
 {
     declareDatabase(command, &options->database);
     declarePlace(command, "IN", &options->source,
                  "Where the lines come from; \"-\", the default, for stdin");
-    command->add_flag("--replace", options->replace,
-                      "A record takes the place of that of its key, instead of being refused");
+    command->addFlag("--replace", &options->replace,
+                     "A record takes the place of that of its key, instead of being refused");
 }
 
 Failure badLine(qint64 line, const QString &fault)
@@ -252,11 +252,11 @@ ExitCode importAll(const Output &output, const ImportOptions &options)
 
 } // namespace
 
-void addDbJsonCommands(CLI::App *family, Tool *tool)
+void addDbJsonCommands(Command *family)
 {
-    addCommand<ExportOptions>(family, tool, "export", "Write the records as lines of JSON",
+    addCommand<ExportOptions>(family, "export", "Write the records as lines of JSON",
                               "brix db export inks.db inks.jsonl", declareExport, exportAll);
-    addCommand<ImportOptions>(family, tool, "import", "Add records from lines of JSON",
+    addCommand<ImportOptions>(family, "import", "Add records from lines of JSON",
                               "brix db import inks.db inks.jsonl --user ann", declareImport,
                               importAll);
 }

@@ -26,18 +26,18 @@ struct PairOptions
     bool contentOnly = false;
 };
 
-void declarePair(CLI::App *command, PairOptions *options)
+void declarePair(Command *command, PairOptions *options)
 {
-    addPath(command, "A", &options->first, "A database file")->required();
-    addPath(command, "B", &options->second, "Another one")->required();
+    command->addPath("A", &options->first, "A database file").setRequired();
+    command->addPath("B", &options->second, "Another one").setRequired();
     declareDatabaseUser(command, &options->user);
 }
 
-void declareDiff(CLI::App *command, PairOptions *options)
+void declareDiff(Command *command, PairOptions *options)
 {
     declarePair(command, options);
-    command->add_flag("--content", options->contentOnly,
-                      "Leave out who wrote a record and when, and the settings");
+    command->addFlag("--content", &options->contentOnly,
+                     "Leave out who wrote a record and when, and the settings");
 }
 
 void requireTwoFiles(const PairOptions &options)
@@ -217,12 +217,11 @@ ExitCode diff(const Output &output, const PairOptions &options)
 
 } // namespace
 
-void addDbPairCommands(CLI::App *family, Tool *tool)
+void addDbPairCommands(Command *family)
 {
-    addCommand<PairOptions>(family, tool, "merge",
-                            "Add the records of B to A whose keys A does not have",
+    addCommand<PairOptions>(family, "merge", "Add the records of B to A whose keys A does not have",
                             "brix db merge inks.db more.db --user ann", declarePair, merge);
-    addCommand<PairOptions>(family, tool, "diff", "Tell in which records two databases differ",
+    addCommand<PairOptions>(family, "diff", "Tell in which records two databases differ",
                             "brix db diff inks.db more.db", declareDiff, diff);
 }
 

@@ -47,10 +47,10 @@ struct GetOptions
     QString key;
 };
 
-void declareGet(CLI::App *command, GetOptions *options)
+void declareGet(Command *command, GetOptions *options)
 {
     declareDatabase(command, &options->database);
-    addText(command, "KEY", &options->key, "The record's key")->required();
+    command->addText("KEY", &options->key, "The record's key").setRequired();
 }
 
 ExitCode get(const Output &output, const GetOptions &options)
@@ -73,13 +73,14 @@ struct SetOptions
     QStringList fields;
 };
 
-void declareSet(CLI::App *command, SetOptions *options)
+void declareSet(Command *command, SetOptions *options)
 {
     declareDatabase(command, &options->database);
-    addText(command, "KEY", &options->key,
-            "The record's key; \"-\" for a new record where the database makes the keys")
-        ->required();
-    declareFields(command, &options->fields)->required();
+    command
+        ->addText("KEY", &options->key,
+                  "The record's key; \"-\" for a new record where the database makes the keys")
+        .setRequired();
+    declareFields(command, &options->fields).setRequired();
 }
 
 Failure wrongUsage(const QString &text)
@@ -149,10 +150,10 @@ struct RemoveOptions
     QStringList keys;
 };
 
-void declareRemove(CLI::App *command, RemoveOptions *options)
+void declareRemove(Command *command, RemoveOptions *options)
 {
     declareDatabase(command, &options->database);
-    addTexts(command, "KEY", &options->keys, "Keys of the records")->required();
+    command->addList("KEY", &options->keys, "Keys of the records").setRequired();
 }
 
 ExitCode remove(const Output &output, const RemoveOptions &options)
@@ -196,13 +197,15 @@ struct SearchOptions
     QStringList values;
 };
 
-void declareSearch(CLI::App *command, SearchOptions *options)
+void declareSearch(Command *command, SearchOptions *options)
 {
     declareDatabase(command, &options->database);
-    addText(command, "FIELD", &options->field, "Name of the field")->required();
-    addTexts(command, "VALUE", &options->values,
-             "What it holds, all of it and in this case; all the texts of a list in their order")
-        ->required();
+    command->addText("FIELD", &options->field, "Name of the field").setRequired();
+    command
+        ->addList(
+            "VALUE", &options->values,
+            "What it holds, all of it and in this case; all the texts of a list in their order")
+        .setRequired();
 }
 
 ExitCode search(const Output &output, const SearchOptions &options)
@@ -233,10 +236,10 @@ struct ValuesOptions
     QString field;
 };
 
-void declareValues(CLI::App *command, ValuesOptions *options)
+void declareValues(Command *command, ValuesOptions *options)
 {
     declareDatabase(command, &options->database);
-    addText(command, "FIELD", &options->field, "Name of the field")->required();
+    command->addText("FIELD", &options->field, "Name of the field").setRequired();
 }
 
 ExitCode values(const Output &output, const ValuesOptions &options)
@@ -259,21 +262,21 @@ ExitCode values(const Output &output, const ValuesOptions &options)
 
 } // namespace
 
-void addDbRecordCommands(CLI::App *family, Tool *tool)
+void addDbRecordCommands(Command *family)
 {
-    addCommand<GetOptions>(family, tool, "get", "Show a record", "brix db get inks.db cyan",
-                           declareGet, get);
-    addCommand<SetOptions>(family, tool, "set", "Change fields of a record, or add one",
+    addCommand<GetOptions>(family, "get", "Show a record", "brix db get inks.db cyan", declareGet,
+                           get);
+    addCommand<SetOptions>(family, "set", "Change fields of a record, or add one",
                            "brix db set inks.db cyan level=12 maker=Ann --user ann", declareSet,
                            set);
-    addCommand<RemoveOptions>(family, tool, "rm", "Remove records",
+    addCommand<RemoveOptions>(family, "rm", "Remove records",
                               "brix db rm inks.db cyan magenta --user ann", declareRemove, remove);
-    addCommand<DatabaseOptions>(family, tool, "list", "List the keys", "brix db list inks.db",
+    addCommand<DatabaseOptions>(family, "list", "List the keys", "brix db list inks.db",
                                 declareDatabase, list);
-    addCommand<SearchOptions>(family, tool, "search",
+    addCommand<SearchOptions>(family, "search",
                               "List the keys of the records in which a field holds a value",
                               "brix db search inks.db maker Ann", declareSearch, search);
-    addCommand<ValuesOptions>(family, tool, "values", "List the different values of a field",
+    addCommand<ValuesOptions>(family, "values", "List the different values of a field",
                               "brix db values inks.db maker", declareValues, values);
 }
 

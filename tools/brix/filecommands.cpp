@@ -43,11 +43,11 @@ struct ListOptions
     bool isLong = false;
 };
 
-void declareList(CLI::App *command, ListOptions *options)
+void declareList(Command *command, ListOptions *options)
 {
     declareRemote(command, &options->remote);
-    command->add_flag("-l,--long", options->isLong,
-                      "Flags, permissions, size in bytes and date (UTC) before each name");
+    command->addFlag("-l,--long", &options->isLong,
+                     "Flags, permissions, size in bytes and date (UTC) before each name");
 }
 
 QString shownName(const SFileEntry &entry)
@@ -126,10 +126,10 @@ struct RecursiveOptions
     bool recursive = false;
 };
 
-void declareRemove(CLI::App *command, RecursiveOptions *options)
+void declareRemove(Command *command, RecursiveOptions *options)
 {
     declareRemote(command, &options->remote);
-    command->add_flag("-r,--recursive", options->recursive, "A folder with all that is in it");
+    command->addFlag("-r,--recursive", &options->recursive, "A folder with all that is in it");
 }
 
 ExitCode remove(const Output &, const RecursiveOptions &options)
@@ -166,10 +166,10 @@ constexpr auto targetHelp =
     "Where it goes on the same server: a URL, or a path from the home folder or, with a slash "
     "in front, absolute; with a slash at its end a folder";
 
-void declareMove(CLI::App *command, MoveOptions *options)
+void declareMove(Command *command, MoveOptions *options)
 {
     declareRemote(command, &options->remote);
-    addText(command, "TARGET", &options->target, targetHelp)->required();
+    command->addText("TARGET", &options->target, targetHelp).setRequired();
 }
 
 ExitCode move(const Output &, const MoveOptions &options)
@@ -195,11 +195,11 @@ ExitCode move(const Output &, const MoveOptions &options)
     });
 }
 
-void declareCopy(CLI::App *command, RecursiveOptions *options)
+void declareCopy(Command *command, RecursiveOptions *options)
 {
     declareRemote(command, &options->remote);
-    addText(command, "TARGET", &options->target, targetHelp)->required();
-    command->add_flag("-r,--recursive", options->recursive, "A folder with all that is in it");
+    command->addText("TARGET", &options->target, targetHelp).setRequired();
+    command->addFlag("-r,--recursive", &options->recursive, "A folder with all that is in it");
 }
 
 void copyFolder(Session &session, const QString &from, const QString &to)
@@ -246,9 +246,10 @@ struct ModeOptions
     QString mode;
 };
 
-void declareMode(CLI::App *command, ModeOptions *options)
+void declareMode(Command *command, ModeOptions *options)
 {
-    addText(command, "MODE", &options->mode, "Three octal digits: user, group, others")->required();
+    command->addText("MODE", &options->mode, "Three octal digits: user, group, others")
+        .setRequired();
     declareRemote(command, &options->remote);
 }
 
@@ -337,28 +338,28 @@ ExitCode exists(const Output &output, const RemoteOptions &options)
 
 } // namespace
 
-void addFileCommands(CLI::App *cli, Tool *tool)
+void addFileCommands(Command *root)
 {
-    addCommand<ListOptions>(cli, tool, "ls", "List a folder",
-                            "brix ls -l brix://ann@press:7000/jobs", declareList, list);
-    addCommand<RemoteOptions>(cli, tool, "mkdir", "Make a folder and those that it lies in",
+    addCommand<ListOptions>(root, "ls", "List a folder", "brix ls -l brix://ann@press:7000/jobs",
+                            declareList, list);
+    addCommand<RemoteOptions>(root, "mkdir", "Make a folder and those that it lies in",
                               "brix mkdir brix://ann@press:7000/jobs/may", declareRemote,
                               makeFolder);
-    addCommand<RecursiveOptions>(cli, tool, "rm", "Remove a file or, with -r, a folder",
+    addCommand<RecursiveOptions>(root, "rm", "Remove a file or, with -r, a folder",
                                  "brix rm -r brix://ann@press:7000/jobs/may", declareRemove,
                                  remove);
-    addCommand<MoveOptions>(cli, tool, "mv", "Rename or move a file or folder on the server",
+    addCommand<MoveOptions>(root, "mv", "Rename or move a file or folder on the server",
                             "brix mv brix://ann@press:7000/a.pdf jobs/b.pdf", declareMove, move);
-    addCommand<RecursiveOptions>(cli, tool, "cp", "Copy a file or, with -r, a folder on the server",
+    addCommand<RecursiveOptions>(root, "cp", "Copy a file or, with -r, a folder on the server",
                                  "brix cp -r brix://ann@press:7000/jobs old-jobs", declareCopy,
                                  copy);
-    addCommand<ModeOptions>(cli, tool, "chmod", "Set the permissions of a file or folder",
+    addCommand<ModeOptions>(root, "chmod", "Set the permissions of a file or folder",
                             "brix chmod 640 brix://ann@press:7000/a.pdf", declareMode, changeMode);
-    addCommand<RemoteOptions>(cli, tool, "df", "Show the room on the storage of a folder",
+    addCommand<RemoteOptions>(root, "df", "Show the room on the storage of a folder",
                               "brix df brix://ann@press:7000", declareRemote, storage);
-    addCommand<RemoteOptions>(cli, tool, "pwd", "Show a folder's path as the server tells it",
+    addCommand<RemoteOptions>(root, "pwd", "Show a folder's path as the server tells it",
                               "brix pwd brix://ann@press:7000", declareRemote, currentFolder);
-    addCommand<RemoteOptions>(cli, tool, "exists", "Tell whether there is such a file or folder",
+    addCommand<RemoteOptions>(root, "exists", "Tell whether there is such a file or folder",
                               "brix exists brix://ann@press:7000/a.pdf", declareRemote, exists);
 }
 

@@ -68,14 +68,13 @@ void withExistingLog(const Output &output, const DatabaseOptions &options,
     withLog(output, options.file, loginOf(options.user), kNoLimits, work);
 }
 
-void addLogCommands(CLI::App *cli, Tool *tool)
+void addLogCommands(Command *root)
 {
-    auto *family = cli->add_subcommand("log", "Write, read and look after a log");
-    family->require_subcommand(1);
-    family->footer("Example:\n  brix log tail -f machine.log");
-    addLogWriteCommands(family, tool);
-    addLogReadCommands(family, tool);
-    addDbBackupCommand(family, tool, "brix log backup machine.log machine.backup --compress lz4");
+    Command &family = root->addCommand("log", "Write, read and look after a log");
+    family.setExample("brix log tail -f machine.log");
+    addLogWriteCommands(&family);
+    addLogReadCommands(&family);
+    addDbBackupCommand(&family, "brix log backup machine.log machine.backup --compress lz4");
 }
 
 } // namespace Brix

@@ -29,7 +29,7 @@ void withExistingLog(const Output &output, const DatabaseOptions &options,
                      const std::function<void(Talverine::SLogger &)> &work);
 
 // One function for each kind of sub-commands.
-void addLogReadCommands(CLI::App *family, Tool *tool);
-void addLogWriteCommands(CLI::App *family, Tool *tool);
+void addLogReadCommands(Command *family);
+void addLogWriteCommands(Command *family);
 
 } // namespace Brix

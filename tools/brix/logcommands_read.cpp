@@ -64,12 +64,12 @@ struct ShowOptions
     std::optional<qint64> last;
 };
 
-void declareLast(CLI::App *command, std::optional<qint64> *last, const std::string &description)
+void declareLast(Command *command, std::optional<qint64> *last, const std::string &description)
 {
-    command->add_option("-n,--last", *last, description)->check(wholeNumber());
+    command->addNumber("-n,--last", last, description);
 }
 
-void declareShow(CLI::App *command, ShowOptions *options)
+void declareShow(Command *command, ShowOptions *options)
 {
     declareDatabase(command, &options->log);
     declareLast(command, &options->last, "Only the last so many entries");
@@ -93,12 +93,12 @@ struct TailOptions
     bool follow = false;
 };
 
-void declareTail(CLI::App *command, TailOptions *options)
+void declareTail(Command *command, TailOptions *options)
 {
     declareDatabase(command, &options->log);
     declareLast(command, &options->last, "How many entries to begin with. Default: 10");
-    command->add_flag("-f,--follow", options->follow,
-                      "Go on with new entries until Ctrl-C, also when the log is rotated");
+    command->addFlag("-f,--follow", &options->follow,
+                     "Go on with new entries until Ctrl-C, also when the log is rotated");
 }
 
 // Until an interruption, or until the reader of stdout has gone.
@@ -145,14 +145,15 @@ struct SearchOptions
     QString value;
 };
 
-void declareSearch(CLI::App *command, SearchOptions *options)
+void declareSearch(Command *command, SearchOptions *options)
 {
     declareDatabase(command, &options->log);
-    addText(command, "FIELD", &options->field,
-            "Name of the field; \"logid\" is what an entry says has happened")
-        ->required();
-    addText(command, "VALUE", &options->value, "What it holds, all of it and in this case")
-        ->required();
+    command
+        ->addText("FIELD", &options->field,
+                  "Name of the field; \"logid\" is what an entry says has happened")
+        .setRequired();
+    command->addText("VALUE", &options->value, "What it holds, all of it and in this case")
+        .setRequired();
 }
 
 ExitCode search(const Output &output, const SearchOptions &options)
@@ -177,9 +178,9 @@ struct BackupsOptions
     QString file;
 };
 
-void declareBackups(CLI::App *command, BackupsOptions *options)
+void declareBackups(Command *command, BackupsOptions *options)
 {
-    addPath(command, "FILE", &options->file, "The log, there or not")->required();
+    command->addPath("FILE", &options->file, "The log, there or not").setRequired();
 }
 
 ExitCode backups(const Output &output, const BackupsOptions &options)
@@ -204,17 +205,16 @@ ExitCode backups(const Output &output, const BackupsOptions &options)
 
 } // namespace
 
-void addLogReadCommands(CLI::App *family, Tool *tool)
+void addLogReadCommands(Command *family)
 {
-    addCommand<ShowOptions>(family, tool, "show", "Show the entries, the oldest first",
+    addCommand<ShowOptions>(family, "show", "Show the entries, the oldest first",
                             "brix log show machine.log --last 100", declareShow, show);
-    addCommand<TailOptions>(family, tool, "tail", "Show the last entries, and wait for new ones",
+    addCommand<TailOptions>(family, "tail", "Show the last entries, and wait for new ones",
                             "brix log tail -f machine.log", declareTail, tailLog);
-    addCommand<SearchOptions>(
-        family, tool, "search", "Show the entries in which a field holds a value",
-        "brix log search machine.log logid HeadCleaned", declareSearch, search);
-    addCommand<BackupsOptions>(family, tool, "backups",
-                               "List the backups by rotation, the oldest first",
+    addCommand<SearchOptions>(family, "search", "Show the entries in which a field holds a value",
+                              "brix log search machine.log logid HeadCleaned", declareSearch,
+                              search);
+    addCommand<BackupsOptions>(family, "backups", "List the backups by rotation, the oldest first",
                                "brix log backups machine.log", declareBackups, backups);
 }
 

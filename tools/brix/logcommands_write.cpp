@@ -46,28 +46,19 @@ struct AppendOptions
     RotateParameters limits{.maxLogs = 10000, .keepLogs = 300, .maxBytes = kMaxBytes};
 };
 
-void declareAppend(CLI::App *command, AppendOptions *options)
+void declareAppend(Command *command, AppendOptions *options)
 {
     declareDatabase(command, &options->log);
-    command->get_option("FILE")->description("The log; made when it is missing");
-    command->get_option("--user")->description("Whose the log is")->required();
-    addText(command, "ID", &options->id, "What has happened")->required();
+    command->argument("FILE").setDescription("The log; made when it is missing");
+    command->argument("--user").setDescription("Whose the log is").setRequired();
+    command->addText("ID", &options->id, "What has happened").setRequired();
     declareFields(command, &options->fields);
-    command
-        ->add_option("--max-logs", options->limits.maxLogs,
-                     "Entries above which the log is rotated first")
-        ->check(CLI::Range(10, std::numeric_limits<int>::max()))
-        ->capture_default_str();
-    command
-        ->add_option("--keep-logs", options->limits.keepLogs,
-                     "Entries that a rotation carries over, at most a third")
-        ->check(wholeNumber(std::numeric_limits<int>::max()))
-        ->capture_default_str();
-    command
-        ->add_option("--max-bytes", options->limits.maxBytes,
-                     "Bytes above which the log is rotated first")
-        ->check(CLI::PositiveNumber)
-        ->capture_default_str();
+    command->addNumber("--max-logs", &options->limits.maxLogs,
+                       "Entries above which the log is rotated first", 10);
+    command->addNumber("--keep-logs", &options->limits.keepLogs,
+                       "Entries that a rotation carries over, at most a third");
+    command->addSize("--max-bytes", &options->limits.maxBytes,
+                     "Bytes above which the log is rotated first", 1);
 }
 
 SDBRecord entryOf(const AppendOptions &options)
@@ -139,10 +130,10 @@ struct PinOptions
     QStringList numbers;
 };
 
-void declarePin(CLI::App *command, PinOptions *options)
+void declarePin(Command *command, PinOptions *options)
 {
     declareDatabase(command, &options->log);
-    addTexts(command, "NUMBER", &options->numbers, "Numbers of the entries")->required();
+    command->addList("NUMBER", &options->numbers, "Numbers of the entries").setRequired();
 }
 
 // The entry as it is now; throws when there is none.
@@ -199,15 +190,12 @@ struct RotateOptions
     int keep = 300;
 };
 
-void declareRotate(CLI::App *command, RotateOptions *options)
+void declareRotate(Command *command, RotateOptions *options)
 {
     declareDatabase(command, &options->log);
-    command
-        ->add_option("--keep-logs", options->keep,
-                     "Entries to carry over, at most a third; pinned ones come beside them. 0 "
-                     "leaves all of them out")
-        ->check(wholeNumber(std::numeric_limits<int>::max()))
-        ->capture_default_str();
+    command->addNumber("--keep-logs", &options->keep,
+                       "Entries to carry over, at most a third; pinned ones come beside them. 0 "
+                       "leaves all of them out");
 }
 
 ExitCode rotate(const Output &output, const RotateOptions &options)
@@ -244,15 +232,16 @@ struct RestoreOptions
     QString unique;
 };
 
-void declareRestore(CLI::App *command, RestoreOptions *options)
+void declareRestore(Command *command, RestoreOptions *options)
 {
     declareDatabase(command, &options->log);
-    addPath(command, "BACKUP", &options->source, "The backup, compressed or not")->required();
-    auto *merge = command->add_flag("--merge", options->merge,
-                                    "Add its entries, instead of putting them in the log's place");
-    addText(command, "--unique", &options->unique,
-            "Leave out entries whose text in this field the log has already")
-        ->needs(merge);
+    command->addPath("BACKUP", &options->source, "The backup, compressed or not").setRequired();
+    Argument &merge = command->addFlag(
+        "--merge", &options->merge, "Add its entries, instead of putting them in the log's place");
+    command
+        ->addText("--unique", &options->unique,
+                  "Leave out entries whose text in this field the log has already")
+        .setNeeded(merge);
 }
 
 //! A plain copy of a backup, in a folder that goes with this object.
@@ -311,19 +300,19 @@ ExitCode restore(const Output &output, const RestoreOptions &options)
 
 } // namespace
 
-void addLogWriteCommands(CLI::App *family, Tool *tool)
+void addLogWriteCommands(Command *family)
 {
-    addCommand<AppendOptions>(family, tool, "append", "Add an entry",
+    addCommand<AppendOptions>(family, "append", "Add an entry",
                               "brix log append machine.log HeadCleaned head=3 --user ann",
                               declareAppend, append);
-    addCommand<PinOptions>(family, tool, "pin", "Let rotations keep entries",
+    addCommand<PinOptions>(family, "pin", "Let rotations keep entries",
                            "brix log pin machine.log 17 --user ann", declarePin, pin);
-    addCommand<PinOptions>(family, tool, "unpin", "Mark entries as not pinned any more",
+    addCommand<PinOptions>(family, "unpin", "Mark entries as not pinned any more",
                            "brix log unpin machine.log 42 --user ann", declarePin, unpin);
-    addCommand<RotateOptions>(family, tool, "rotate",
+    addCommand<RotateOptions>(family, "rotate",
                               "Copy the log to a backup beside it, and begin anew",
                               "brix log rotate machine.log --user ann", declareRotate, rotate);
-    addCommand<RestoreOptions>(family, tool, "restore", "Take entries from a backup",
+    addCommand<RestoreOptions>(family, "restore", "Take entries from a backup",
                                "brix log restore machine.log machine.B03 --merge --user ann",
                                declareRestore, restore);
 }

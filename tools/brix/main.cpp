@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // brix: one tool over the library. Each family of sub-commands has a source file of its own.
+#include "cli/commandline.h"
 #include "messagehandler.h"
 #include "standardstreams.h"
 #include "tool.h"
@@ -23,28 +24,35 @@ ExitCode flushed(const Output &output, ExitCode code)
     return code == ExitCode::Done ? ExitCode::LocalIo : code;
 }
 
-ExitCode runChosen(const Tool &tool)
+ExitCode run(const Command &command, const Output &output)
 {
     try {
-        return tool.run();
+        return command.work()(output);
     } catch (const Failure &failure) {
-        tool.output.error(failure.text);
+        output.error(failure.text);
         return failure.code;
     }
 }
 
-ExitCode wrongUsage(const Output &output, const CLI::App &cli, const CLI::ParseError &error)
+ExitCode wrongUsage(const Output &output, const CommandLine::Result &result)
 {
-    QString command = u"brix"_s;
-    for (auto chosen = cli.get_subcommands(); !chosen.empty();
-         chosen = chosen.back()->get_subcommands())
-        command += u' ' + QString::fromStdString(chosen.back()->get_name());
-    // A word that is no sub-command is left over when the missing sub-command is noticed.
-    const auto rest = cli.remaining(true);
-    output.error(rest.empty() ? QString::fromLocal8Bit(error.what())
-                              : u"unknown argument: %1"_s.arg(QString::fromStdString(rest[0])));
-    output.note(u"Try: %1 --help"_s.arg(command));
+    output.error(QString::fromLocal8Bit(result.problem.c_str()));
+    output.note(u"Try: %1 --help"_s.arg(QString::fromStdString(result.words)));
     return ExitCode::Usage;
+}
+
+ExitCode runLine(const Command &root, const Output &output, int argc, char *argv[])
+{
+    const auto result = CommandLine(root, "brix " BRIX_VERSION).parse(argc, argv);
+    switch (result.outcome) {
+    case CommandLine::Outcome::Chosen:
+        return flushed(output, run(*result.command, output));
+    case CommandLine::Outcome::Shown:
+        return flushed(output, ExitCode::Done);
+    case CommandLine::Outcome::Wrong:
+        break;
+    }
+    return wrongUsage(output, result);
 }
 
 } // namespace
@@ -59,36 +67,24 @@ int main(int argc, char *argv[])
     // The library's debug lines are for its developers; QT_LOGGING_RULES brings them back.
     QLoggingCategory::setFilterRules(u"default.debug=false"_s);
 
-    Tool tool;
-    CLI::App cli{
+    Output output;
+    Command root(
+        "brix",
         "Serves, moves and inspects files over the brix protocol, compresses them, and keeps\n"
-        "text databases and logs.",
-        "brix"};
-    cli.footer(exitCodesHelp);
-    cli.fallthrough();
-    cli.require_subcommand(1);
-    cli.set_version_flag("--version", "brix " BRIX_VERSION);
-    cli.add_flag("--json", tool.output.json, "Results as one JSON object a line");
-    cli.add_flag("--quiet", tool.output.quiet, "No progress and no notes");
-    cli.add_flag("--raw", tool.output.raw,
+        "text databases and logs.");
+    root.setFooter(exitCodesHelp);
+    root.addFlag("--json", &output.json, "Results as one JSON object a line");
+    root.addFlag("--quiet", &output.quiet, "No progress and no notes");
+    root.addFlag("--raw", &output.raw,
                  "Results without escapes for control characters, also on a terminal");
-    addServeCommand(&cli, &tool);
-    addTransferCommands(&cli, &tool);
-    addStreamCommands(&cli, &tool);
-    addFileCommands(&cli, &tool);
-    addServerCommands(&cli, &tool);
-    addUserCommands(&cli, &tool);
-    addCompressCommands(&cli, &tool);
-    addDbCommands(&cli, &tool);
-    addLogCommands(&cli, &tool);
-
-    try {
-        cli.parse(argc, argv);
-    } catch (const CLI::Success &help) {
-        cli.exit(help);
-        return int(flushed(tool.output, ExitCode::Done));
-    } catch (const CLI::ParseError &error) {
-        return int(wrongUsage(tool.output, cli, error));
-    }
-    return int(flushed(tool.output, runChosen(tool)));
+    addServeCommand(&root);
+    addTransferCommands(&root);
+    addStreamCommands(&root);
+    addFileCommands(&root);
+    addServerCommands(&root);
+    addUserCommands(&root);
+    addCompressCommands(&root);
+    addDbCommands(&root);
+    addLogCommands(&root);
+    return int(runLine(root, output, argc, argv));
 }

@@ -21,15 +21,13 @@ RemoteUrl parsedUrl(const QString &text)
 
 } // namespace
 
-void declareRemote(CLI::App *command, RemoteOptions *options)
+void declareRemote(Command *command, RemoteOptions *options)
 {
-    addText(command, "URL", &options->url, "brix://USER@HOST:PORT/PATH")->required();
-    command->add_flag("--password-stdin", options->password.fromStdin,
-                      "Read the password from the first line of stdin");
-    command
-        ->add_option("--timeout", options->timeoutSeconds, "Seconds that the server may be silent")
-        ->check(CLI::Range(1, 86400))
-        ->capture_default_str();
+    command->addText("URL", &options->url, "brix://USER@HOST:PORT/PATH").setRequired();
+    command->addFlag("--password-stdin", &options->password.fromStdin,
+                     "Read the password from the first line of stdin");
+    command->addNumber("--timeout", &options->timeoutSeconds,
+                       "Seconds that the server may be silent", 1, 86400);
 }
 
 ExitCode withLogin(const RemoteOptions &options, const LoginWork &work)

@@ -16,7 +16,7 @@ struct RemoteOptions
 };
 
 //! Adds URL and the options of a connection.
-void declareRemote(CLI::App *command, RemoteOptions *options);
+void declareRemote(Command *command, RemoteOptions *options);
 
 //! Work that makes connections of its own; throws Failure.
 using LoginWork = std::function<ExitCode(const Login &login)>;

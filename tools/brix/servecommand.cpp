@@ -50,47 +50,38 @@ bool isOctalMask(const std::string &text)
            std::stoi(text, nullptr, 8) <= 0777;
 }
 
-void declareServe(CLI::App *command, ServeOptions *options)
+void declareServe(Command *command, ServeOptions *options)
 {
-    addPath(command, "--users", &options->users,
-            "The user file (see brix user); read again when it changes and on "
-            "SIGHUP")
-        ->required();
-    addText(command, "--address", &options->address,
-            "Address to listen on; 0.0.0.0 or :: for all. Default: 127.0.0.1");
-    command->add_option("--port", options->port, "Port to listen on; 0 takes a free one")
-        ->check(CLI::Range(0, 65535))
-        ->capture_default_str();
-    addText(command, "--name", &options->name, "The server's name. Default: that of this machine");
-    command->add_flag("--document-root", options->documentRoot,
-                      "Show each user the own home folder as /");
     command
-        ->add_option("--max-connections", options->maximumConnections,
-                     "Connections at a time; 0 for no limit")
-        ->check(wholeNumber(std::numeric_limits<int>::max()))
-        ->capture_default_str();
+        ->addPath("--users", &options->users,
+                  "The user file (see brix user); read again when it changes and on SIGHUP")
+        .setRequired();
+    command->addText("--address", &options->address,
+                     "Address to listen on; 0.0.0.0 or :: for all. Default: 127.0.0.1");
+    command->addNumber("--port", &options->port, "Port to listen on; 0 takes a free one");
+    command->addText("--name", &options->name, "The server's name. Default: that of this machine");
+    command->addFlag("--document-root", &options->documentRoot,
+                     "Show each user the own home folder as /");
+    command->addNumber("--max-connections", &options->maximumConnections,
+                       "Connections at a time; 0 for no limit");
+    command->addSize("--limit-in", &options->limitIn,
+                     "Bytes a second that all clients together may send; 0 for no limit");
+    command->addSize("--limit-out", &options->limitOut,
+                     "Bytes a second that all clients together may receive; 0 for no limit");
     command
-        ->add_option("--limit-in", options->limitIn,
-                     "Bytes a second that all clients together may send; 0 for no limit")
-        ->check(wholeNumber())
-        ->capture_default_str();
-    command
-        ->add_option("--limit-out", options->limitOut,
-                     "Bytes a second that all clients together may receive; 0 for no limit")
-        ->check(wholeNumber())
-        ->capture_default_str();
-    command
-        ->add_option_function<std::string>(
-            "--umask",
-            [options](const std::string &text) { options->fileMask = std::stoi(text, nullptr, 8); },
-            "Permissions that new files of clients do not get, in octal, for instance 027. "
-            "Default: those of the caller's umask")
-        ->check([](const std::string &text) {
-            return isOctalMask(text) ? "" : text + " is not an octal number from 0 to 777";
-        })
-        ->type_name("OCTAL");
-    command->add_flag("--verbose", options->verbose,
-                      "A line on stderr for each login, command and end of a session");
+        ->addArgument(Argument::Kind::Text, "--umask",
+                      "Permissions that new files of clients do not get, in octal, for instance "
+                      "027. Default: those of the caller's umask",
+                      [options](const auto &texts) {
+                          options->fileMask = std::stoi(texts.front(), nullptr, 8);
+                      })
+        .setValueName("OCTAL")
+        .addCheck([](const std::string &text) {
+            return isOctalMask(text) ? std::string()
+                                     : text + " is not an octal number from 0 to 777";
+        });
+    command->addFlag("--verbose", &options->verbose,
+                     "A line on stderr for each login, command and end of a session");
 }
 
 // A session that keeps to the limits from its first byte on; the speed controller, which shares
@@ -249,10 +240,10 @@ ExitCode serve(const Output &output, const ServeOptions &options)
 
 } // namespace
 
-void addServeCommand(CLI::App *cli, Tool *tool)
+void addServeCommand(Command *root)
 {
     addCommand<ServeOptions>(
-        cli, tool, "serve", "Serve files until Ctrl-C; the first line tells the address and port",
+        root, "serve", "Serve files until Ctrl-C; the first line tells the address and port",
         "brix serve --users users.json --address 0.0.0.0 --port 7000", declareServe, serve);
 }
 

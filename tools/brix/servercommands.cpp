@@ -76,11 +76,11 @@ struct CallOptions
     QString params;
 };
 
-void declareCall(CLI::App *command, CallOptions *options)
+void declareCall(Command *command, CallOptions *options)
 {
     declareRemote(command, &options->remote);
-    addText(command, "NAME", &options->name, "Name of the pluggable")->required();
-    addText(command, "PARAMS", &options->params, "Text to call it with, sent in UTF-8");
+    command->addText("NAME", &options->name, "Name of the pluggable").setRequired();
+    command->addText("PARAMS", &options->params, "Text to call it with, sent in UTF-8");
 }
 
 // What a pluggable gave, by the tag that its bytes begin with.
@@ -141,15 +141,11 @@ struct LinkTestOptions
     int down = 5;
 };
 
-void declareLinkTest(CLI::App *command, LinkTestOptions *options)
+void declareLinkTest(Command *command, LinkTestOptions *options)
 {
     declareRemote(command, &options->remote);
-    command->add_option("--up", options->up, "Seconds to send for")
-        ->check(CLI::Range(0, 3600))
-        ->capture_default_str();
-    command->add_option("--down", options->down, "Seconds to receive for")
-        ->check(CLI::Range(0, 3600))
-        ->capture_default_str();
+    command->addNumber("--up", &options->up, "Seconds to send for", 0, 3600);
+    command->addNumber("--down", &options->down, "Seconds to receive for", 0, 3600);
 }
 
 ExitCode linkTest(const Output &output, const LinkTestOptions &options)
@@ -179,20 +175,19 @@ ExitCode linkTest(const Output &output, const LinkTestOptions &options)
 
 } // namespace
 
-void addServerCommands(CLI::App *cli, Tool *tool)
+void addServerCommands(Command *root)
 {
-    addCommand<RemoteOptions>(cli, tool, "whoami", "Show who is logged in",
+    addCommand<RemoteOptions>(root, "whoami", "Show who is logged in",
                               "brix whoami brix://ann@press:7000", declareRemote, whoAmI);
-    addCommand<RemoteOptions>(cli, tool, "name", "Show the server's name",
+    addCommand<RemoteOptions>(root, "name", "Show the server's name",
                               "brix name brix://ann@press:7000", declareRemote, serverName);
-    addCommand<RemoteOptions>(cli, tool, "commands",
-                              "List the server's commands and their versions",
+    addCommand<RemoteOptions>(root, "commands", "List the server's commands and their versions",
                               "brix commands brix://ann@press:7000", declareRemote, commands);
-    addCommand<RemoteOptions>(cli, tool, "calls", "List the server's pluggables",
+    addCommand<RemoteOptions>(root, "calls", "List the server's pluggables",
                               "brix calls brix://ann@press:7000", declareRemote, calls);
-    addCommand<CallOptions>(cli, tool, "call", "Call one of the server's pluggables",
+    addCommand<CallOptions>(root, "call", "Call one of the server's pluggables",
                             "brix call brix://ann@press:7000 version", declareCall, call);
-    addCommand<LinkTestOptions>(cli, tool, "linktest", "Measure the connection in both directions",
+    addCommand<LinkTestOptions>(root, "linktest", "Measure the connection in both directions",
                                 "brix linktest brix://ann@press:7000 --up 3 --down 3",
                                 declareLinkTest, linkTest);
 }

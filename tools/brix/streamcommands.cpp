@@ -35,15 +35,13 @@ struct CatOptions
     qint64 count = std::numeric_limits<qint64>::max();
 };
 
-void declareCat(CLI::App *command, CatOptions *options)
+void declareCat(Command *command, CatOptions *options)
 {
     declareRemote(command, &options->remote);
-    command
-        ->add_option("--offset", options->offset, "Bytes of the file to leave out at its beginning")
-        ->check(wholeNumber())
-        ->capture_default_str();
-    command->add_option("--count", options->count, "Bytes to write at most. Default: to the end")
-        ->check(wholeNumber());
+    command->addSize("--offset", &options->offset,
+                     "Bytes of the file to leave out at its beginning");
+    command->addSize("--count", &options->count, "Bytes to write at most. Default: to the end")
+        .setDefaultText({});
 }
 
 void writeFile(const Login &login, const CatOptions &options, LiveProgress *progress)
@@ -171,9 +169,9 @@ ExitCode putStandardInput(const Output &output, const RemoteOptions &options)
     });
 }
 
-void addStreamCommands(CLI::App *cli, Tool *tool)
+void addStreamCommands(Command *root)
 {
-    addCommand<CatOptions>(cli, tool, "cat", "Write a file's content to stdout",
+    addCommand<CatOptions>(root, "cat", "Write a file's content to stdout",
                            "brix cat brix://ann@press:7000/log.txt --offset 1000 --count 200",
                            declareCat, cat);
 }

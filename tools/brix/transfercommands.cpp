@@ -24,28 +24,30 @@ struct TransferOptions
     bool removeSource = false;
 };
 
-void declareTransfer(CLI::App *command, TransferOptions *options)
+void declareTransfer(Command *command, TransferOptions *options)
 {
-    command->add_flag("-r,--recursive", options->recursive, "A folder with all that is in it");
-    command->add_flag("--remove-source", options->removeSource,
-                      "Remove each file where it came from once it has arrived");
+    command->addFlag("-r,--recursive", &options->recursive, "A folder with all that is in it");
+    command->addFlag("--remove-source", &options->removeSource,
+                     "Remove each file where it came from once it has arrived");
 }
 
-void declareGet(CLI::App *command, TransferOptions *options)
+void declareGet(Command *command, TransferOptions *options)
 {
     declareRemote(command, &options->remote);
-    addPath(command, "LOCAL", &options->local,
-            "Where it goes: a file, or a folder to put it in; with -r the folder that receives the "
-            "content. Default: its own name in the current folder");
+    command->addPath(
+        "LOCAL", &options->local,
+        "Where it goes: a file, or a folder to put it in; with -r the folder that receives the "
+        "content. Default: its own name in the current folder");
     declareTransfer(command, options);
 }
 
-void declarePut(CLI::App *command, TransferOptions *options)
+void declarePut(Command *command, TransferOptions *options)
 {
-    addPath(command, "LOCAL", &options->local,
-            "The file or, with -r, the folder; \"-\" stores what comes from stdin")
-        ->required()
-        ->each([options](const std::string &text) { options->fromStdin = text == "-"; });
+    command
+        ->addPath("LOCAL", &options->local,
+                  "The file or, with -r, the folder; \"-\" stores what comes from stdin")
+        .setRequired()
+        .addStore([options](const auto &texts) { options->fromStdin = texts.front() == "-"; });
     declareRemote(command, &options->remote);
     declareTransfer(command, options);
 }
@@ -144,11 +146,11 @@ ExitCode put(const Output &output, const TransferOptions &options)
 
 } // namespace
 
-void addTransferCommands(CLI::App *cli, Tool *tool)
+void addTransferCommands(Command *root)
 {
-    addCommand<TransferOptions>(cli, tool, "get", "Fetch a file or a tree of files",
+    addCommand<TransferOptions>(root, "get", "Fetch a file or a tree of files",
                                 "brix get -r brix://ann@press:7000/jobs ./jobs", declareGet, get);
-    addCommand<TransferOptions>(cli, tool, "put", "Send a file or a tree of files",
+    addCommand<TransferOptions>(root, "put", "Send a file or a tree of files",
                                 "brix put report.pdf brix://ann@press:7000/reports/", declarePut,
                                 put);
 }

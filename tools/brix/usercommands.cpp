@@ -34,10 +34,10 @@ Talverine::Security::SSecureString newPassword(const PasswordSource &source, con
     return *password;
 }
 
-void declarePassword(CLI::App *command, PasswordSource *password)
+void declarePassword(Command *command, PasswordSource *password)
 {
-    command->add_flag("--password-stdin", password->fromStdin,
-                      "Read the password from the first line of stdin");
+    command->addFlag("--password-stdin", &password->fromStdin,
+                     "Read the password from the first line of stdin");
 }
 
 // add
@@ -54,17 +54,19 @@ struct AddOptions
     PasswordSource password;
 };
 
-void declareAdd(CLI::App *command, AddOptions *options)
+void declareAdd(Command *command, AddOptions *options)
 {
-    addPath(command, "FILE", &options->file, "The user file; made when it is missing")->required();
-    addText(command, "NAME", &options->name, "Name to log in with; kept in lower case")->required();
-    addPath(command, "--home", &options->home, "Directory on the server that the user is kept in")
-        ->required();
-    addText(command, "--fullname", &options->fullname, "Name for people");
-    addText(command, "--email", &options->email, "Address for people");
-    command->add_flag("--disabled", options->disabled, "The user may not log in");
-    command->add_flag("--replace", options->replace,
-                      "Replace a user of that name, with all that the file has about the user");
+    command->addPath("FILE", &options->file, "The user file; made when it is missing")
+        .setRequired();
+    command->addText("NAME", &options->name, "Name to log in with; kept in lower case")
+        .setRequired();
+    command->addPath("--home", &options->home, "Directory on the server that the user is kept in")
+        .setRequired();
+    command->addText("--fullname", &options->fullname, "Name for people");
+    command->addText("--email", &options->email, "Address for people");
+    command->addFlag("--disabled", &options->disabled, "The user may not log in");
+    command->addFlag("--replace", &options->replace,
+                     "Replace a user of that name, with all that the file has about the user");
     declarePassword(command, &options->password);
 }
 
@@ -118,9 +120,9 @@ struct ListOptions
     QString file;
 };
 
-void declareList(CLI::App *command, ListOptions *options)
+void declareList(Command *command, ListOptions *options)
 {
-    addPath(command, "FILE", &options->file, "The user file")->required();
+    command->addPath("FILE", &options->file, "The user file").setRequired();
 }
 
 QString state(const Talverine::Interfaces::ISUser &user)
@@ -159,13 +161,13 @@ struct NamedUser
     PasswordSource password;
 };
 
-void declareNamedUser(CLI::App *command, NamedUser *options)
+void declareNamedUser(Command *command, NamedUser *options)
 {
-    addPath(command, "FILE", &options->file, "The user file")->required();
-    addText(command, "NAME", &options->name, "Name of the user")->required();
+    command->addPath("FILE", &options->file, "The user file").setRequired();
+    command->addText("NAME", &options->name, "Name of the user").setRequired();
 }
 
-void declarePasswd(CLI::App *command, NamedUser *options)
+void declarePasswd(Command *command, NamedUser *options)
 {
     declareNamedUser(command, options);
     declarePassword(command, &options->password);
@@ -227,24 +229,23 @@ ExitCode remove(const Output &output, const NamedUser &options)
 
 } // namespace
 
-void addUserCommands(CLI::App *cli, Tool *tool)
+void addUserCommands(Command *root)
 {
-    auto *family = cli->add_subcommand("user", "Edit the file of a server's users");
-    family->require_subcommand(1);
-    family->footer("Example:\n  brix user list users.json");
-    addCommand<AddOptions>(family, tool, "add", "Add a user",
+    Command &family = root->addCommand("user", "Edit the file of a server's users");
+    family.setExample("brix user list users.json");
+    addCommand<AddOptions>(&family, "add", "Add a user",
                            "brix user add users.json ann --home /srv/ann --fullname \"Ann Smith\"",
                            declareAdd, add);
-    addCommand<ListOptions>(family, tool, "list", "List the users", "brix user list users.json",
+    addCommand<ListOptions>(&family, "list", "List the users", "brix user list users.json",
                             declareList, list);
-    addCommand<NamedUser>(family, tool, "passwd", "Change the password of a user",
+    addCommand<NamedUser>(&family, "passwd", "Change the password of a user",
                           "brix user passwd users.json ann", declarePasswd, passwd);
-    addCommand<NamedUser>(family, tool, "enable", "Let a disabled user log in again",
+    addCommand<NamedUser>(&family, "enable", "Let a disabled user log in again",
                           "brix user enable users.json ann", declareNamedUser, enable);
-    addCommand<NamedUser>(family, tool, "disable", "Keep a user from logging in",
+    addCommand<NamedUser>(&family, "disable", "Keep a user from logging in",
                           "brix user disable users.json ann", declareNamedUser, disable);
-    addCommand<NamedUser>(family, tool, "remove", "Remove a user",
-                          "brix user remove users.json ann", declareNamedUser, remove);
+    addCommand<NamedUser>(&family, "remove", "Remove a user", "brix user remove users.json ann",
+                          declareNamedUser, remove);
 }
 
 } // namespace Brix
