@@ -2,17 +2,23 @@
 #include "filesession.h"
 #include "filetree.h"
 
+#include <shared/filesizelimit.h>
 #include <shared/utctime.h>
 
 #include <QtCore/QBuffer>
 #include <QtCore/QRegularExpression>
 #include <QtCore/QStorageInfo>
 
+#include <cerrno>
+#include <functional>
+
 using namespace Talverine;
 using namespace Qt::StringLiterals;
 
 // The client against the library's own server. What a scripted server makes of it stands in
 // tst_sclientftp_wire.cpp.
+using Step = std::function<void(SClientFtp &)>;
+
 class tst_SClientFtp : public QObject
 {
     Q_OBJECT
@@ -478,6 +484,58 @@ private Q_SLOTS:
         const QFileInfo fetched(m_client->path(u"a.txt"_s));
         QCOMPARE(fetched.permissions(), fresh.permissions());
         QVERIFY(fetched.lastModified() >= fresh.lastModified());
+    }
+
+    void failureAtAFileOfThisMachineIsNamed_data()
+    {
+        QTest::addColumn<Step>("step");
+        QTest::addColumn<QString>("reason");
+        const auto row = [](const char *name, const Step &step, const QString &reason) {
+            QTest::newRow(name) << step << reason;
+        };
+        row(
+            "the directory is a file", [](SClientFtp &c) { c.getFile(u"a.txt"_s, u"file/x"_s); },
+            u"the directory cannot be created"_s);
+        row(
+            "a directory has the name", [](SClientFtp &c) { c.getFile(u"a.txt"_s, u"folder"_s); },
+            u"the file cannot be put in its place"_s);
+        row(
+            "the disk is full", [](SClientFtp &c) { c.getFile(u"large"_s, u"large"_s); },
+            qt_error_string(EFBIG));
+        row(
+            "the partial file cannot be opened",
+            [](SClientFtp &c) { c.getFile(u"a.txt"_s, u"/proc/self/x"_s); },
+            qt_error_string(ENOENT));
+        row(
+            "the source is missing", [](SClientFtp &c) { c.sendFile(u"missing"_s); },
+            u"there is no such regular file"_s);
+        row(
+            "the source is a directory", [](SClientFtp &c) { c.sendFile(u"folder"_s); },
+            u"there is no such regular file"_s);
+        row(
+            "the server has no such file", [](SClientFtp &c) { c.getFile(u"missing"_s); },
+            QString());
+        row(
+            "the transfer succeeds", [](SClientFtp &c) { c.getFile(u"a.txt"_s); }, QString());
+    }
+    void failureAtAFileOfThisMachineIsNamed()
+    {
+        QFETCH(const Step, step);
+        QFETCH(const QString, reason);
+        QVERIFY(FileTree::write(m_server->path(u"a.txt"_s), "content"));
+        QVERIFY(FileTree::write(m_server->path(u"large"_s), QByteArray(2 << 20, 'x')));
+        QVERIFY(FileTree::write(m_client->path(u"file"_s), "older"));
+        QVERIFY(FileTree::write(m_client->path(u"folder/kept"_s), "kept"));
+        const FileSizeLimit limit(1 << 20);
+        QString noted = u"no result"_s;
+        m_client->configure = [&noted](SClientFtp &client) {
+            QObject::connect(
+                &client, &SClientFtp::commandResult, &client,
+                [&noted, &client] { noted = client.localError(); }, Qt::DirectConnection);
+        };
+        QVERIFY(m_client->open(m_server->port()));
+        m_client->run(step);
+        QCOMPARE(noted, reason);
     }
 
     void replacedFileKeepsItsPermissions_data()

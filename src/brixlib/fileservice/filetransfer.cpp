@@ -84,13 +84,15 @@ bool FileTransfer::receive(QIODevice *target, qint64 size)
         if (!mayGoOn(idle))
             return false;
         const qint64 count = receiveSome(buffer.get(), std::min(size - meter.done(), kBufferBytes));
-        if (count < 0 || !SFileHelper::writeAll(target, {buffer.get(), count}))
+        if (count < 0)
             return false;
+        if (!SFileHelper::writeAll(target, {buffer.get(), count}))
+            return failAt(target);
         if (count > 0)
             idle.start();
         meter.add(count);
     }
-    return isFlushed(target);
+    return isFlushed(target) || failAt(target);
 }
 
 // What is there within a slice of a wait; 0 when nothing came.
@@ -122,7 +124,9 @@ bool FileTransfer::send(QIODevice *source, qint64 size)
         // Files in /sys claim more than they give and are never at their end.
         if (count == 0)
             break;
-        if (count < 0 || !sendBlock(buffer.get(), count))
+        if (count < 0)
+            return failAt(source);
+        if (!sendBlock(buffer.get(), count))
             return false;
         meter.add(count);
     }
@@ -163,6 +167,12 @@ bool FileTransfer::drain()
     }
     // What was still to be written is gone with a connection that is lost.
     return isConnected();
+}
+
+bool FileTransfer::failAt(const QIODevice *device)
+{
+    m_deviceError = device->errorString();
+    return false;
 }
 
 bool FileTransfer::isConnected() const

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QtCore/QString>
 #include <QtCore/QtGlobal>
 
 #include <functional>
@@ -37,8 +38,11 @@ public:
     //! Copies \a source to its end to the socket; false also if that was not \a size bytes. A
     //! source that gives nothing is at its end.
     [[nodiscard]] bool send(QIODevice *source, qint64 size);
+    //! Why the device could not be read or written; empty when the transfer did not fail there.
+    QString deviceError() const { return m_deviceError; }
 
 private:
+    bool failAt(const QIODevice *device);
     qint64 receiveSome(char *buffer, qint64 size);
     bool sendBlock(const char *data, qint64 size);
     bool drain();
@@ -48,6 +52,7 @@ private:
     QAbstractSocket *m_socket;
     int m_timeout;
     Progress m_progress;
+    QString m_deviceError;
 };
 
 //! Opens a regular file; anything else fails, since a pipe without a writer would block for ever.

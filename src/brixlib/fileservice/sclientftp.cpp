@@ -279,6 +279,7 @@ bool SClientFtp::executeCommand(SCommand *command)
         {CommandIds::kFSSensitivity, runs<&Self::executeCommandFSSensitivity>},
         {CommandIds::kSetPermissions, runs<&Self::executeCommandSetPermissions>},
     };
+    m_localError.clear();
     for (const auto &handler : kHandlers) {
         if (handler.id == command->id())
             return handler.run(*this, *command);
@@ -293,6 +294,12 @@ FileTransfer SClientFtp::transfer(ProgressSignal moved)
     });
 }
 
+bool SClientFtp::failLocally(const QString &reason)
+{
+    m_localError = reason;
+    return false;
+}
+
 bool SClientFtp::executeCommandSendFile(SCommandSendFile &command)
 {
     const QString source = absoluteChildPath(command.fileName(), rootPath());
@@ -300,7 +307,8 @@ bool SClientFtp::executeCommandSendFile(SCommandSendFile &command)
         return false;
     QFile file(source);
     if (!openForReading(&file))
-        return false;
+        return failLocally(file.error() == QFileDevice::NoError ? u"there is no such regular file"_s
+                                                                : file.errorString());
     Q_EMIT sendFileStarted(source);
 
     // An older server was told the size by the command, when that was made.
@@ -309,8 +317,9 @@ bool SClientFtp::executeCommandSendFile(SCommandSendFile &command)
     const SocketCork cork(socket()->socketDescriptor());
     if (tellsSize && !writeWord64(socket(), static_cast<quint64>(size)))
         return false;
-    if (!transfer(&SClientFtp::sendFileTransferredSize).send(&file, size))
-        return false;
+    FileTransfer content = transfer(&SClientFtp::sendFileTransferredSize);
+    if (!content.send(&file, size))
+        return failLocally(content.deviceError());
 
     file.close();
     if (command.removeFile())
@@ -323,23 +332,28 @@ bool SClientFtp::executeCommandSendFile(SCommandSendFile &command)
 bool SClientFtp::executeCommandGetFile(SCommandGetFile &command)
 {
     const QString target = absoluteChildPath(command.targetFileName(), rootPath());
-    if (target.isEmpty() || !makeDirLocal(QFileInfo(target).path()))
+    if (target.isEmpty())
         return false;
+    if (!makeDirLocal(QFileInfo(target).path()))
+        return failLocally(u"the directory cannot be created"_s);
 
     IncomingFile file(target);
     const bool needsSync = isSyncRequired(file.name());
     if (!file.open(needsSync))
-        return false;
+        return failLocally(file.device()->errorString());
     std::optional<SStorageInfo> storage;
     if (needsSync)
         storage.emplace(QFileInfo(file.name()).path()).syncLater();
     Q_EMIT getFileStarted(file.name());
 
     qint64 total = 0;
-    if (!readFileSize(&total) ||
-        !transfer(&SClientFtp::getFileTransferredSize).receive(file.device(), total) ||
-        !file.finish())
+    if (!readFileSize(&total))
         return false;
+    FileTransfer content = transfer(&SClientFtp::getFileTransferredSize);
+    if (!content.receive(file.device(), total))
+        return failLocally(content.deviceError());
+    if (!file.finish())
+        return failLocally(u"the file cannot be put in its place"_s);
 
     Q_EMIT getFileTransferredSize(total, total);
     Q_EMIT getFileFinished(file.name());
@@ -372,14 +386,18 @@ bool SClientFtp::readFileSize(qint64 *size)
 bool SClientFtp::executeCommandSendDev(SCommandSendDev &command)
 {
     QIODevice *const device = command.device();
-    if (!device || !device->open(QIODevice::ReadOnly))
+    if (!device)
         return false;
+    if (!device->open(QIODevice::ReadOnly))
+        return failLocally(device->errorString());
     Q_EMIT sendDeviceStarted(device);
 
     const qint64 size = device->size();
-    if (!writeWord64(socket(), static_cast<quint64>(size)) ||
-        !transfer(&SClientFtp::sendDeviceTransferredSize).send(device, size))
+    if (!writeWord64(socket(), static_cast<quint64>(size)))
         return false;
+    FileTransfer content = transfer(&SClientFtp::sendDeviceTransferredSize);
+    if (!content.send(device, size))
+        return failLocally(content.deviceError());
 
     device->close();
     Q_EMIT sendDeviceTransferredSize(size, size);
@@ -390,16 +408,19 @@ bool SClientFtp::executeCommandSendDev(SCommandSendDev &command)
 bool SClientFtp::executeCommandGetDev(SCommandGetDev &command)
 {
     QIODevice *const device = command.device();
-    if (!device || !device->open(QIODevice::WriteOnly))
+    if (!device)
         return false;
+    if (!device->open(QIODevice::WriteOnly))
+        return failLocally(device->errorString());
     Q_EMIT getDeviceStarted(device);
 
     quint64 word = 0;
     if (!readWord64(socket(), &word))
         return false;
     const auto size = static_cast<qint64>(word);
-    if (!transfer(&SClientFtp::getDeviceTransferredSize).receive(device, size))
-        return false;
+    FileTransfer content = transfer(&SClientFtp::getDeviceTransferredSize);
+    if (!content.receive(device, size))
+        return failLocally(content.deviceError());
 
     device->close();
     Q_EMIT getDeviceTransferredSize(size, size);

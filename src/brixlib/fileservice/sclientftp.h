@@ -145,6 +145,14 @@ public Q_SLOTS:
     void sendDevice(QIODevice *device, const QString &remote);
 
 public:
+    /*!
+     * Why the last command failed at a file or directory of this machine that could not be opened,
+     * read, written or put in its place: the reason of the system, for people. Empty when the
+     * command succeeded or failed for another reason. Only in the worker thread; known when
+     * commandResult() comes.
+     */
+    QString localError() const { return m_localError; }
+
     // A plain literal would turn into bool and pick the wrong overload.
     void exists(const char *) = delete;
     void getFile(const QString &, const char *) = delete;
@@ -229,10 +237,12 @@ private:
     void keepAliveLoop(QIODevice *device);
     bool readBytes(QByteArray *bytes);
     bool readFileSize(qint64 *size);
+    bool failLocally(const QString &reason);
     void enqueueGetFiles(const QList<QString> &names, const QString &base, const QString &target);
     FileTransfer transfer(ProgressSignal moved);
 
     QList<QString> m_localDirsToRemove;
+    QString m_localError;
 };
 
 } // namespace Talverine
