@@ -36,6 +36,8 @@ struct Answer
     bool isMoved = false;
     //! The exchange failed by the server's own word.
     bool isRefused = false;
+    //! Why a file of this machine ended the exchange; empty when it did not.
+    QString localError;
     qint64 moved = 0; //!< bytes so far
     qint64 size = 0;  //!< bytes that there are, as the sender says
 };

@@ -42,6 +42,7 @@ AnswerCollector::AnswerCollector(SClientFtp *client, std::shared_ptr<EndedComman
     listenToTransfers(client);
     listen(client, &SClientFtp::commandResult, [this, client](SCommandId id, bool succeeded) {
         m_answer.isRefused = client->wasRefused();
+        m_answer.localError = client->localError();
         onEnded(id, succeeded);
     });
     listen(client, &SClientFtp::commandQueueEmpty, [this] { Q_EMIT ready(); });

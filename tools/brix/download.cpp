@@ -10,10 +10,8 @@
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
-#include <QtCore/QStorageInfo>
 #include <QtCore/QUuid>
 
-#include <filesystem>
 #include <limits>
 #include <numeric>
 
@@ -30,6 +28,31 @@ constexpr int deepestFolder = 200;
 QString temporaryName(const QString &folder)
 {
     return u"%1/.brix-%2"_s.arg(folder, QUuid::createUuid().toString(QUuid::WithoutBraces));
+}
+
+// Encoded by Qt: the standard library throws at text that is no valid UTF-16, which a server may
+// send as a name.
+std::filesystem::path systemPath(const QString &path)
+{
+    const QByteArray name = QFile::encodeName(path);
+    return reinterpret_cast<const char8_t *>(name.constData());
+}
+
+// Those of the user, the group and others; none for what is missing.
+std::filesystem::perms permissionsOf(const QString &path)
+{
+    std::error_code error;
+    const auto status = std::filesystem::status(systemPath(path), error);
+    const bool isThere = std::filesystem::exists(status);
+    return isThere ? status.permissions() & std::filesystem::perms::all
+                   : std::filesystem::perms::none;
+}
+
+// A link is followed, as cp does.
+QString followed(const QString &local)
+{
+    const QFileInfo info(local);
+    return info.isSymLink() ? info.canonicalFilePath() : local;
 }
 
 } // namespace
@@ -94,6 +117,7 @@ void Download::stageIn(const QString &folder)
     if (!probe.open(QIODevice::WriteOnly))
         throw Failure{ExitCode::LocalIo,
                       u"cannot write in %1: %2"_s.arg(folder, probe.errorString())};
+    m_newPermissions = permissionsOf(probe.fileName());
     probe.remove();
     m_stagingFolder = folder;
 }
@@ -135,9 +159,9 @@ void Download::collectEntry(const SFileEntry &entry, const QString &remote, cons
 void Download::fetchAll()
 {
     for (const File &file : std::as_const(m_files)) {
-        if (isSpecialFile(file.local))
-            m_report.addFailure(file.name, ExitCode::LocalIo,
-                                u"%1 is no ordinary file and is left alone"_s.arg(file.local));
+        const QString problem = problemOfPlace(file.local);
+        if (!problem.isEmpty())
+            m_report.addFailure(file.name, ExitCode::LocalIo, problem);
         else if (Session *const lane = m_lanes.next())
             fetch(*lane, file);
         else
@@ -146,39 +170,70 @@ void Download::fetchAll()
     m_lanes.waitForAll();
 }
 
-// The library removes an older file before the new one takes its place, and changes some names.
-// Where neither can happen, a file is spared the way by another name.
-QString Download::targetOf(const File &file) const
+// Why no file can be put there; empty when one can.
+QString Download::problemOfPlace(const QString &local) const
 {
-    const QFileInfo local(file.local);
-    const bool isFree = !local.exists() && !local.isSymLink();
-    return isFree && !RemotePath::isChangedOnArrival(file.local) ? file.local
-                                                                 : temporaryName(m_stagingFolder);
+    const QFileInfo info(local);
+    if (info.isDir())
+        return u"%1 is a directory"_s.arg(local);
+    if (info.isSymLink() && !info.exists())
+        return u"%1 is a link that leads nowhere"_s.arg(local);
+    if (isSpecialFile(local))
+        return u"%1 is no ordinary file and is left alone"_s.arg(local);
+    return {};
+}
+
+// Beside the place, which may be on another storage than the rest of the tree, unless the library
+// would change the name of that directory.
+QString Download::stagedName(const QString &place) const
+{
+    const QString folder = QFileInfo(place).path();
+    return temporaryName(RemotePath::isChangedOnArrival(folder) ? m_stagingFolder : folder);
+}
+
+// An empty file with the permissions of the older one, which the library keeps when it replaces it:
+// who may not read the older content must not read the new one while it arrives.
+bool Download::stagePrivately(const QString &staged, const QString &place) const
+{
+    using std::filesystem::perms;
+    const perms older = permissionsOf(place);
+    if (!QFileInfo::exists(place) || (m_newPermissions & ~older) == perms::none)
+        return true;
+    QFile file(staged);
+    std::error_code error;
+    if (file.open(QIODevice::WriteOnly | QIODevice::NewOnly))
+        std::filesystem::permissions(systemPath(staged), older, error);
+    return file.isOpen() && !error;
 }
 
 void Download::fetch(Session &lane, const File &file)
 {
-    const QString target = targetOf(file);
+    const QString place = followed(file.local);
+    const QString staged = stagedName(place);
+    if (!stagePrivately(staged, place)) {
+        QFile::remove(staged);
+        return m_report.addFailure(file.name, ExitCode::LocalIo,
+                                   u"cannot be written in %1"_s.arg(QFileInfo(place).path()));
+    }
     lane.post(
         CommandIds::kGetFile,
-        [&](Session::Requester &server) { server.getFile(file.remote, target, false); },
-        [this, &lane, file, target](Outcome outcome, const Answer &answer) {
-            finish(lane, file, target, outcome, answer);
+        [&](Session::Requester &server) { server.getFile(file.remote, staged, false); },
+        [this, &lane, file, staged](Outcome outcome, const Answer &answer) {
+            finish(lane, file, staged, outcome, answer);
         });
 }
 
-void Download::finish(Session &lane, const File &file, const QString &target, Outcome outcome,
+void Download::finish(Session &lane, const File &file, const QString &staged, Outcome outcome,
                       const Answer &answer)
 {
-    if (outcome == Outcome::NotTried)
-        return reportNotTried(file);
     if (outcome != Outcome::Done) {
         // It may have arrived whole when the server takes it back with its last word.
-        QFile::remove(target);
-        return explainFailure(file, answer);
+        QFile::remove(staged);
+        m_report.addUnfinished(answer.moved);
+        return outcome == Outcome::NotTried ? reportNotTried(file) : explainFailure(file, answer);
     }
-    if (target != file.local && !moveIntoPlace(file, target)) {
-        QFile::remove(target);
+    if (!moveIntoPlace(file, staged)) {
+        QFile::remove(staged);
         return;
     }
     m_report.addFile(answer.moved);
@@ -195,10 +250,12 @@ bool Download::moveIntoPlace(const File &file, const QString &staged)
 {
     if (!makeFolder(QFileInfo(file.local).path(), file.name))
         return false;
-    // Unlike QFile's, this renaming replaces an older file in one step.
+    const QString place = followed(file.local);
     std::error_code error;
-    std::filesystem::rename(QFileInfo(staged).filesystemFilePath(),
-                            QFileInfo(file.local).filesystemFilePath(), error);
+    if (QFileInfo::exists(place))
+        std::filesystem::permissions(systemPath(staged), permissionsOf(place), error);
+    // Unlike QFile's, this renaming replaces an older file in one step.
+    std::filesystem::rename(systemPath(staged), systemPath(place), error);
     if (!error)
         return true;
     m_report.addFailure(
@@ -223,22 +280,21 @@ bool Download::makeFolder(const QString &folder, const QString &name)
 void Download::explainFailure(const File &file, const Answer &answer)
 {
     const Failure failure = m_session.failure(Outcome::Failed);
+    const QString moved = Output::bytes(answer.moved);
     if (failure.code == ExitCode::Interrupted)
-        return m_report.addFailure(file.name, failure.code, failure.text);
+        return m_report.addFailure(file.name, failure.code,
+                                   answer.moved > 0 ? u"%1 after %2"_s.arg(failure.text, moved)
+                                                    : failure.text);
+    if (!answer.localError.isEmpty())
+        return m_report.addFailure(file.name, ExitCode::LocalIo,
+                                   u"cannot be written in %1: %2"_s.arg(
+                                       QFileInfo(followed(file.local)).path(), answer.localError));
     if (answer.isMoved && answer.moved == 0)
         return m_report.addFailure(file.name, ExitCode::Refused,
                                    u"the server does not send it, and has ended the session"_s);
-    const QStorageInfo storage(m_stagingFolder);
-    if (answer.isStarted && storage.isValid() && storage.bytesAvailable() < answer.size)
-        return m_report.addFailure(file.name, ExitCode::LocalIo,
-                                   u"%1 has no room for it: %2 are needed, %3 are free"_s.arg(
-                                       m_stagingFolder, Output::bytes(answer.size),
-                                       Output::bytes(storage.bytesAvailable())));
     m_report.addFailure(file.name, failure.code,
-                        answer.isStarted
-                            ? u"the connection broke after %1, or the file could not be written "
-                              "here"_s.arg(Output::bytes(answer.moved))
-                            : failure.text);
+                        answer.isStarted ? u"the connection broke after %1"_s.arg(moved)
+                                         : failure.text);
 }
 
 void Download::removeRemoteFile(Session &lane, const File &file)

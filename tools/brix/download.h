@@ -7,13 +7,18 @@
 
 #include <QtCore/QSet>
 
+#include <filesystem>
+
 namespace Brix {
 
 /*!
- * Fetches files so that nothing here is harmed when one fails: a file that is to replace another
- * arrives under a temporary name and takes its place only after the server has called the whole
- * exchange good; a new one is taken away again if the server does not. A source is removed only
- * after its copy stands.
+ * Fetches files so that nothing here is harmed when one fails: a file arrives under a temporary
+ * name beside its place and takes the place, from an older file too, only after the server has
+ * called the whole exchange good. Until then nothing but the temporary name is ever removed. A
+ * source is removed only after its copy is in place.
+ *
+ * A replaced file keeps its permissions. A link is followed, as cp does: the file that it leads to
+ * is replaced.
  */
 class Download final
 {
@@ -39,9 +44,11 @@ private:
     void collectEntry(const Talverine::SFileEntry &entry, const QString &remote,
                       const QString &local, const QString &name, int depth);
     void fetchAll();
-    QString targetOf(const File &file) const;
+    QString problemOfPlace(const QString &local) const;
+    QString stagedName(const QString &place) const;
+    bool stagePrivately(const QString &staged, const QString &place) const;
     void fetch(Session &lane, const File &file);
-    void finish(Session &lane, const File &file, const QString &target, Outcome outcome,
+    void finish(Session &lane, const File &file, const QString &staged, Outcome outcome,
                 const Answer &answer);
     void reportNotTried(const File &file);
     bool moveIntoPlace(const File &file, const QString &staged);
@@ -56,6 +63,7 @@ private:
     TransferReport &m_report;
     const bool m_removeSource;
     QString m_stagingFolder;
+    std::filesystem::perms m_newPermissions = std::filesystem::perms::none; // of any new file
     QList<File> m_files;
     QStringList m_remoteFolders; // each after the one that it is in
     QSet<QString> m_madeFolders;

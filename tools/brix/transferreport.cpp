@@ -107,6 +107,8 @@ void TransferReport::writeText(const Output &output, double seconds) const
         text += u", %1 failed"_s.arg(m_failures.size() + m_notTried.size());
     if (!m_skipped.isEmpty())
         text += u", %1 left out"_s.arg(m_skipped.size());
+    if (m_unfinishedBytes > 0)
+        text += u", %1 of unfinished files discarded"_s.arg(Output::bytes(m_unfinishedBytes));
     output.line(text);
 }
 
@@ -122,6 +124,7 @@ void TransferReport::writeObject(const Output &output, double seconds) const
                    {u"bytes"_s, m_bytes},
                    {u"seconds"_s, seconds},
                    {u"rate"_s, rate(m_bytes, seconds)},
+                   {u"unfinishedBytes"_s, m_unfinishedBytes},
                    {u"failures"_s, toArray(m_failures)},
                    {u"notTried"_s, QJsonArray::fromStringList(m_notTried)},
                    {u"leftOut"_s, toArray(m_skipped)}});

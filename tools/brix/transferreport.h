@@ -19,6 +19,8 @@ public:
 
     void addFile(qint64 bytes);
     void addFailure(const QString &name, ExitCode code, const QString &why);
+    //! Bytes of a file that did not arrive whole.
+    void addUnfinished(qint64 bytes) { m_unfinishedBytes += bytes; }
     //! Left out on purpose, which is no failure.
     void addSkipped(const QString &name, const QString &why);
     //! Never begun, since the session had ended; \a why is Interrupted or Connection.
@@ -44,6 +46,7 @@ private:
     QElapsedTimer m_sinceStart;
     qint64 m_files = 0;
     qint64 m_bytes = 0;
+    qint64 m_unfinishedBytes = 0;
     ExitCode m_code = ExitCode::Done;
     ExitCode m_whyNotTried = ExitCode::Done;
     QList<Entry> m_failures;
