@@ -258,14 +258,99 @@ private Q_SLOTS:
         QVERIFY(!database.create(folder, QString()));
         QVERIFY(!database.isNull());
         QCOMPARE(closed.size(), 1);
+    }
+
+    void createThatFailsLeavesTheOpenDatabase_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QByteArray>("error");
+        QTest::newRow("a directory") << u"directory"_s << QByteArray("CreateError");
+        QTest::newRow("a missing directory") << u"missing/inks.db"_s << QByteArray("FileLockError");
+        QTest::newRow("locked by another") << u"locked.db"_s << QByteArray("FileLockError");
+    }
+
+    void createThatFailsLeavesTheOpenDatabase()
+    {
+        QFETCH(QString, path);
+        QFETCH(QByteArray, error);
+        Place place;
+        QVERIFY(QDir().mkdir(place.folder.filePath(u"directory"_s)));
+        SDBText locked;
+        QVERIFY(create(locked, place.folder.filePath(u"locked.db"_s)));
+        SDBText database;
+        QVERIFY(create(database, place.file));
+        QVERIFY(insertAll(database, {u"a"_s}));
+        const QByteArray before = bytesOf(place.file);
+        QSignalSpy closed(&database, &SDBText::databaseClosed);
+        QSignalSpy opened(&database, &SDBText::databaseOpened);
+        expectError(error.constData());
+        QVERIFY(!database.create(place.folder.filePath(path), u"name"_s));
+        QCOMPARE(closed.size(), 0);
+        QCOMPARE(opened.size(), 0);
+        QVERIFY(!database.isNull());
+        QCOMPARE(bytesOf(place.file), before);
+        QVERIFY(insertAll(database, {u"b"_s}));
+        QCOMPARE(walk(database), (QStringList{u"a"_s, u"b"_s}));
+        // It also keeps its lock.
+        SDBText second;
+        expectError("FileLockError");
+        QVERIFY(!second.open(place.file));
+    }
+
+    void createInPlaceThatFailsLeavesTheOpenDatabase()
+    {
+        Place place;
+        SDBText database;
+        QVERIFY(create(database, place.file));
+        QVERIFY(insertAll(database, {u"a"_s}));
+        // Nothing can be written under the name of the open file any more.
+        QVERIFY(QFile::rename(place.file, place.beside(u".moved"_s)));
+        QVERIFY(QDir().mkdir(place.file));
+        QSignalSpy closed(&database, &SDBText::databaseClosed);
         expectError("CreateError");
-        QVERIFY(!database.create(folder, u"name"_s));
-        QVERIFY(database.isNull());
-        QCOMPARE(closed.size(), 2);
+        QVERIFY(!database.create(place.file, u"name"_s));
+        QCOMPARE(closed.size(), 0);
+        QCOMPARE(walk(database), QStringList{u"a"_s});
+    }
+
+    void createUnderAnotherNameOfTheOpenFile()
+    {
+        Place place;
+        SDBText database;
+        QVERIFY(create(database, place.file));
+        QVERIFY(insertAll(database, {u"a"_s}));
+        QVERIFY(create(database, place.folder.filePath(u"./inks.db"_s)));
+        QCOMPARE(database.count(), 0);
+        QVERIFY(insertAll(database, {u"b"_s}));
+        QCOMPARE(walk(database), QStringList{u"b"_s});
+    }
+
+    void headThatCouldNotBeReadIsNotWritten()
+    {
+        constexpr qsizetype kHeadLimitBytes = 1024 * 1024;
+        Place place;
+        QVERIFY(setBytes(place.file, "precious"));
+        SDBText database;
+        database.authenticate(kUser, kPassword);
+        QSignalSpy opened(&database, &SDBText::databaseOpened);
         expectError("CreateError");
-        QVERIFY(!database.create(folder, u"name"_s));
-        QCOMPARE(closed.size(), 2);
-        QCOMPARE(opened.size(), 1);
+        QVERIFY(!database.create(place.file, u"name"_s, DBAuthGrants::All, QLocale::c(),
+                                 QString(kHeadLimitBytes, u'1')));
+        QCOMPARE(database.error(), DBError::CreateError);
+        QCOMPARE(bytesOf(place.file), "precious");
+        QCOMPARE(opened.size(), 0);
+        // Two bytes a character.
+        database.authenticate(QString(kHeadLimitBytes / 2, u'\u00e9'), kPassword);
+        expectError("CreateError");
+        QVERIFY(!database.create(place.file, u"name"_s));
+        QCOMPARE(bytesOf(place.file), "precious");
+        // A head that is nearly as long is read again.
+        const QString version(kHeadLimitBytes - 1000, u'1');
+        database.authenticate(kUser, kPassword);
+        QVERIFY(database.create(place.file, u"name"_s, DBAuthGrants::All, QLocale::c(), version));
+        QVERIFY(database.close());
+        QVERIFY(database.open(place.file));
+        QCOMPARE(database.version(), version);
     }
 
     void openBeginsWithClose()

@@ -70,6 +70,12 @@ DatabaseHead DatabaseHead::fromRecord(const SDBRecord &record)
     return head;
 }
 
+bool DatabaseHead::isReadable() const
+{
+    SDBRecord record = toRecord();
+    return record.updateSignature() && recordLines(record, culture).size() <= kSpecialRecordBytes;
+}
+
 bool DatabaseHead::write(QIODevice *device) const
 {
     SDBRecord record = toRecord();

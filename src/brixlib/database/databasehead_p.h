@@ -29,6 +29,8 @@ struct DatabaseHead
     //! What is missing gets its default; the grants that nobody knows are none.
     static DatabaseHead fromRecord(const SDBRecord &record);
 
+    //! Whether readSpecialRecord() would read all of it again: it has a limit.
+    [[nodiscard]] bool isReadable() const;
     //! Writes all that stands before the records.
     [[nodiscard]] bool write(QIODevice *device) const;
 };

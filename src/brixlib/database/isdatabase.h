@@ -53,7 +53,9 @@ public:
      * Makes an empty database of the records' key field \a key and opens it; what was in the file
      * is lost. The user of authenticate() becomes its owner; with an empty password nobody does.
      * \a locale is what values are written in, \a version any text of the program's. Emits
-     * databaseOpened() with the result, unless the empty database could not be written.
+     * databaseOpened() with the result, unless the empty database could not be written: then the
+     * database that was open stays open, unless it is the one to be overwritten. CreateError, and
+     * nothing is written, when the settings have more than 1 MiB together, which could not be read.
      */
     virtual bool create(const QString &fileName, const QString &key,
                         DBAuthGrants grants = DBAuthGrants::All,

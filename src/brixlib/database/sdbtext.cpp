@@ -17,6 +17,16 @@ const QString SDBText::Grants = specialFieldName(DatabaseSpecialRecordField::dbG
 const QString SDBText::Key = specialFieldName(DatabaseSpecialRecordField::dbKey);
 const QString SDBText::Culture = specialFieldName(DatabaseSpecialRecordField::dbCultureInfo);
 
+namespace {
+
+// Creates a file that does not exist yet, as the creation that follows does.
+bool canBeWritten(const QString &fileName)
+{
+    return QFile(fileName).open(QIODevice::ReadWrite);
+}
+
+} // namespace
+
 SDBText::SDBText(QObject *parent)
     : ISDatabase(parent)
     , d(std::make_unique<SDBTextPrivate>())
@@ -185,24 +195,6 @@ bool SDBText::createOn(QIODevice *device, const QString &key, DBAuthGrants grant
 {
     if (key.isEmpty())
         return returnBool(DBError::KeyIsNull);
-    // The lock of the open database may be the one that is needed.
-    const bool wasOpen = !d->isNull();
-    if (wasOpen)
-        d->close();
-    const DBError written = writeEmpty(device, key, grants, locale, version);
-    // Where it goes on, init() tells.
-    if (written != DBError::NoError && wasOpen)
-        Q_EMIT databaseClosed();
-    return returnBool(written);
-}
-
-// Writes an empty database and closes it: opening it afterwards proves what was written.
-DBError SDBText::writeEmpty(QIODevice *device, const QString &key, DBAuthGrants grants,
-                            const QLocale &locale, const QString &version)
-{
-    const DBError opened = d->openEmpty(device, DBError::CreateError);
-    if (opened != DBError::NoError)
-        return opened;
     DatabaseHead head;
     head.key = key;
     head.owner = d->user;
@@ -210,9 +202,28 @@ DBError SDBText::writeEmpty(QIODevice *device, const QString &key, DBAuthGrants 
     head.grants = grants;
     head.culture = locale;
     head.version = version;
-    const bool written = head.write(device);
-    d->closeDevice(device);
-    return written ? DBError::NoError : DBError::WriteError;
+    if (!head.isReadable())
+        return returnBool(DBError::CreateError);
+    if (d->isOwnPlace(device))
+        return createInPlace(device, head);
+    // Until the new one is written, the open database and its lock stay as they are.
+    SDBTextPrivate writer;
+    return returnBool(writer.writeEmpty(device, head));
+}
+
+// Creates on the device or the file that is open, whose lock is needed for it.
+bool SDBText::createInPlace(QIODevice *device, const DatabaseHead &head)
+{
+    const auto *file = qobject_cast<const QFileDevice *>(device);
+    if (file && device != d->device && !canBeWritten(file->fileName()))
+        return returnBool(DBError::CreateError);
+    const bool wasOpen = !d->isNull();
+    d->close();
+    const DBError written = d->writeEmpty(device, head);
+    // On success, init() emits it.
+    if (written != DBError::NoError && wasOpen)
+        Q_EMIT databaseClosed();
+    return returnBool(written);
 }
 
 bool SDBText::returnBool(DBError error)

@@ -11,6 +11,7 @@
 
 namespace Talverine {
 
+struct DatabaseHead;
 class SDBTextPrivate;
 
 /*!
@@ -196,8 +197,7 @@ private:
     bool init(QIODevice *device);
     bool createOn(QIODevice *device, const QString &key, DBAuthGrants grants, const QLocale &locale,
                   const QString &version);
-    DBError writeEmpty(QIODevice *device, const QString &key, DBAuthGrants grants,
-                       const QLocale &locale, const QString &version);
+    bool createInPlace(QIODevice *device, const DatabaseHead &head);
     bool returnBool(DBError error);
     bool _insert(const SDBRecord &record, bool notify);
     bool _remove(const QString &key, bool notify);

@@ -54,10 +54,15 @@ public:
     bool isOwnDevice(const QIODevice *other) const;
     //! As !isNull(), and nobody has closed the device meanwhile.
     bool hasOpenDevice() const { return device && device->isOpen(); }
+    //! As isOwnDevice(), also when the file of the open database was removed from its directory:
+    //! creating a database there needs the lock that this one has.
+    bool isOwnPlace(const QIODevice *other) const;
     QString fileName() const;
     DBError openDevice();
     //! Locks and opens \a target with \a mode; \a failure is what not being able to open is called.
     DBError openEmpty(QIODevice *target, DBError failure);
+    //! Writes an empty database and closes it: opening it afterwards proves what was written.
+    DBError writeEmpty(QIODevice *target, const DatabaseHead &newHead);
     //! Closes the device and saves its index.
     void close();
     //! Closes \a target, which may be another device, and lets go of the lock.

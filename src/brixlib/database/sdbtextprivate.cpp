@@ -145,6 +145,16 @@ bool SDBTextPrivate::isOwnDevice(const QIODevice *other) const
     return otherFile && ownFile && SFileHelper::isSameFile(*otherFile, *ownFile);
 }
 
+bool SDBTextPrivate::isOwnPlace(const QIODevice *other) const
+{
+    if (isOwnDevice(other))
+        return true;
+    const QString own = fileName();
+    const QString name = companionFile(other, QLatin1String());
+    return !own.isEmpty() && !name.isEmpty() &&
+           QFileInfo(own).absoluteFilePath() == QFileInfo(name).absoluteFilePath();
+}
+
 QString SDBTextPrivate::fileName() const
 {
     return companionFile(device, QLatin1String());
@@ -177,6 +187,16 @@ DBError SDBTextPrivate::openEmpty(QIODevice *target, DBError failure)
     if (!isEmpty)
         closeDevice(target);
     return isEmpty ? DBError::NoError : failure;
+}
+
+DBError SDBTextPrivate::writeEmpty(QIODevice *target, const DatabaseHead &newHead)
+{
+    const DBError opened = openEmpty(target, DBError::CreateError);
+    if (opened != DBError::NoError)
+        return opened;
+    const bool isWritten = newHead.write(target);
+    closeDevice(target);
+    return isWritten ? DBError::NoError : DBError::WriteError;
 }
 
 void SDBTextPrivate::close()
