@@ -14,6 +14,7 @@
 
 #include <QtCore/QBuffer>
 #include <QtCore/QRegularExpression>
+#include <QtCore/QtEndian>
 
 using namespace Talverine;
 using namespace Qt::StringLiterals;
@@ -393,6 +394,45 @@ private Q_SLOTS:
         QCOMPARE(m_client->results.size(), 1);
         QVERIFY(m_client->waitForEnd());
         QVERIFY(peak.growth() < kAllowedBytes);
+    }
+
+    void replyIsReadUpToItsLimit_data()
+    {
+        using Self = SClientFtp;
+        QTest::addColumn<Operation>("operation");
+        QTest::addColumn<QByteArray>("id");
+        QTest::addColumn<QByteArray>("before");
+        QTest::addColumn<QByteArray>("reply");
+        QTest::newRow("pwd") << op(qOverload<>(&Self::pwd)) << "pwd_"_ba << QByteArray()
+                             << path(u"/a"_s);
+        QTest::newRow("list") << op(&Self::listDir, u"a"_s) << "lstd"_ba << QByteArray() << u32(0);
+        const Operation getFiles = [](SClientFtp &client) {
+            client.getFiles(u"a"_s, u"*"_s, u"b"_s, false);
+        };
+        QTest::newRow("files") << getFiles << "gfls"_ba << QByteArray() << path(u"/a"_s) + u32(0);
+        QTest::newRow("storage") << op(&Self::storageInfo) << "stoi"_ba << u64(1) + u64(2) + u64(3)
+                                 << "ext4"_ba;
+    }
+    void replyIsReadUpToItsLimit()
+    {
+        QFETCH(const Operation, operation);
+        QFETCH(const QByteArray, id);
+        QFETCH(const QByteArray, before);
+        QFETCH(const QByteArray, reply);
+        const SCommandId command(qFromBigEndian<quint32>(id.constData()));
+        const auto isRead = [&](qint64 limit) {
+            RawServer server(scripted(today(), [&](auto &peer) {
+                peer.answer(before + frame(reply));
+                peer.readToEnd();
+            }));
+            FileClient client;
+            client.configure = [&](SClientFtp &one) { one.setReplyLimit(command, limit); };
+            return client.open(server.port()) && client.run(operation);
+        };
+        QVERIFY(isRead(reply.size()));
+        QTest::ignoreMessage(QtDebugMsg,
+                             QRegularExpression(u"^SClientBase::readReply: .* too large$"_s));
+        QVERIFY(!isRead(reply.size() - 1));
     }
 
     // Keep-alive words

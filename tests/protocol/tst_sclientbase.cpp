@@ -6,8 +6,10 @@
 
 #include <brixlib/protocol/scommandqueue.h>
 
+#include <QtCore/QRegularExpression>
 #include <QtCore/QSemaphore>
 #include <QtCore/QTimer>
+#include <QtCore/QtEndian>
 #include <QtNetwork/QHostInfo>
 
 using namespace Talverine;
@@ -147,6 +149,11 @@ private Q_SLOTS:
     void wrongReplyEndsTheSession();
     void spareBytesOfAReplyAreIgnored();
     void longReplyIsRead();
+    void replyUpToItsLimitIsRead();
+    void replyBeyondItsLimitIsNotRead_data();
+    void replyBeyondItsLimitIsNotRead();
+    void limitOfOneCommandCountsForNoOther();
+    void memoryThatRunsOutEndsTheSession();
     void falseLengthCostsNoMemory();
     void floodCostsNoMemory();
     void silentServerDoesNotHoldUpAStop();
@@ -944,6 +951,84 @@ void tst_SClientBase::longReplyIsRead()
     QVERIFY(session.waitForExchanges(1));
     QCOMPARE(session.exchanges(), QList<QByteArray>({"plgb+"}));
     QVERIFY(outputs.value<3>() == output);
+}
+
+void tst_SClientBase::replyUpToItsLimitIsRead()
+{
+    const QByteArray name = RawBytes::text(u"alice"); // 14 bytes
+    RawServer server(answers({RawBytes::frame(name)}));
+    ClientSession session(server.port());
+    QCOMPARE(session.client->replyLimit(CommandIds::kWhoAmI), 0);
+    session.client->setReplyLimit(CommandIds::kWhoAmI, name.size());
+    QCOMPARE(session.client->replyLimit(CommandIds::kWhoAmI), name.size());
+    QVERIFY(session.open());
+    session.client->whoAmI();
+    QVERIFY(session.waitForExchanges(1));
+    QCOMPARE(session.exchanges(), QList<QByteArray>({"wami+"}));
+    session.inThread([&] { QVERIFY(!session.client->wasReplyTooLarge()); });
+}
+
+void tst_SClientBase::replyBeyondItsLimitIsNotRead_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    for (const char *name : {"cmdl", "srvn", "wami", "plgb", "plgl"})
+        QTest::newRow(name) << QByteArray(name);
+}
+
+void tst_SClientBase::replyBeyondItsLimitIsNotRead()
+{
+    QFETCH(QByteArray, name);
+    const Exchange one = exchange(name);
+    RawServer server(answerAndStay(RawBytes::ack() + one.reply + RawBytes::ack()));
+    ClientSession session(server.port());
+    const SCommandId id(qFromBigEndian<quint32>(name.constData()));
+    session.client->setReplyLimit(id, one.reply.size() - 5);
+    std::atomic_bool isTooLarge = false;
+    connect(
+        session.client, &SClientBase::commandResult, session.client,
+        [&, client = session.client.data()] { isTooLarge = client->wasReplyTooLarge(); },
+        Qt::DirectConnection);
+    QVERIFY(session.open());
+    QTest::ignoreMessage(QtDebugMsg,
+                         QRegularExpression(u"^SClientBase::readReply: .* too large$"_s));
+    one.request(*session.client);
+    QVERIFY(session.ends());
+    QCOMPARE(session.exchanges(), QList<QByteArray>({name + '-'}));
+    QVERIFY(isTooLarge);
+}
+
+void tst_SClientBase::limitOfOneCommandCountsForNoOther()
+{
+    RawServer server(answers({RawBytes::frame(RawBytes::text(u"alice"))}));
+    ClientSession session(server.port());
+    session.client->setReplyLimit(CommandIds::kServerName, 1);
+    QVERIFY(session.open());
+    session.client->whoAmI();
+    QVERIFY(session.waitForExchanges(1));
+    QCOMPARE(session.exchanges(), QList<QByteArray>({"wami+"}));
+}
+
+void tst_SClientBase::memoryThatRunsOutEndsTheSession()
+{
+    const QByteArray output(1024 * 1024, 'x');
+    RawServer server(answers({RawBytes::frame(RawBytes::array(output) + char(1))}));
+    ClientSession session(server.port());
+    std::atomic_bool isTooLarge = false;
+    connect(
+        session.client, &SClientBase::commandResult, session.client,
+        [&, client = session.client.data()] { isTooLarge = client->wasReplyTooLarge(); },
+        Qt::DirectConnection);
+    // What memory runs out in need not be this library's own code.
+    connect(
+        session.client, &SClientBase::pluggableResult, session.client,
+        [] { throw std::bad_alloc(); }, Qt::DirectConnection);
+    QVERIFY(session.open());
+    QTest::ignoreMessage(QtDebugMsg, "SClientBase::doWork: out of memory");
+    session.client->pluggable(u"log"_s, {});
+    QVERIFY(session.ends());
+    QCOMPARE(session.exchanges(), QList<QByteArray>({"plgb-"}));
+    QVERIFY(isTooLarge);
+    QCOMPARE(session.finished.value(0), SimpleWorkerError::WorkError);
 }
 
 void tst_SClientBase::falseLengthCostsNoMemory()

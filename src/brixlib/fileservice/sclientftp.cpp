@@ -519,7 +519,7 @@ void SClientFtp::keepAliveLoop(QIODevice *device)
 bool SClientFtp::executeCommandPwd(SCommandPwd &)
 {
     QByteArray body;
-    if (!readReplyFrame(socket(), &body))
+    if (!readReply(&body))
         return false;
     SDataStream stream(body);
     QString path;
@@ -533,7 +533,7 @@ bool SClientFtp::executeCommandPwd(SCommandPwd &)
 bool SClientFtp::executeCommandListDir(SCommandListDir &)
 {
     QByteArray body;
-    if (!readReplyFrame(socket(), &body))
+    if (!readReply(&body))
         return false;
     SDataStream stream(body);
     const QList<SFileEntry> entries = Replies::readEntries(stream);
@@ -546,7 +546,7 @@ bool SClientFtp::executeCommandListDir(SCommandListDir &)
 bool SClientFtp::executeCommandGetDir(SCommandGetDir &command)
 {
     QByteArray body;
-    if (!readReplyFrame(socket(), &body))
+    if (!readReply(&body))
         return false;
     SDataStream stream(body);
     const QList<QString> names = Replies::readTexts(stream);
@@ -565,7 +565,7 @@ bool SClientFtp::executeCommandGetFiles(SCommandGetFiles &command)
     if (connectionCommandVersion(&command) >= Wire::kSinceKeepAlive)
         keepAliveLoop(socket());
     QByteArray body;
-    if (!readReplyFrame(socket(), &body))
+    if (!readReply(&body))
         return false;
     SDataStream stream(body);
     QString base;
@@ -620,7 +620,7 @@ bool SClientFtp::readBytes(QByteArray *bytes)
 {
     quint32_be length;
     return readAll(socket(), reinterpret_cast<char *>(&length), sizeof length) == sizeof length &&
-           readBody(socket(), length, bytes);
+           readReplyBody(length, bytes);
 }
 
 } // namespace Talverine

@@ -17,11 +17,13 @@
 #include <brixlib/protocol/wire.h>
 #include <brixsec/ssecurecredential.h>
 
+#include <QtCore/QDebug>
 #include <QtCore/QThread>
 #include <QtCore/QTimer>
 #include <QtNetwork/QHostInfo>
 
 #include <memory>
+#include <new>
 
 // The handlers of replies stand in sclientbase_replies.cpp, the login and its handshake in
 // sclientbase_handshake.cpp, credentials in URLs in sclientbase_credentials.cpp.
@@ -300,15 +302,30 @@ bool SClientBase::doWork()
         return true;
     }
     m_wasRefused = false;
+    m_wasReplyTooLarge = false;
     const SCommandId id = command->isNull() ? none : command->id();
-    const bool done = !command->isNull() && exchange(command.get());
+    const bool done = !command->isNull() && exchangeWithinMemory(command.get());
     command.reset();
     Q_EMIT commandResult(id, done);
     return done;
 }
 
+// The reply says how much memory it takes, so that memory may run out at any point of an exchange.
+// No exception may leave the worker thread.
+bool SClientBase::exchangeWithinMemory(SCommand *command)
+{
+    try {
+        return exchange(command);
+    } catch (const std::bad_alloc &) {
+        m_wasReplyTooLarge = true;
+        qDebug() << "SClientBase::doWork: out of memory";
+        return false;
+    }
+}
+
 bool SClientBase::exchange(SCommand *command)
 {
+    m_commandUnderWay = command->id();
     return sendCommand(command) && executeCommand(command) && readVerdict();
 }
 

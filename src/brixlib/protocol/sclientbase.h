@@ -95,6 +95,18 @@ public:
     bool wasRefused() const;
 
     /*!
+     * Largest reply to the command \a id in bytes; 0, the default, sets no limit. A longer reply
+     * is not read and ends the session. It counts for replies that are read whole: names, lists and
+     * the output of pluggables, not for the content of files. Set it before the client connects, or
+     * in the worker thread.
+     */
+    void setReplyLimit(const SCommandId &id, qint64 bytes);
+    qint64 replyLimit(const SCommandId &id) const;
+    //! Whether the last command failed because its reply was longer than replyLimit() or than the
+    //! memory allows. Only in the worker thread; known when commandResult() comes.
+    bool wasReplyTooLarge() const;
+
+    /*!
      * The version to speak with this server for \a command: the smaller of the command's own and
      * the server's. 0 for null, and for a command that the server's list does not have (the
      * command's own version when that is negative).
@@ -216,6 +228,11 @@ protected:
     void enqueueCommand(SCommand *command);
     //! Writes \a command and reads the server's word; true if the server has accepted it.
     bool sendCommand(SCommand *command);
+    //! Reads the reply frame of the command that is under way, within its replyLimit(). False also
+    //! for the length 0.
+    bool readReply(QByteArray *body);
+    //! Reads the body of such a reply, whose length has been read already.
+    bool readReplyBody(quint32 length, QByteArray *body);
 
     static QAtomicInt _emptyQueueFilterMSec;
 
@@ -233,6 +250,7 @@ private:
 
     void listenToQueue();
     bool exchange(SCommand *command);
+    bool exchangeWithinMemory(SCommand *command);
     bool readVerdict();
 
     void authenticateHashed(const QString &username, const QByteArray &hash);
@@ -266,6 +284,9 @@ private:
     QHash<SCommandId, int> m_serverCommands;
     bool m_delayed = false;
     bool m_wasRefused = false;
+    QHash<SCommandId, qint64> m_replyLimits;
+    SCommandId m_commandUnderWay;
+    bool m_wasReplyTooLarge = false;
 };
 
 } // namespace Talverine

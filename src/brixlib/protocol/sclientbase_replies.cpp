@@ -10,6 +10,7 @@
 #include <brixlib/protocol/stcpsocket.h>
 #include <brixlib/protocol/wire.h>
 
+#include <QtCore/QDebug>
 #include <QtCore/QtEndian>
 
 #include <algorithm>
@@ -38,10 +39,42 @@ bool SClientBase::executeCommand(SCommand *command)
     return false;
 }
 
+void SClientBase::setReplyLimit(const SCommandId &id, qint64 bytes)
+{
+    m_replyLimits.insert(id, bytes);
+}
+
+qint64 SClientBase::replyLimit(const SCommandId &id) const
+{
+    return m_replyLimits.value(id, 0);
+}
+
+bool SClientBase::wasReplyTooLarge() const
+{
+    return m_wasReplyTooLarge;
+}
+
+bool SClientBase::readReply(QByteArray *body)
+{
+    const quint32 length = readWord(socket());
+    return length != 0 && readReplyBody(length, body);
+}
+
+bool SClientBase::readReplyBody(quint32 length, QByteArray *body)
+{
+    const qint64 limit = replyLimit(m_commandUnderWay);
+    m_wasReplyTooLarge = limit > 0 && length > limit;
+    if (m_wasReplyTooLarge) {
+        qDebug() << "SClientBase::readReply: the reply of" << length << "bytes is too large";
+        return false;
+    }
+    return readBody(socket(), length, body);
+}
+
 bool SClientBase::executeCommandCommandList()
 {
     QByteArray body;
-    if (!readReplyFrame(socket(), &body))
+    if (!readReply(&body))
         return false;
     SDataStream stream(body);
     const Replies::CommandList list = Replies::readCommandList(stream);
@@ -67,7 +100,7 @@ bool SClientBase::executeCommandAuthentication()
 bool SClientBase::readText(QString *text)
 {
     QByteArray body;
-    if (!readReplyFrame(socket(), &body))
+    if (!readReply(&body))
         return false;
     SDataStream stream(body);
     stream >> *text;
@@ -105,7 +138,7 @@ bool SClientBase::executeCommandStreamVersion(const SCommandStreamVersion &comma
 bool SClientBase::executeCommandPluggable(const SCommandPluggable &command)
 {
     QByteArray body;
-    if (!readReplyFrame(socket(), &body))
+    if (!readReply(&body))
         return false;
     SDataStream stream(body);
     QByteArray output;
@@ -120,7 +153,7 @@ bool SClientBase::executeCommandPluggable(const SCommandPluggable &command)
 bool SClientBase::executeCommandPluggableList()
 {
     QByteArray body;
-    if (!readReplyFrame(socket(), &body))
+    if (!readReply(&body))
         return false;
     SDataStream stream(body);
     const QList<QString> names = Replies::readTexts(stream);
