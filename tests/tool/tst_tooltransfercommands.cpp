@@ -1,16 +1,11 @@
 // SPDX-License-Identifier: MIT
+#include "hostilehost.h"
 #include "limitedprocess.h"
 #include "toolserver.h"
 
-#include <brixlib/fileservice/filereplies.h>
-#include <brixlib/fileservice/sserverftp.h>
-#include <brixlib/foundation/sdatastream.h>
-#include <brixlib/protocol/scommand.h>
-#include <brixlib/protocol/stcpsocket.h>
 #include <brixlib/protocol/wire.h>
 
 #include <shared/faketerminal.h>
-#include <shared/sessionhost.h>
 
 #include <QtCore/QDirIterator>
 #include <QtCore/QJsonArray>
@@ -22,7 +17,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <functional>
 #include <limits>
 #include <optional>
 
@@ -82,63 +76,6 @@ QJsonObject summary(const ToolResult &result)
     return result.lines().isEmpty() ? QJsonObject()
                                     : QJsonDocument::fromJson(result.lines().last()).object();
 }
-
-// A server that answers some commands as it should not.
-class HostileServer final : public SServerFtp
-{
-public:
-    // What to do instead of the ordinary work; nothing to do that.
-    using Script = std::function<std::optional<bool>(HostileServer &, const SCommandId &)>;
-
-    HostileServer(qint64 descriptor, Script script)
-        : SServerFtp(descriptor)
-        , m_script(std::move(script))
-    {
-    }
-
-    bool send(const QByteArray &bytes) { return writeAll(socket(), bytes) == bytes.size(); }
-    bool sendEntries(const QList<SFileEntry> &entries)
-    {
-        QByteArray body;
-        SDataStream stream(&body, QIODevice::WriteOnly);
-        Replies::writeEntries(stream, entries);
-        return writeFrame(socket(), body);
-    }
-    void hangUp() { socket()->abort(); }
-
-protected:
-    bool executeCommand(SCommand *command) override
-    {
-        const auto result = m_script(*this, command->id());
-        return result ? *result : SServerFtp::executeCommand(command);
-    }
-
-private:
-    Script m_script;
-};
-
-// A hostile server in this process, for "alice".
-class HostileHost final
-{
-public:
-    explicit HostileHost(const HostileServer::Script &script)
-        : m_host([this, script](qint64 descriptor) {
-            auto *server = new HostileServer(descriptor, script);
-            server->setAuthenticationDb(&m_host.users);
-            return server;
-        })
-    {
-    }
-
-    QString home() const { return m_host.homeOf(u"alice"_s); }
-    QString url(const QString &path) const
-    {
-        return u"brix://alice@127.0.0.1:%1/%2"_s.arg(QString::number(m_host.port()), path);
-    }
-
-private:
-    SessionHost m_host;
-};
 
 mode_t modeOf(const QString &path)
 {

@@ -125,6 +125,12 @@ void Session::open()
         throw failure(Outcome::Failed);
 }
 
+void Session::require(SCommandId id) const
+{
+    if (!m_commands.contains(id))
+        throw failure(Outcome::Unavailable);
+}
+
 Answer Session::ask(SCommandId id, const Start &start)
 {
     std::optional<Outcome> outcome;
@@ -172,10 +178,13 @@ bool Session::isFolder(const QString &path)
         return ask(CommandIds::kChangeDir, [&](Requester &server) { server.changeDir(folder); })
             .result;
     };
-    const bool isFolder = changeDir(path);
-    if (isFolder)
-        changeDir(u""_s);
-    return isFolder;
+    if (!changeDir(path))
+        return false;
+    // Every relative path would mean another file.
+    if (!changeDir(u""_s))
+        throw Failure{ExitCode::Refused,
+                      u"%1 does not return to the home directory"_s.arg(m_login.url.authority())};
+    return true;
 }
 
 QList<SFileEntry> Session::list(const QString &folder)

@@ -74,6 +74,8 @@ public:
     bool isOpen() const { return !m_isOver; }
     //! The server's commands with their versions.
     const QHash<Talverine::SCommandId, qint32> &commands() const { return m_commands; }
+    //! Throws Failure unless the server's list has the command.
+    void require(Talverine::SCommandId id) const;
 
     //! Runs one command and waits for its answer; throws Failure unless the exchange was done.
     Answer ask(Talverine::SCommandId id, const Start &start);

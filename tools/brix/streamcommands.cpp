@@ -6,16 +6,15 @@
 #include "interruption.h"
 #include "liveprogress.h"
 #include "remotefile.h"
-#include "remotepath.h"
+#include "replacement.h"
 #include "standardstreams.h"
 #include "terminal.h"
 #include "transferreport.h"
 
 #include <brixlib/protocol/wire.h>
 
-#include <QtCore/QUuid>
-
 #include <limits>
+#include <optional>
 
 namespace Brix {
 
@@ -88,9 +87,9 @@ QString targetFile(Session &session, const RemoteUrl &url)
     return url.path;
 }
 
-void storeInput(const Login &login, const QString &staged, LiveProgress *progress)
+void storeInput(const Login &login, const QString &temporary, LiveProgress *progress)
 {
-    RemoteFile file(login, staged, login.url.path, QIODevice::WriteOnly | QIODevice::NewOnly);
+    RemoteFile file(login, temporary, login.url.path, QIODevice::WriteOnly | QIODevice::NewOnly);
     const auto block = std::make_unique<char[]>(kBlockBytes);
     while (const qint64 count = StandardStreams::readInput(block.get(), kBlockBytes)) {
         file.write(block.get(), count);
@@ -99,41 +98,40 @@ void storeInput(const Login &login, const QString &staged, LiveProgress *progres
     file.finish();
 }
 
-bool rename(Session &session, const QString &from, const QString &to)
+// Renames the input, which has arrived whole under a temporary name; throws Failure unless it got
+// the name. Nobody can repeat the input, so the server keeps it whatever happens.
+void nameInput(const Login &login, const QString &temporary, qint64 bytes, TransferReport *report)
 {
-    return session
-        .ask(CommandIds::kRenameFile,
-             [&](Session::Requester &server) { server.renameFile(from, to); })
-        .result;
+    const QString kept = u"%1; what arrived is kept as "_s + temporary;
+    std::optional<Replacement::Result> result;
+    try {
+        Session session(login);
+        session.open();
+        Replacement::begin(session, temporary, login.url.path,
+                           Replacement::WhenRefused::KeepTemporary,
+                           [&](const Replacement::Result &ended) { result = ended; });
+        session.waitWhile([&] { return !result; });
+    } catch (const Failure &failure) {
+        throw Failure{failure.code, kept.arg(failure.text)};
+    }
+    if (!result->isReplaced)
+        throw *result->failure;
+    report->addFile(bytes);
+    if (result->failure)
+        report->addFailure(login.url.path, result->failure->code, result->failure->text);
 }
 
-void remove(Session &session, const QString &path)
-{
-    session.ask(CommandIds::kRemoveFile,
-                [&](Session::Requester &server) { server.removeFile(path); });
-}
-
-// Renaming does not replace a file on the server, so an older one goes first.
-void moveIntoPlace(Session &session, const QString &staged, const QString &path)
-{
-    if (rename(session, staged, path))
-        return;
-    remove(session, path);
-    if (rename(session, staged, path))
-        return;
-    remove(session, staged);
-    throw Failure{ExitCode::Refused, u"the server cannot have a file %1"_s.arg(path)};
-}
-
-// What was stored of an input that did not arrive whole. It stays when the server is gone too.
-void removeRemains(const Login &login, const QString &staged)
+// Removes what was stored of an input that did not arrive whole. It stays if the server cannot be
+// reached.
+void removeRemains(const Login &login, const QString &temporary)
 {
     try {
         Session session(login);
         session.open();
-        remove(session, staged);
+        session.ask(CommandIds::kRemoveFile,
+                    [&](Session::Requester &server) { server.removeFile(temporary); });
     } catch (const Failure &) {
-        // What went wrong first is worth telling, not this.
+        // The first failure is the one to report.
     }
 }
 
@@ -149,22 +147,21 @@ ExitCode putStandardInput(const Output &output, const RemoteOptions &options)
         const QString path = [&] {
             Session session(login);
             session.open();
+            session.require(CommandIds::kClientDevice);
+            session.require(CommandIds::kRenameFile);
             return targetFile(session, login.url);
         }();
-        const QString staged =
-            RemotePath::join(RemotePath::parent(path),
-                             u".brix-"_s + QUuid::createUuid().toString(QUuid::WithoutBraces));
+        const QString temporary = Replacement::temporaryName(path);
+        qint64 bytes = 0;
         try {
             LiveProgress progress(output.quiet);
-            runBlocking(login.interruption, [&] { storeInput(login, staged, &progress); });
-            Session session(login);
-            session.open();
-            moveIntoPlace(session, staged, path);
-            report.addFile(progress.done);
+            runBlocking(login.interruption, [&] { storeInput(login, temporary, &progress); });
+            bytes = progress.done;
         } catch (const Failure &) {
-            removeRemains(login, staged);
+            removeRemains(login, temporary);
             throw;
         }
+        nameInput(login, temporary, bytes, &report);
         return report.write(output);
     });
 }

@@ -9,10 +9,11 @@
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
-#include <QtCore/QUuid>
 
+#include <algorithm>
 #include <filesystem>
-#include <numeric>
+#include <limits>
+#include <optional>
 
 namespace Brix {
 
@@ -30,6 +31,25 @@ QString problemOfSource(const QString &local)
     return file.open(QIODevice::ReadOnly) ? QString() : file.errorString();
 }
 
+// Returns the bytes available in a directory of the server: on a new session, since the one that
+// failed is over. Unset if the server cannot be reached; the maximum if it does not tell.
+std::optional<qint64> room(const Login &login, const QString &folder)
+{
+    try {
+        Session session(login);
+        session.open();
+        if (!session.commands().contains(CommandIds::kStorageInfo))
+            return std::numeric_limits<qint64>::max();
+        session.ask(CommandIds::kChangeDir,
+                    [&](Session::Requester &server) { server.changeDir(folder); });
+        return session
+            .ask(CommandIds::kStorageInfo, [](Session::Requester &server) { server.storageInfo(); })
+            .storage.available;
+    } catch (const Failure &) {
+        return std::nullopt;
+    }
+}
+
 } // namespace
 
 Upload::Upload(Session &session, ProgressBar &progress, TransferReport &report, bool removeSource)
@@ -43,39 +63,88 @@ Upload::Upload(Session &session, ProgressBar &progress, TransferReport &report, 
                      [this](qint64 done, qint64) { m_progress.show(m_report.bytes() + done); });
 }
 
+// Checks the server
+
+// Throws Failure before anything is changed on the server.
+void Upload::requireCommands() const
+{
+    m_session.require(CommandIds::kSendFile);
+    if (!tellsTarget())
+        m_session.require(CommandIds::kChangeDir);
+    if (m_removeSource)
+        m_session.require(CommandIds::kListDir);
+}
+
+// Earlier forms of the command have no field for the target. A server that lists no versions has
+// version 0.
+bool Upload::tellsTarget() const
+{
+    return m_session.commands().value(CommandIds::kSendFile) >= Wire::version(1, 2, 0);
+}
+
+// Returns why the server would store the file under another name; empty if it does not.
+QString Upload::problemOfName(const File &file) const
+{
+    const bool isOdd = RemotePath::isChangedOnArrival(file.remote);
+    if (tellsTarget())
+        return isOdd && !m_session.commands().contains(CommandIds::kRenameFile)
+                   ? u"the server would change its name, and cannot rename files"_s
+                   : QString();
+    const QString ownName = QFileInfo(file.local).fileName();
+    // A backslash divides paths on some servers.
+    if (isOdd || ownName.contains(u'\\'))
+        return u"the server is too old to store a file under such a name"_s;
+    return RemotePath::name(file.remote) == ownName
+               ? QString()
+               : u"the server is too old to store a file under another name than its own"_s;
+}
+
+// Collects the files
+
 void Upload::sendFile(const QString &local, const QString &remote)
 {
+    requireCommands();
+    const QFileInfo info(local);
+    const File file{local, remote, info.fileName(), info.size()};
+    const QString problem = problemOfName(file);
+    if (!problem.isEmpty())
+        throw Failure{ExitCode::Refused, u"%1: %2"_s.arg(file.name, problem)};
     const QString folder = RemotePath::parent(remote);
     if (!folder.isEmpty() && !makeRemoteFolder(folder))
         throw Failure{ExitCode::Refused,
-                      u"the server has no folder %1 and does not make it"_s.arg(folder)};
-    const QFileInfo info(local);
+                      u"the server has no directory %1 and does not make it"_s.arg(folder)};
     m_progress.setTotal(info.size());
-    m_files.append({local, remote, info.fileName(), info.size()});
+    m_folders.push_back({info.path(), folder, QString(), {file}});
     sendAll();
 }
 
 void Upload::sendTree(const QString &local, const QString &remote)
 {
+    requireCommands();
     collect({local, remote, QString()});
-    const qint64 total =
-        std::accumulate(m_files.begin(), m_files.end(), qint64(0),
-                        [](qint64 sum, const File &file) { return sum + file.size; });
+    qint64 total = 0;
+    qsizetype count = 0;
+    for (const Folder &folder : m_folders) {
+        count += folder.files.size();
+        for (const File &file : folder.files)
+            total += file.size;
+    }
     m_progress.setTotal(total);
-    m_lanes.widenFor(m_files.size(), total);
+    if (tellsTarget())
+        m_lanes.widenFor(count, total);
     sendAll();
     if (m_removeSource && !m_report.hasFailures())
         removeLocalFolders();
 }
 
-void Upload::collect(const Folder &folder)
+void Upload::collect(Folder folder)
 {
     if (!makeRemoteFolder(folder.remote)) {
         m_report.addFailure(folder.name.isEmpty() ? folder.remote : folder.name, ExitCode::Refused,
                             u"the server does not make this folder"_s);
         return;
     }
-    m_folders.append(folder);
+    QList<Folder> inner;
     const auto entries =
         QDir(folder.local)
             .entryInfoList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
@@ -84,9 +153,9 @@ void Upload::collect(const Folder &folder)
         const QString remote = RemotePath::join(folder.remote, entry.fileName());
         const QString name = RemotePath::join(folder.name, entry.fileName());
         if (entry.isFile())
-            m_files.append({entry.filePath(), remote, name, entry.size()});
+            folder.files.append({entry.filePath(), remote, name, entry.size()});
         else if (entry.isDir() && !entry.isSymLink())
-            collect({entry.filePath(), remote, name});
+            inner.append({entry.filePath(), remote, name});
         else if (entry.isSymLink())
             m_report.addSkipped(name, entry.isDir() ? u"a link to a folder"_s
                                                     : u"a link that leads nowhere"_s);
@@ -94,6 +163,9 @@ void Upload::collect(const Folder &folder)
             m_report.addSkipped(name, u"neither file nor folder"_s);
     }
     reportUnreadableNames(folder);
+    m_folders.push_back(std::move(folder));
+    for (const Folder &next : std::as_const(inner))
+        collect(next);
 }
 
 // Qt passes over entries whose names are not UTF-8, so nobody would learn that they are missing.
@@ -122,114 +194,224 @@ bool Upload::makeRemoteFolder(const QString &remote)
         .result;
 }
 
+// Sends them
+
 void Upload::sendAll()
 {
-    for (const File &file : std::as_const(m_files)) {
-        if (Session *const lane = m_lanes.next())
-            send(*lane, file);
-        else
-            reportUnlessDone(file, Outcome::NotTried, {});
-    }
+    for (Folder &folder : m_folders)
+        folder.unfinished = folder.files.size();
+    if (tellsTarget())
+        sendSideBySide();
+    else
+        sendFolderByFolder();
+    for (Folder &folder : m_folders)
+        reportKeptSources(folder, Outcome::NotTried);
+    explainBroken();
+}
+
+void Upload::sendSideBySide()
+{
+    for (Folder &folder : m_folders)
+        sendFiles(folder);
     m_lanes.waitForAll();
 }
 
-void Upload::send(Session &lane, const File &file)
+// Every file has to be stored before the session enters another directory.
+void Upload::sendFolderByFolder()
 {
+    for (Folder &folder : m_folders) {
+        if (folder.files.isEmpty() || !enter(folder))
+            continue;
+        sendFiles(folder);
+        m_lanes.waitForAll();
+        if (m_removeSource && !folder.arrived.isEmpty() && returnHome(folder)) {
+            removeSources(m_session, folder);
+            m_lanes.waitForAll();
+        }
+    }
+}
+
+// Returns false after it has reported why.
+bool Upload::enter(const Folder &folder)
+{
+    try {
+        if (changeDir(QString()) && (folder.remote.isEmpty() || changeDir(folder.remote)))
+            return true;
+        m_report.addFailure(folder.name.isEmpty() ? folder.remote : folder.name, ExitCode::Refused,
+                            u"the server does not enter this directory"_s);
+    } catch (const Failure &failure) {
+        for (const File &file : folder.files)
+            m_report.addNotTried(file.name, failure.code);
+    }
+    return false;
+}
+
+// The listing is asked for by the path that was meant, not for the current directory.
+bool Upload::returnHome(Folder &folder)
+{
+    Outcome outcome = Outcome::Done;
+    try {
+        if (changeDir(QString()))
+            return true;
+    } catch (const Failure &) {
+        outcome = Outcome::NotTried;
+    }
+    reportKeptSources(folder, outcome);
+    return false;
+}
+
+bool Upload::changeDir(const QString &remote)
+{
+    return m_session
+        .ask(CommandIds::kChangeDir, [&](Session::Requester &server) { server.changeDir(remote); })
+        .result;
+}
+
+void Upload::sendFiles(Folder &folder)
+{
+    for (const File &file : std::as_const(folder.files)) {
+        if (Session *const lane = m_lanes.next())
+            send(*lane, folder, file);
+        else
+            reportUnlessDone(file, Outcome::NotTried, {});
+    }
+}
+
+void Upload::send(Session &lane, Folder &folder, File file)
+{
+    const QString problem = problemOfName(file);
     // The library would give up the whole session over a file that it cannot read.
-    const QString problem = problemOfSource(file.local);
-    if (!problem.isEmpty())
-        return m_report.addFailure(file.name, ExitCode::LocalIo,
-                                   u"cannot be read: %1"_s.arg(problem));
+    const QString localProblem = problemOfSource(file.local);
+    if (!problem.isEmpty() || !localProblem.isEmpty()) {
+        if (problem.isEmpty())
+            m_report.addFailure(file.name, ExitCode::LocalIo,
+                                u"cannot be read: %1"_s.arg(localProblem));
+        else
+            m_report.addFailure(file.name, ExitCode::Refused, problem);
+        return endFile(lane, folder);
+    }
+    file.modified = QFileInfo(file.local).lastModified();
     if (RemotePath::isChangedOnArrival(file.remote))
-        return sendByDetour(lane, file);
+        sendByDetour(lane, folder, file);
+    else
+        sendUnderItsName(lane, folder, file);
+}
+
+void Upload::sendUnderItsName(Session &lane, Folder &folder, const File &file)
+{
+    const QString target = tellsTarget() ? file.remote : RemotePath::name(file.remote);
     lane.post(
         CommandIds::kSendFile,
-        [&](Session::Requester &server) { server.sendFile(file.local, file.remote, false); },
-        [this, file](Outcome outcome, const Answer &answer) {
+        [&](Session::Requester &server) { server.sendFile(file.local, target, false); },
+        [this, &lane, &folder, file](Outcome outcome, const Answer &answer) {
             reportUnlessDone(file, outcome, answer);
             if (outcome == Outcome::Done)
-                finishFile(file, answer.moved);
+                reportArrived(folder, file, answer.moved);
+            endFile(lane, folder);
         });
 }
 
-void Upload::sendByDetour(Session &lane, const File &file)
+void Upload::sendByDetour(Session &lane, Folder &folder, const File &file)
 {
-    const QString staged = u".brix-"_s + QUuid::createUuid().toString(QUuid::WithoutBraces);
+    // In a directory with such a name it would be stored elsewhere too.
+    const bool isFolderOdd = RemotePath::isChangedOnArrival(folder.remote);
+    const QString temporary = Replacement::temporaryName(isFolderOdd ? QString() : file.remote);
     lane.post(
         CommandIds::kSendFile,
-        [&](Session::Requester &server) { server.sendFile(file.local, staged, false); },
-        [this, &lane, file, staged](Outcome outcome, const Answer &answer) {
-            reportUnlessDone(file, outcome, answer);
+        [&](Session::Requester &server) { server.sendFile(file.local, temporary, false); },
+        [this, &lane, &folder, file, temporary](Outcome outcome, const Answer &answer) {
             if (outcome == Outcome::Done)
-                moveIntoPlace(lane, file, staged, answer.moved);
+                return rename(lane, folder, file, temporary, answer.moved);
+            reportUnlessDone(file, outcome, answer);
+            endFile(lane, folder);
         });
 }
 
-void Upload::moveIntoPlace(Session &lane, const File &file, const QString &staged, qint64 bytes)
+void Upload::rename(Session &lane, Folder &folder, const File &file, const QString &temporary,
+                    qint64 bytes)
 {
-    lane.post(
-        CommandIds::kRenameFile,
-        [&](Session::Requester &server) { server.renameFile(staged, file.remote); },
-        [this, &lane, file, staged, bytes](Outcome outcome, const Answer &answer) {
-            reportUnlessDone(file, outcome, answer);
-            if (outcome == Outcome::Done && answer.result)
-                finishFile(file, bytes);
-            else if (outcome == Outcome::Done)
-                replaceOlder(lane, file, staged, bytes);
-        });
-}
-
-// Renaming does not replace a file on the server, so an older one goes first.
-void Upload::replaceOlder(Session &lane, const File &file, const QString &staged, qint64 bytes)
-{
-    const auto ignore = [](Outcome, const Answer &) {};
-    lane.post(
-        CommandIds::kRemoveFile,
-        [&](Session::Requester &server) { server.removeFile(file.remote); }, ignore);
-    lane.post(
-        CommandIds::kRenameFile,
-        [&](Session::Requester &server) { server.renameFile(staged, file.remote); },
-        [this, &lane, file, staged, bytes, ignore](Outcome outcome, const Answer &answer) {
-            reportUnlessDone(file, outcome, answer);
-            if (outcome == Outcome::Done && answer.result)
-                return finishFile(file, bytes);
-            lane.post(
-                CommandIds::kRemoveFile,
-                [&](Session::Requester &server) { server.removeFile(staged); }, ignore);
-            if (outcome == Outcome::Done)
-                m_report.addFailure(file.name, ExitCode::Refused,
-                                    u"the server cannot have a file of this name"_s);
-        });
+    Replacement::begin(lane, temporary, file.remote, Replacement::WhenRefused::RemoveTemporary,
+                       [this, &lane, &folder, file, bytes](const Replacement::Result &result) {
+                           if (result.isReplaced)
+                               reportArrived(folder, file, bytes);
+                           if (result.failure)
+                               m_report.addFailure(file.name, result.failure->code,
+                                                   result.failure->text);
+                           endFile(lane, folder);
+                       });
 }
 
 void Upload::reportUnlessDone(const File &file, Outcome outcome, const Answer &answer)
 {
     if (outcome == Outcome::NotTried)
         m_report.addNotTried(file.name, m_session.failure(outcome).code);
-    else if (outcome != Outcome::Done)
-        explainFailure(file, answer);
+    else if (outcome == Outcome::Unavailable)
+        m_report.addFailure(file.name, ExitCode::Refused, m_session.failure(outcome).text);
+    else if (outcome == Outcome::Failed)
+        m_broken.append({file, answer});
 }
 
-void Upload::finishFile(const File &file, qint64 bytes)
+void Upload::reportArrived(Folder &folder, const File &file, qint64 bytes)
 {
     m_report.addFile(bytes);
-    if (m_removeSource && !QFile::remove(file.local))
+    if (!m_removeSource)
+        return;
+    folder.arrived.append(file);
+    folder.arrived.last().size = bytes;
+}
+
+void Upload::endFile(Session &lane, Folder &folder)
+{
+    const bool isLast = --folder.unfinished == 0;
+    if (isLast && tellsTarget() && !folder.arrived.isEmpty())
+        removeSources(lane, folder);
+}
+
+// Removes the sources
+
+void Upload::removeSources(Session &lane, Folder &folder)
+{
+    lane.post(
+        CommandIds::kListDir, [&](Session::Requester &server) { server.listDir(folder.remote); },
+        [this, &folder](Outcome outcome, const Answer &answer) {
+            if (outcome != Outcome::Done)
+                return reportKeptSources(folder, outcome);
+            QHash<QString, qint64> sizes;
+            for (const SFileEntry &entry : answer.entries) {
+                if (!entry.isDirectory())
+                    sizes.insert(entry.fileName(), entry.size());
+            }
+            for (const File &file : std::exchange(folder.arrived, {}))
+                removeSource(file, sizes.value(RemotePath::name(file.remote), -1));
+        });
+}
+
+void Upload::removeSource(const File &file, qint64 sizeOnServer)
+{
+    const QFileInfo local(file.local);
+    if (sizeOnServer != file.size)
+        m_report.addFailure(file.name, ExitCode::Refused,
+                            u"was sent, but the server does not list it with its size; it is kept "
+                            "here"_s);
+    else if (local.size() != file.size || local.lastModified() != file.modified)
+        m_report.addFailure(file.name, ExitCode::LocalIo,
+                            u"arrived, but was changed here meanwhile; it is kept here"_s);
+    else if (!QFile::remove(file.local))
         m_report.addFailure(file.name, ExitCode::LocalIo, u"arrived, but cannot be removed here"_s);
 }
 
-// The library only tells that the exchange failed. How far it came tells the rest.
-void Upload::explainFailure(const File &file, const Answer &answer)
+void Upload::reportKeptSources(Folder &folder, Outcome outcome)
 {
-    const Failure failure = m_session.failure(Outcome::Failed);
-    if (failure.code == ExitCode::Interrupted || !answer.isStarted)
-        return m_report.addFailure(file.name, failure.code, failure.text);
-    if (answer.isMoved && answer.isRefused)
-        return m_report.addFailure(
-            file.name, ExitCode::Refused,
-            u"the server did not store it: it may not write there, or has no room"_s);
-    m_report.addFailure(file.name, failure.code,
-                        u"after %1 the server gave up (it may not write there, or has no room), "
-                        "or the connection broke"_s.arg(Output::bytes(answer.moved)));
+    const auto kept = std::exchange(folder.arrived, {});
+    if (kept.isEmpty())
+        return;
+    const ExitCode code =
+        outcome == Outcome::Done ? ExitCode::Refused : m_session.failure(outcome).code;
+    const QString name = folder.name.isEmpty() ? folder.local : folder.name;
+    m_report.addFailure(
+        name, code,
+        u"the server did not list the directory; what arrived from here is kept "
+        "here: %1"_s.arg(kept.size() == 1 ? u"1 file"_s : u"%1 files"_s.arg(kept.size())));
 }
 
 void Upload::removeLocalFolders()
@@ -238,6 +420,36 @@ void Upload::removeLocalFolders()
         if (!QDir().rmdir(folder->local))
             m_report.addSkipped(folder->local, u"kept here, since it is not empty"_s);
     }
+}
+
+// Explains what failed
+
+void Upload::explainBroken()
+{
+    for (const Broken &broken : std::exchange(m_broken, {})) {
+        const Failure failure = explanation(broken);
+        m_report.addFailure(broken.file.name, failure.code, failure.text);
+    }
+}
+
+// The library only tells that the exchange failed. How far it came tells the rest, and what the
+// server says on a new session: one that is reached and refused the file is not to be tried again.
+Failure Upload::explanation(const Broken &broken) const
+{
+    const Answer &answer = broken.answer;
+    const Failure failure = m_session.failure(Outcome::Failed);
+    if (failure.code == ExitCode::Interrupted || !(answer.isStarted || answer.isRefused))
+        return failure;
+    const auto available = room(m_session.login(), RemotePath::parent(broken.file.remote));
+    if (available && *available < broken.file.size)
+        return {ExitCode::Refused,
+                u"the server has no room for it: %1 are needed, %2 are available"_s.arg(
+                    Output::bytes(broken.file.size), Output::bytes(*available))};
+    if (available && answer.isRefused)
+        return {ExitCode::Refused,
+                u"the server did not store it: it may not write there, or has no room"_s};
+    return {failure.code, u"after %1 the server gave up (it may not write there, or has no room), "
+                          "or the connection broke"_s.arg(Output::bytes(answer.moved))};
 }
 
 } // namespace Brix
