@@ -123,6 +123,50 @@ private Q_SLOTS:
         QVERIFY(m_server->logShowing(warning).contains(warning));
     }
 
+    void strictJailKeepsUsersInTheirHomes_data()
+    {
+        QTest::addColumn<QStringList>("options");
+        QTest::addColumn<bool>("isKept");
+        QTest::newRow("without it") << QStringList() << false;
+        QTest::newRow("with it") << QStringList{u"--strict-jail"_s} << true;
+        QTest::newRow("with a document root")
+            << QStringList{u"--strict-jail"_s, u"--document-root"_s} << true;
+    }
+
+    void strictJailKeepsUsersInTheirHomes()
+    {
+        QFETCH(QStringList, options);
+        QFETCH(bool, isKept);
+        QVERIFY(writeFile(m_server->path(u"home2/file"_s), "a neighbour's"));
+        QVERIFY(writeFile(m_server->path(u"outside/file"_s), "another's"));
+        QVERIFY(writeFile(m_server->homePath(u"tree/file"_s), "mine"));
+        QVERIFY(QFile::link(m_server->path(u"outside"_s), m_server->homePath(u"out"_s)));
+        QVERIFY(QFile::link(m_server->path(u"outside/file"_s), m_server->homePath(u"tree/link"_s)));
+        QVERIFY(m_server->start(options));
+        const int refused = isKept ? 1 : 0;
+        QCOMPARE(m_server->run({u"cat"_s, m_server->url(u"tree/file"_s)}).out, "mine"_ba);
+        for (const QString &name : {u"../home2/file"_s, u"out/file"_s, u"tree/link"_s}) {
+            const auto result = m_server->run({u"cat"_s, m_server->url(name)});
+            QCOMPARE(result.exitCode, refused);
+            QCOMPARE(result.out.isEmpty(), isKept);
+        }
+        QCOMPARE(m_server->run({u"rm"_s, m_server->url(u"../home2/file"_s)}).exitCode, refused);
+        QCOMPARE(QFileInfo::exists(m_server->path(u"home2/file"_s)), isKept);
+        const QString source = m_server->path(u"source"_s);
+        QVERIFY(writeFile(source, "new"));
+        (void)m_server->run({u"put"_s, source, m_server->url(u"out/new"_s)});
+        QCOMPARE(QFileInfo::exists(m_server->path(u"outside/new"_s)), !isKept);
+        QCOMPARE(
+            m_server
+                ->run({u"get"_s, u"-r"_s, m_server->url(u"tree"_s), m_server->path(u"target"_s)})
+                .exitCode,
+            0);
+        QCOMPARE(namesIn(m_server->path(u"target"_s)),
+                 isKept ? QStringList{u"file"_s} : (QStringList{u"file"_s, u"link"_s}));
+        const QByteArray log = m_server->process().readAllStandardError();
+        QCOMPARE(log.contains("/home2: its path begins with"), !isKept);
+    }
+
     void userFileThatOthersMayReadIsTold_data()
     {
         QTest::addColumn<int>("mode");

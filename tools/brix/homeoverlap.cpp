@@ -119,7 +119,8 @@ QString sentence(const Overlap &overlap)
                u"it is below %1; choose homes outside each other unless this is wanted"_s.arg(
                    home->path);
     return what +
-           u"its path begins with %1, without regard to case; rename one of them"_s.arg(home->path);
+           u"its path begins with %1, without regard to case; rename one of them, or serve with --strict-jail"_s
+               .arg(home->path);
 }
 
 QStringList sentences(const QList<Overlap> &overlaps)
@@ -135,10 +136,15 @@ QStringList sentences(const QList<Overlap> &overlaps)
 
 } // namespace
 
-QStringList HomeOverlap::warnings(const SAuthenticationDb &users)
+QStringList HomeOverlap::warnings(const SAuthenticationDb &users, Jail jail)
 {
     const QList<Place> places = placesOf(users);
-    return sentences(overlapsOf(places));
+    QList<Overlap> overlaps = overlapsOf(places);
+    if (jail == Jail::Strict)
+        overlaps.removeIf([](const Overlap &overlap) {
+            return !isBelow(overlap.reached->path, overlap.home->path);
+        });
+    return sentences(overlaps);
 }
 
 QStringList HomeOverlap::warningsAbout(const SAuthenticationDb &users, const QString &name)

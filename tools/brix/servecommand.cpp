@@ -39,6 +39,7 @@ struct ServeOptions
     int maximumConnections = 0;
     qint64 limitIn = 0;
     qint64 limitOut = 0;
+    bool strictJail = false;
     int fileMask = -1;
     bool verbose = false;
 };
@@ -62,6 +63,8 @@ void declareServe(Command *command, ServeOptions *options)
     command->addText("--name", &options->name, "The server's name. Default: that of this machine");
     command->addFlag("--document-root", &options->documentRoot,
                      "Show each user the own home folder as /");
+    command->addFlag("--strict-jail", &options->strictJail,
+                     "Keep users in their homes by resolving links and comparing whole names");
     command->addNumber("--max-connections", &options->maximumConnections,
                        "Connections at a time; 0 for no limit");
     command->addSize("--limit-in", &options->limitIn,
@@ -178,6 +181,7 @@ private:
         auto *session = new LimitedSession(descriptor, m_options.limitIn, m_options.limitOut);
         session->setAuthenticationDb(&m_users);
         session->enableDocumentRoot(m_options.documentRoot);
+        session->setStrictJail(m_options.strictJail);
         if (!m_options.name.isEmpty())
             session->setServerName(m_options.name);
         session->addPluggable(u"version"_s, new SPluggableServerVersion);
@@ -204,7 +208,9 @@ private:
             note(
                 u"%1 is open to other users of this machine (mode %2), and a line of it is as good "
                 "as a password: chmod 600 %1"_s.arg(m_options.users, mode));
-        for (const QString &warning : HomeOverlap::warnings(m_users))
+        const auto jail =
+            m_options.strictJail ? HomeOverlap::Jail::Strict : HomeOverlap::Jail::Beginnings;
+        for (const QString &warning : HomeOverlap::warnings(m_users, jail))
             note(warning);
     }
 

@@ -370,7 +370,7 @@ bool SServerFtp::executeCommandGetFiles(SCommandGetFiles &command)
         if (isInterruptionRequested())
             return false;
         const QString entry = it.next();
-        if (patterns.fit(it.fileName()) && it.fileInfo().isFile())
+        if (patterns.fit(it.fileName()) && it.fileInfo().isFile() && !leadsOutside(entry))
             files.append(toNetwork(entry));
         if (keep && sinceKeepAlive.hasExpired(Wire::kKeepAliveIntervalMs)) {
             sinceKeepAlive.start();
@@ -400,6 +400,8 @@ bool SServerFtp::executeCommandGetDir(SCommandGetDir &command)
         if (isInterruptionRequested())
             return false;
         QString entry = it.next();
+        if (leadsOutside(entry))
+            continue;
         entry.remove(current);
         while (entry.startsWith(u'/'))
             entry.remove(0, 1);

@@ -36,7 +36,7 @@ class STcpSocketSpeedController;
  *
  * The jail is a plain test of the path's beginning, without regard to case and without looking at
  * symbolic links: with the root `/data/root`, `/data/root2/x` passes too. Whoever may make links
- * below the root, or owns a neighbour of that name, can leave it.
+ * below the root, or owns a neighbour of that name, can leave it. setStrictJail() prevents both.
  */
 class BRIXLIB_EXPORT SCommunicatorBase : public SSimpleWorker
 {
@@ -49,6 +49,18 @@ public:
 
     //! True while there is no socket: before the connection exists and after it is gone.
     virtual bool isNull() const;
+
+    /*!
+     * With a strict jail, which is off by default, a path must also be inside the root after all
+     * links are resolved, by the file system's own rule for names. A link that leads outside, or to
+     * nothing, cannot be used, renamed or removed, and is left out of lists; a directory with one
+     * that leads to a file outside is not copied whole. A program on this machine that makes a link
+     * at the very moment of a command can still lead that command outside.
+     *
+     * Call it before the worker's thread is started, or in that thread.
+     */
+    void setStrictJail(bool strict);
+    bool isJailStrict() const;
 
     // Reached by name from other threads; the order is fixed. A path outside the jail is answered
     // as a missing file is: false, or an empty list, and no signal but that of existsLocal().
@@ -179,7 +191,8 @@ protected:
     bool setCurrentPath(const QString &path, bool create);
     /*!
      * \a path made absolute against the current directory, or empty when it does not begin with
-     * \a root (compared without case; an empty root lets all pass) or has a zero in it.
+     * \a root (compared without case; an empty root lets all pass), has a zero in it, or is outside
+     * \a root by the rule of setStrictJail().
      */
     QString absoluteChildPath(const QString &path, const QString &root) const;
     //! Where \a path, below \a sourceBase, lands when that is moved to \a targetBase.
@@ -187,6 +200,9 @@ protected:
                              const QString &targetBase, const QString &root) const;
     //! Copies between two absolute paths, with keep-alive words on the socket if asked.
     bool copyFile(const QString &from, const QString &to, bool keepAliveOnSocket);
+    //! With a strict jail, whether \a path, which lies in the jail by its name, is a link that
+    //! leads outside; false without one.
+    bool leadsOutside(const QString &path) const;
     bool isSyncRequired(const QString &path) const;
 
     //! Lower-case hexadecimal SHA-512 of \a hash followed by the text of the session's uuid.
@@ -277,6 +293,7 @@ private:
     QString m_rootPath;
     QString m_defaultHome;
     bool m_autoSync = false;
+    bool m_isJailStrict = false;
 };
 
 } // namespace Talverine

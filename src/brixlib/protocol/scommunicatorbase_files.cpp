@@ -3,6 +3,7 @@
 #include <brixlib/protocol/scommunicatorbase.h>
 
 #include "namedpipe_p.h"
+#include "strictjail_p.h"
 
 #include <brixlib/protocol/stcpsocket.h>
 #include <brixlib/protocol/wire.h>
@@ -89,7 +90,26 @@ QString SCommunicatorBase::absoluteChildPath(const QString &path, const QString 
     if (root.isEmpty())
         return absolute;
     const QString jail = absolutePath(QDir::fromNativeSeparators(root));
-    return absolute.startsWith(jail, Qt::CaseInsensitive) ? absolute : QString();
+    const bool isInside = absolute.startsWith(jail, Qt::CaseInsensitive) &&
+                          (!m_isJailStrict || isInsideJail(absolute, jail));
+    return isInside ? absolute : QString();
+}
+
+void SCommunicatorBase::setStrictJail(bool strict)
+{
+    m_isJailStrict = strict;
+}
+
+bool SCommunicatorBase::isJailStrict() const
+{
+    return m_isJailStrict;
+}
+
+bool SCommunicatorBase::leadsOutside(const QString &path) const
+{
+    const QString jail = rootPath();
+    return m_isJailStrict && !jail.isEmpty() && QFileInfo(path).isSymLink() &&
+           !isInsideJail(path, jail);
 }
 
 QString SCommunicatorBase::absoluteMovePath(const QString &path, const QString &sourceBase,
@@ -282,7 +302,8 @@ bool SCommunicatorBase::copyEntries(const QList<QString> &entries, const QString
         const QString path = joined(target, QDir(source).relativeFilePath(entry));
         if (!QDir().mkpath(QFileInfo(path).path()))
             return false;
-        if (QFileInfo(entry).isFile() && !copyFile(entry, path, keepAliveOnSocket))
+        if (QFileInfo(entry).isFile() &&
+            (leadsOutside(entry) || !copyFile(entry, path, keepAliveOnSocket)))
             return false;
     }
     return true;
@@ -310,8 +331,11 @@ QList<SFileEntry> SCommunicatorBase::listDirLocal(const QString &path,
     if (!isTop)
         entries.append(SFileEntry::fromFileName(u".."_s));
     QDirIterator it(absolute, filters, kEverything);
-    while (it.hasNext())
-        entries.append(SFileEntry::fromFileName(it.next()));
+    while (it.hasNext()) {
+        const QString entry = it.next();
+        if (!leadsOutside(entry))
+            entries.append(SFileEntry::fromFileName(entry));
+    }
     Q_EMIT localDirListed(absolute);
     return entries;
 }
