@@ -120,7 +120,12 @@ bool SFileHelper::copyDevice(QIODevice *target, QIODevice *source, int bufferSiz
     if (!openTarget.isOpen())
         return false;
     QByteArray piece(std::max(bufferSize, 1), Qt::Uninitialized);
-    return copyPieces(target, source, piece) && openTarget.flush();
+    try {
+        return copyPieces(target, source, piece) && openTarget.flush();
+    } catch (const std::bad_alloc &) {
+        // A buffer can't grow any more.
+        return false;
+    }
 }
 
 bool SFileHelper::writeAll(QIODevice *target, QByteArrayView bytes)

@@ -10,12 +10,14 @@
 
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <optional>
 
 #include <openssl/crypto.h>
 
 namespace Brix {
 
+using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace {
@@ -33,6 +35,8 @@ void runBlocking(const Interruption &interruption, const std::function<void()> &
             work();
         } catch (const Failure &thrown) {
             failure = thrown;
+        } catch (const std::bad_alloc &) {
+            failure = Failure{ExitCode::LocalIo, u"out of memory"_s};
         }
         // A thread of Qt's counts as finished before what others hold for it is freed. OpenSSL
         // would take locks for that which the end of the program destroys.

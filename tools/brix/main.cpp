@@ -9,6 +9,7 @@
 #include <QtCore/QLoggingCategory>
 
 #include <cstdio>
+#include <new>
 
 using namespace Brix;
 using namespace Qt::StringLiterals;
@@ -31,6 +32,9 @@ ExitCode run(const Command &command, const Output &output)
     } catch (const Failure &failure) {
         output.error(failure.text);
         return failure.code;
+    } catch (const std::bad_alloc &) {
+        output.error(u"out of memory"_s);
+        return ExitCode::LocalIo;
     }
 }
 

@@ -104,7 +104,8 @@ public:
      * one \a record is cleared, with RecNotFound.
      */
     virtual bool previous(const QString &key, SDBRecord &record) = 0;
-    //! The record of \a key; RecNotFound when there is none.
+    //! The record of \a key; RecNotFound when there is none, ReadError when it can't be read or
+    //! memory runs out.
     virtual bool value(const QString &key, SDBRecord &record) = 0;
 
     //! How the last operation ended.

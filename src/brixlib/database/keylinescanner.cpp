@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/database/keylinescanner_p.h>
 
+#include <new>
+
 namespace Talverine {
 
 KeyLineScanner::KeyLineScanner(QIODevice *device, const QString &keyName, qint64 position,
@@ -12,6 +14,16 @@ KeyLineScanner::KeyLineScanner(QIODevice *device, const QString &keyName, qint64
 }
 
 std::optional<KeyLine> KeyLineScanner::next()
+{
+    try {
+        return findNext();
+    } catch (const std::bad_alloc &) {
+        m_isOutOfMemory = true;
+        return std::nullopt;
+    }
+}
+
+std::optional<KeyLine> KeyLineScanner::findNext()
 {
     const auto wanted = [this](QByteArrayView line, bool isWhole) {
         return isWhole ? m_filter.mayMatch(line) : m_filter.mayMatchBeginning(line);

@@ -27,12 +27,15 @@ public:
 
     //! The reader behind the last key line.
     LineReader &lines() { return m_lines; }
-    bool hasFailed() const { return m_lines.hasFailed(); }
+    bool hasFailed() const { return m_lines.hasFailed() || m_isOutOfMemory; }
 
 private:
+    std::optional<KeyLine> findNext();
+
     LineReader m_lines;
     QString m_keyName;
     FieldLineFilter m_filter;
+    bool m_isOutOfMemory = false;
 };
 
 } // namespace Talverine

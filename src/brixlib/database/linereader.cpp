@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/database/linereader_p.h>
 
+#include <brixlib/foundation/outofmemory_p.h>
+
 #include <brixrt/scrc32.h>
 
 #include <QtCore/QIODevice>
@@ -38,8 +40,11 @@ bool LineReader::fill()
     if (m_ended)
         return false;
     dropRead();
-    if (m_end == m_block.size())
-        m_block.resize(std::max(m_blockBytes, 2 * m_end));
+    if (m_end == m_block.size() && !grow()) {
+        m_failed = true;
+        m_ended = true;
+        return false;
+    }
     const qint64 count = m_device->read(m_block.data() + m_end, m_block.size() - m_end);
     m_failed = count < 0;
     m_ended = count <= 0;
@@ -49,6 +54,15 @@ bool LineReader::fill()
         m_crc->update(m_block.constData() + m_end, static_cast<quint64>(count));
     m_end += count;
     return true;
+}
+
+// False when there is no memory for a line as long as the file claims.
+bool LineReader::grow()
+{
+    return orOutOfMemory(false, [this] {
+        m_block.resize(std::max(m_blockBytes, 2 * m_end));
+        return true;
+    });
 }
 
 void LineReader::dropRead()

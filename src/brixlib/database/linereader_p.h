@@ -55,7 +55,7 @@ public:
 
     //! Where the last line begins in the device.
     qint64 position() const { return m_blockPosition + m_lineBegin; }
-    //! Whether the end came by a failed seek or read.
+    //! Whether the end came by a failed seek or read, or for want of memory.
     bool hasFailed() const { return m_failed; }
 
 private:
@@ -63,6 +63,7 @@ private:
     bool nextInBlock(QByteArrayView *line, qsizetype searched, Wanted wanted);
     bool takeRest(QByteArrayView *line);
     bool fill();
+    bool grow();
     void dropRead();
     bool skipLine();
     qsizetype lineEnd(qsizetype from) const;

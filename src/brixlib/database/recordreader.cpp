@@ -6,6 +6,7 @@
 #include <brixrt/sconvert.h>
 
 #include <limits>
+#include <new>
 
 namespace Talverine {
 
@@ -21,10 +22,16 @@ bool RecordReader::next(SDBRecord *record)
 {
     record->clear();
     m_isEndedByKeyLine = false;
-    if (!findBegin(record))
+    try {
+        if (!findBegin(record))
+            return false;
+        readRest(record);
+        return true;
+    } catch (const std::bad_alloc &) {
+        record->clear();
+        m_isOutOfMemory = true;
         return false;
-    readRest(record);
-    return true;
+    }
 }
 
 bool RecordReader::findBegin(SDBRecord *record)

@@ -31,8 +31,9 @@ public:
     qint64 position() const { return m_position; }
     //! Whether the next key line ended the last record, and not the file or the limit.
     bool isEndedByKeyLine() const { return m_isEndedByKeyLine; }
-    //! Whether seeking or reading failed, so that the last record may lack its end.
-    bool hasFailed() const { return m_keyLines.hasFailed(); }
+    //! Whether seeking or reading failed, so that the last record may lack its end, or memory ran
+    //! out, so that there is none.
+    bool hasFailed() const { return m_keyLines.hasFailed() || m_isOutOfMemory; }
 
 private:
     bool findBegin(SDBRecord *record);
@@ -45,6 +46,7 @@ private:
     QString m_key;
     qint64 m_position = -1;
     bool m_isEndedByKeyLine = false;
+    bool m_isOutOfMemory = false;
 };
 
 } // namespace Talverine

@@ -3,6 +3,7 @@
 
 #include <brixlib/database/dbrecordspecialfield.h>
 #include <brixlib/database/signaturechain_p.h>
+#include <brixlib/foundation/outofmemory_p.h>
 
 #include <brixrt/sconvert.h>
 #include <brixrt/slocale.h>
@@ -222,12 +223,16 @@ bool SDBRecord::checkSignature() const
     if (stored.isEmpty())
         return false;
     const bool isLegacy = stored.size() < kShortestChainSignature;
-    return stored == (isLegacy ? legacyGenerator(values) : signatureGenerator(values));
+    return orOutOfMemory(false, [&] {
+        return stored == (isLegacy ? legacyGenerator(values) : signatureGenerator(values));
+    });
 }
 
 bool SDBRecord::updateSignature()
 {
-    return insert(signatureKey(), signatureGenerator(locale(signatureFallback())));
+    return orOutOfMemory(false, [this] {
+        return insert(signatureKey(), signatureGenerator(locale(signatureFallback())));
+    });
 }
 
 QString SDBRecord::signature(const QLocale &values) const

@@ -19,6 +19,7 @@ class QFile;
 
 namespace Talverine {
 
+struct KeyLine;
 class RecordReader;
 class SCrc32;
 
@@ -147,6 +148,8 @@ private:
         QByteArray dead;
     };
 
+    DBError appendRecord(SDBRecord *record, bool keepAsIs);
+    DBError replaceRecord(const QString &key, SDBRecord *record);
     DBError findKeyLine(const QString &key, KeyLineBytes *line);
     DBError appendLines(const QByteArray &separator, const QByteArray &lines, qint64 *position);
     bool hideTornRecord();
@@ -162,6 +165,7 @@ private:
     QByteArray hashCreatingIndex();
     bool writeIndexFile();
     DBError buildStaleFieldIndexes();
+    bool loadKey(const KeyLine &line);
     void noteUniqueKey(const QString &key);
     void noteRead(const RecordReader &reader);
 

@@ -3,6 +3,7 @@
 #include <brixlib/database/sdbtext.h>
 
 #include <brixlib/database/sdbtext_p.h>
+#include <brixlib/foundation/outofmemory_p.h>
 
 namespace Talverine {
 
@@ -227,7 +228,13 @@ bool SDBText::_replace(const SDBRecord &record, bool notify)
 
 void SDBText::finishInsert(const SDBRecord &record, bool notify)
 {
-    d->fields.insertRecord(record, d->head.key, d->head.culture);
+    const bool isIndexed = orOutOfMemory(false, [&] {
+        d->fields.insertRecord(record, d->head.key, d->head.culture);
+        return true;
+    });
+    // The indexes are built again when they are used.
+    if (!isIndexed)
+        d->fields.clear(d->head.key);
     d->error = DBError::NoError;
     if (!notify)
         return;

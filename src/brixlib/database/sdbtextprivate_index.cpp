@@ -4,6 +4,7 @@
 
 #include <brixlib/database/indexfile_p.h>
 #include <brixlib/database/recordreader_p.h>
+#include <brixlib/foundation/outofmemory_p.h>
 
 #include <brixrt/scrc32.h>
 #include <brixrt/sfilehelper.h>
@@ -42,6 +43,16 @@ void SDBTextPrivate::noteRead(const RecordReader &reader)
     addKey(reader.key(), reader.position());
 }
 
+bool SDBTextPrivate::loadKey(const KeyLine &line)
+{
+    return orOutOfMemory(false, [&] {
+        QString key = line.field.value.toString();
+        noteUniqueKey(key);
+        keys.load(std::move(key), line.position);
+        return true;
+    });
+}
+
 void SDBTextPrivate::clearIndexes()
 {
     keys.clear();
@@ -65,9 +76,8 @@ DBError SDBTextPrivate::createIndex(SCrc32 *crc)
         lastDeleted = line->field.isDeletedKey() ? line->position : -1;
         if (lastDeleted >= 0)
             continue;
-        QString key = line->field.value.toString();
-        noteUniqueKey(key);
-        keys.load(std::move(key), line->position);
+        if (!loadKey(*line))
+            return DBError::ReadError;
     }
     keys.finishLoading();
     if (scanner.hasFailed())
@@ -170,7 +180,9 @@ DBError SDBTextPrivate::prepareFieldIndex(const QString &name)
 {
     if (!hasOpenDevice())
         return DBError::SeekError;
-    return fields.needsBuild(name, head.key) ? buildStaleFieldIndexes() : DBError::NoError;
+    if (!fields.needsBuild(name, head.key))
+        return DBError::NoError;
+    return orOutOfMemory(DBError::ReadError, [this] { return buildStaleFieldIndexes(); });
 }
 
 DBError SDBTextPrivate::buildStaleFieldIndexes()

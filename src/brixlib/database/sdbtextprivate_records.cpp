@@ -4,6 +4,7 @@
 
 #include <brixlib/database/recordreader_p.h>
 #include <brixlib/database/recordwriter_p.h>
+#include <brixlib/foundation/outofmemory_p.h>
 
 #include <brixrt/sconvert.h>
 #include <brixrt/senvironment.h>
@@ -49,13 +50,19 @@ void SDBTextPrivate::stamp(SDBRecord *record) const
 
 DBError SDBTextPrivate::append(SDBRecord record, bool keepAsIs)
 {
-    if (!keepAsIs && !signForWriting(&record, head.key))
+    return orOutOfMemory(DBError::WriteError, [&] { return appendRecord(&record, keepAsIs); });
+}
+
+DBError SDBTextPrivate::appendRecord(SDBRecord *record, bool keepAsIs)
+{
+    if (!keepAsIs && !signForWriting(record, head.key))
         return DBError::KeyIsNull;
+    const QString key = keyOf(*record);
     qint64 position = 0;
     const DBError written =
-        appendLines(recordSeparator(), recordLines(record, head.culture), &position);
+        appendLines(recordSeparator(), recordLines(*record, head.culture), &position);
     if (written == DBError::NoError)
-        addKey(keyOf(record), position);
+        addKey(key, position);
     return written;
 }
 

@@ -14,6 +14,7 @@
 
 #include <brixlib/database/recordreader_p.h>
 #include <brixlib/database/recordwriter_p.h>
+#include <brixlib/foundation/outofmemory_p.h>
 
 #include <brixrt/sfilehelper.h>
 
@@ -42,16 +43,21 @@ qsizetype markOf(const QByteArray &lines)
 
 DBError SDBTextPrivate::replace(const QString &key, SDBRecord record)
 {
+    return orOutOfMemory(DBError::WriteError, [&] { return replaceRecord(key, &record); });
+}
+
+DBError SDBTextPrivate::replaceRecord(const QString &key, SDBRecord *record)
+{
     KeyLineBytes old;
     const DBError found = findKeyLine(key, &old);
     if (found != DBError::NoError)
         return found;
     // A new key can't be taken for the old record's: both may be in use at the same time.
-    if (keyOf(record) != key)
-        return replaceByOtherKey(key, old, record);
-    if (!signForWriting(&record, head.key))
+    if (keyOf(*record) != key)
+        return replaceByOtherKey(key, old, *record);
+    if (!signForWriting(record, head.key))
         return DBError::KeyIsNull;
-    QByteArray lines = recordLines(record, head.culture);
+    QByteArray lines = recordLines(*record, head.culture);
     lines[markOf(lines)] = '$';
     qint64 position = 0;
     const DBError written = appendLines(pendingSeparator(), lines, &position);

@@ -3,6 +3,7 @@
 
 #include "directsocket_p.h"
 
+#include <brixlib/foundation/outofmemory_p.h>
 #include <brixlib/protocol/wire.h>
 
 #include <QtCore/QThread>
@@ -221,7 +222,12 @@ bool BlockingIo::readBody(QIODevice *device, quint32 length, QByteArray *body)
     quint32 done = 0;
     quint32 piece = std::min(length, kFirstPieceBytes);
     while (done < length) {
-        body->resize(static_cast<qsizetype>(done) + piece);
+        const bool hasRoom = orOutOfMemory(false, [&] {
+            body->resize(static_cast<qsizetype>(done) + piece);
+            return true;
+        });
+        if (!hasRoom)
+            return false;
         if (readAll(device, body->data() + done, piece) != piece)
             return false;
         done += piece;

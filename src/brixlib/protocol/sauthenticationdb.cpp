@@ -3,6 +3,7 @@
 
 #include <brixlib/protocol/suserdata.h>
 
+#include <brixrt/sfilehelper.h>
 #include <brixrt/unshared_p.h>
 
 #include <QtCore/QDebug>
@@ -31,6 +32,10 @@ constexpr auto fullnameKey = "fullname"_L1;
 constexpr auto emailKey = "email"_L1;
 constexpr auto disabledKey = "disabled"_L1;
 
+// Some hundred thousand users.
+constexpr qint64 kUserFileBytes = qint64(64) << 20;
+constexpr int kReadPieceBytes = 65536;
+
 QJsonObject toJson(const ISUser &user)
 {
     return {
@@ -55,7 +60,8 @@ SUserData *fromJson(const QJsonObject &object)
         object.value(emailKey).toString(), object.value(disabledKey).toBool());
 }
 
-// Reads all of the device, which is open afterwards only if it was before.
+// Reads all of the device, unless it is too large for a user file. It is open afterwards only if it
+// was before.
 bool readDevice(QIODevice *device, QByteArray *bytes)
 {
     if (!device)
@@ -63,10 +69,12 @@ bool readDevice(QIODevice *device, QByteArray *bytes)
     const bool wasOpen = device->isOpen();
     if (!wasOpen && !device->open(QIODevice::ReadOnly))
         return false;
-    *bytes = device->readAll();
+    // readAll() would make room for all of the size that the device claims.
+    *bytes = SFileHelper::readAllBuffer(device, kUserFileBytes, kReadPieceBytes);
+    const bool isWhole = device->atEnd();
     if (!wasOpen)
         device->close();
-    return true;
+    return isWhole;
 }
 
 // Files keep what they were given in a buffer, so a full disk shows only once they are closed.
