@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixrt/sfilehelper.h>
 
+#include <brixrt/requestsize_p.h>
+
 #include "fileidentity_p.h"
 
 #include <QtCore/QCoreApplication>
@@ -58,7 +60,7 @@ bool isKnownToEnd(QIODevice *source)
 bool copyPieces(QIODevice *target, QIODevice *source, QByteArray &piece)
 {
     for (;;) {
-        const qint64 count = source->read(piece.data(), piece.size());
+        const qint64 count = source->read(piece.data(), readRequestSize(source, piece.size()));
         if (count <= 0)
             return count == 0;
         if (!SFileHelper::writeAll(target, QByteArrayView(piece.constData(), count)))
@@ -131,7 +133,7 @@ bool SFileHelper::copyDevice(QIODevice *target, QIODevice *source, int bufferSiz
 bool SFileHelper::writeAll(QIODevice *target, QByteArrayView bytes)
 {
     while (!bytes.isEmpty()) {
-        const qint64 count = target->write(bytes.data(), bytes.size());
+        const qint64 count = target->write(bytes.data(), writeRequestSize(target, bytes.size()));
         if (count < 1)
             return false;
         bytes = bytes.sliced(count);
@@ -154,7 +156,7 @@ void SFileHelper::readAllBuffer(QIODevice *device, qint64 size, int bufferSize, 
     const qint64 step = std::max(bufferSize, 1);
     while (data->size() < size) {
         const qsizetype done = data->size();
-        const qint64 room = std::min(step, size - done);
+        const qint64 room = readRequestSize(device, std::min(step, size - done));
         if (!resized(*data, done + room))
             break;
         const qint64 count = device->read(data->data() + done, room);

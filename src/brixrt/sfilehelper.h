@@ -24,7 +24,8 @@ public:
 
     /*!
      * Copies \a source from where it stands to its end onto \a target where that stands, in pieces
-     * of \a bufferSize bytes; each piece read is one write unless the target takes less at once.
+     * of \a bufferSize bytes, or smaller ones if a device limits its speed; each piece read is one
+     * write unless the target takes less at once.
      *
      * A closed target is opened write-only and a closed source read-only, and what was opened here
      * is closed again. False when a device is null or can't be opened, when reading or writing

@@ -7,6 +7,7 @@
 #include <brixlib/compression/spackbits.h>
 #include <brixlib/compression/stifflzw.h>
 #include <brixlib/compression/szip.h>
+#include <brixlib/devices/sbandwidthdevice.h>
 
 #include <shared/filesizelimit.h>
 #include <shared/memorypeak.h>
@@ -21,6 +22,7 @@ using namespace Talverine::Compression;
 using namespace Qt::StringLiterals;
 using Interfaces::ICompressor;
 using RawBytes::u32;
+using Talverine::SBandwidthDevice;
 
 Q_DECLARE_METATYPE(QIODevice::OpenMode)
 
@@ -116,6 +118,8 @@ std::unique_ptr<ICompressor> compressorOf(const QString &name)
         return std::make_unique<SLz4>();
     if (name == u"zip")
         return std::make_unique<SZip>();
+    if (name == u"raw packbits")
+        return std::make_unique<SPackBits>(PackBitsMode::PackBitsRaw);
     if (name == u"packbits")
         return std::make_unique<SPackBits>(PackBitsMode::PackBitsFramed);
     if (name == u"lzw")
@@ -717,6 +721,131 @@ private Q_SLOTS:
         compressor->compressResult = -1;
         QCOMPARE(device.write("more"), -1);
         QCOMPARE(device.crc(), 0xCBF43926U);
+    }
+
+    void requestsStayWithinTheSpeedLimit_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("sequential");
+        for (const QString &name :
+             {u"uncompressed"_s, u"lz4"_s, u"zip"_s, u"packbits"_s, u"raw packbits"_s, u"lzw"_s}) {
+            QTest::addRow("%s", qPrintable(name)) << name << false;
+            QTest::addRow("%s, sequential", qPrintable(name)) << name << true;
+        }
+    }
+
+    // A larger request than twice the limit would wait forever.
+    void requestsStayWithinTheSpeedLimit()
+    {
+        QFETCH(QString, name);
+        QFETCH(bool, sequential);
+        const QByteArray data = SeededRandom().bytes(20'000);
+        RecordingDevice slow;
+        slow.sequential = sequential;
+        slow.setProperty("readBandwidth", 50);
+        slow.setProperty("writeBandwidth", 70);
+        SCompressorDevice writer(&slow, compressorOf(name).release(), false);
+        QVERIFY(writer.open(QIODevice::WriteOnly));
+        QCOMPARE(writer.write(data), data.size());
+        writer.close();
+        for (const QByteArray &piece : std::as_const(slow.writes))
+            QVERIFY2(piece.size() <= 70, qPrintable(QString::number(piece.size())));
+
+        slow.at = 0;
+        SCompressorDevice reader(&slow, compressorOf(name).release(), false);
+        QVERIFY(reader.open(QIODevice::ReadOnly));
+        QCOMPARE(reader.readAll(), data);
+        for (const qint64 size : std::as_const(slow.reads))
+            QVERIFY2(size <= 50, qPrintable(QString::number(size)));
+    }
+
+    void readsAtALowSpeed_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<qint64>("bytesPerSecond");
+        for (const QString &name : {u"raw packbits"_s, u"lzw"_s}) {
+            QTest::addRow("%s, 8000", qPrintable(name)) << name << qint64(8000);
+            QTest::addRow("%s, 1000", qPrintable(name)) << name << qint64(1000);
+        }
+    }
+
+    // These decoders look ahead. No byte has to wait: all fit within the limit of a second.
+    void readsAtALowSpeed()
+    {
+        QFETCH(QString, name);
+        QFETCH(qint64, bytesPerSecond);
+        const QByteArray data = SeededRandom().bytes(200);
+        QBuffer buffer;
+        SCompressorDevice writer(&buffer, compressorOf(name).release(), false);
+        QVERIFY(writer.open(QIODevice::WriteOnly));
+        QCOMPARE(writer.write(data), data.size());
+        writer.close();
+
+        SBandwidthDevice slow(&buffer);
+        slow.setReadBandwidth(bytesPerSecond);
+        SCompressorDevice reader(&slow, compressorOf(name).release(), false);
+        QVERIFY(reader.open(QIODevice::ReadOnly));
+        QCOMPARE(reader.readAll(), data);
+    }
+
+    void containerStaysWithinTheSpeedLimit()
+    {
+        const QByteArray data = SeededRandom().bytes(20'000);
+        RecordingDevice source(data);
+        source.setProperty("readBandwidth", 50);
+        RecordingDevice target;
+        target.setProperty("readBandwidth", 50);
+        target.setProperty("writeBandwidth", 70);
+        QVERIFY(SCompressorDevice::compress(&source, &target, new SLz4));
+        target.at = 0;
+        RecordingDevice again;
+        again.setProperty("writeBandwidth", 70);
+        QVERIFY(SCompressorDevice::decompress(&target, &again, new SLz4));
+        QCOMPARE(again.bytes, data);
+        for (const qint64 size : source.reads + target.reads)
+            QVERIFY2(size <= 50, qPrintable(QString::number(size)));
+        for (const QByteArray &piece : target.writes + again.writes)
+            QVERIFY2(piece.size() <= 70, qPrintable(QString::number(piece.size())));
+    }
+
+    void decodesAStreamThatComesByteByByte_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("sequential");
+        QTest::addColumn<bool>("isSizeKnown");
+        for (const QString &name :
+             {u"uncompressed"_s, u"lz4"_s, u"zip"_s, u"packbits"_s, u"raw packbits"_s, u"lzw"_s}) {
+            for (const bool sequential : {false, true}) {
+                for (const bool isSizeKnown : {false, true})
+                    QTest::addRow("%s%s%s", qPrintable(name), sequential ? ", sequential" : "",
+                                  isSizeKnown ? ", compressed size known" : "")
+                        << name << sequential << isSizeKnown;
+            }
+        }
+    }
+
+    void decodesAStreamThatComesByteByByte()
+    {
+        QFETCH(QString, name);
+        QFETCH(bool, sequential);
+        QFETCH(bool, isSizeKnown);
+        const QByteArray data = Streams::text(3000);
+        QBuffer file;
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        const std::unique_ptr<ICompressor> writer = compressorOf(name);
+        QCOMPARE(writer->compress(data.constData(), data.size(), &file), data.size());
+        QVERIFY(writer->finalize());
+
+        RecordingDevice source(file.data());
+        source.pieceBytes = 1;
+        source.sequential = sequential;
+        QVERIFY(source.open(QIODevice::ReadOnly));
+        const std::unique_ptr<ICompressor> reader = compressorOf(name);
+        QByteArray decoded(data.size(), '\0');
+        const qint64 compressedSize = isSizeKnown ? source.bytes.size() : 0;
+        QCOMPARE(reader->decompress(&source, decoded.data(), decoded.size(), compressedSize),
+                 data.size());
+        QCOMPARE(decoded, data);
     }
 
     void countsAddUp()

@@ -349,6 +349,40 @@ private Q_SLOTS:
         QVERIFY(!device.isOpen());
     }
 
+    // A larger request than twice the limit would wait forever.
+    void requestsStayWithinTheSpeedLimitOfTheUnderlyingDevice()
+    {
+        RecordingDevice slow;
+        slow.sequential = true;
+        slow.setProperty("readBandwidth", 50);
+        slow.setProperty("writeBandwidth", 70);
+        SBandwidthDevice device(&slow);
+        const QByteArray data(20'000, 'x');
+        QVERIFY(device.open(QIODevice::WriteOnly));
+        qint64 done = 0;
+        while (done < data.size()) {
+            const qint64 count = device.write(data.constData() + done, data.size() - done);
+            QVERIFY(count > 0);
+            done += count;
+        }
+        device.close();
+        QCOMPARE(slow.bytes, data);
+        for (const QByteArray &piece : std::as_const(slow.writes))
+            QVERIFY2(piece.size() <= 70, qPrintable(QString::number(piece.size())));
+
+        slow.at = 0;
+        QVERIFY(device.open(QIODevice::ReadOnly));
+        QByteArray read;
+        while (read.size() < data.size()) {
+            const QByteArray piece = device.read(data.size());
+            QVERIFY(!piece.isEmpty());
+            read += piece;
+        }
+        QCOMPARE(read, data);
+        for (const qint64 size : std::as_const(slow.reads))
+            QVERIFY2(size <= 50, qPrintable(QString::number(size)));
+    }
+
     void hasTheErrorStringOfTheUnderlyingDevice()
     {
         RecordingDevice inner("abc");

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/compression/framedblocks_p.h>
 
+#include <brixrt/requestsize_p.h>
 #include <brixrt/sfilehelper.h>
 
 #include <QtConcurrent/QtConcurrentRun>
@@ -59,7 +60,7 @@ qint64 readBytes(QIODevice *source, char *data, qint64 size)
 {
     qint64 done = 0;
     while (done < size) {
-        const qint64 count = source->read(data + done, size - done);
+        const qint64 count = source->read(data + done, readRequestSize(source, size - done));
         if (count < 0 && done == 0)
             return -1;
         if (count <= 0)

@@ -22,9 +22,13 @@ inline std::optional<QByteArrayView> bytesInPlace(const QIODevice *source)
     return bytes.sliced(std::min<qint64>(source->pos(), bytes.size()));
 }
 
+//! Does what peekAhead() does, of a device of any class.
+qint64 peekDevice(QIODevice *source, char *data, qint64 least, qint64 most);
+
 /*!
- * Copies the next bytes of \a source and leaves them there: at least \a least unless it ends or
- * fails before, and up to \a most where that keeps nobody waiting. -1 for a failure.
+ * Copies the next bytes of \a source and leaves them there. Returns their number: at least \a least
+ * unless the source ends or fails before that, and up to \a most if that does not wait. Returns -1
+ * if the first read fails.
  */
 inline qint64 peekAhead(QIODevice *source, char *data, qint64 least, qint64 most)
 {
@@ -33,9 +37,7 @@ inline qint64 peekAhead(QIODevice *source, char *data, qint64 least, qint64 most
         std::copy_n(bytes->data(), count, data);
         return count;
     }
-    const qint64 wanted =
-        source->isSequential() ? std::clamp(source->bytesAvailable(), least, most) : most;
-    return source->peek(data, wanted);
+    return peekDevice(source, data, least, most);
 }
 
 } // namespace Talverine::Compression

@@ -3,6 +3,8 @@
 
 #include <brixlib/compression/lookahead_p.h>
 
+#include <brixrt/requestsize_p.h>
+
 #include <QtCore/QtEndian>
 
 namespace Talverine::Compression {
@@ -88,7 +90,8 @@ void LzwCodeReader::takeBytes(qint64 count)
 void LzwCodeReader::takeRest()
 {
     while (m_unread > 0) {
-        const qint64 count = m_device->read(m_window.data() + 1, std::min(m_unread, kWindowBytes));
+        const qint64 size = readRequestSize(m_device, std::min(m_unread, kWindowBytes));
+        const qint64 count = m_device->read(m_window.data() + 1, size);
         m_hasFailed = m_hasFailed || count < 0;
         if (count <= 0)
             return;

@@ -6,6 +6,7 @@
 #include <brixlib/compression/lookahead_p.h>
 #include <brixlib/compression/packbitscodec_p.h>
 
+#include <brixrt/requestsize_p.h>
 #include <brixrt/sfilehelper.h>
 
 #include <algorithm>
@@ -48,7 +49,7 @@ qint64 readContent(QIODevice *source, char *data, qint64 size)
 {
     qint64 done = 0;
     while (done < size) {
-        const qint64 count = source->read(data + done, size - done);
+        const qint64 count = source->read(data + done, readRequestSize(source, size - done));
         if (count < 0)
             return -1;
         if (count == 0)

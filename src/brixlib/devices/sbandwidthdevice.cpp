@@ -4,6 +4,8 @@
 #include <brixlib/foundation/saturated_p.h>
 #include <brixlib/foundation/underlyingdevice_p.h>
 
+#include <brixrt/requestsize_p.h>
+
 #include <QtCore/QThread>
 
 namespace Talverine {
@@ -119,7 +121,8 @@ qint64 SBandwidthDevice::readData(char *data, qint64 maxSize)
         return 0;
     if (!m_device)
         return -1;
-    const qint64 count = m_device->read(data, waitForHalf(m_readLimiter, maxSize));
+    const qint64 count =
+        m_device->read(data, waitForHalf(m_readLimiter, readRequestSize(m_device, maxSize)));
     if (count > 0)
         m_readLimiter.transferred(count);
     else if (count < 0)
@@ -133,7 +136,8 @@ qint64 SBandwidthDevice::writeData(const char *data, qint64 size)
         return 0;
     if (!m_device)
         return -1;
-    const qint64 count = m_device->write(data, waitForHalf(m_writeLimiter, size));
+    const qint64 count =
+        m_device->write(data, waitForHalf(m_writeLimiter, writeRequestSize(m_device, size)));
     if (count > 0)
         m_writeLimiter.transferred(count);
     else if (count < 0)

@@ -19,13 +19,18 @@ namespace Talverine {
  * While limited, reading and writing block the calling thread and its event loop until half of the
  * request may go. A request above twice the limit thus blocks for ever; readAll() makes one of all
  * that is left, or one of 16 KiB after the other from a sequential device. A limited request may be
- * served in part with more to come, that of readAll() too.
+ * served in part with more to come, that of readAll() too. The compressors and the other devices of
+ * the library keep their requests within the limit.
  *
  * The underlying device stays its owner's. Lives in one thread, the underlying device's.
  */
 class BRIXLIB_EXPORT SBandwidthDevice : public QIODevice
 {
     Q_OBJECT
+    //! Bytes per second; 0, the default, for no limit. The library reads from and writes to a
+    //! device with these properties in requests that the limit allows.
+    Q_PROPERTY(qint64 readBandwidth READ readBandwidth WRITE setReadBandwidth)
+    Q_PROPERTY(qint64 writeBandwidth READ writeBandwidth WRITE setWriteBandwidth)
 
 public:
     //! close() closes \a device too.

@@ -5,6 +5,7 @@
 #include <brixlib/foundation/saturated_p.h>
 #include <brixlib/foundation/underlyingdevice_p.h>
 
+#include <brixrt/requestsize_p.h>
 #include <brixrt/sunitconvert.h>
 
 #include <QtCore/QSignalBlocker>
@@ -196,7 +197,8 @@ void SBufferedDevice::_setOpenMode(OpenMode mode)
 // What the device is asked for at once.
 qint64 SBufferedDevice::readAheadSize() const
 {
-    return qMin(static_cast<qint64>(m_readBuffer.size()), qint64(m_bufferSize));
+    const qint64 most = qMin(static_cast<qint64>(m_readBuffer.size()), qint64(m_bufferSize));
+    return readRequestSize(m_device, most);
 }
 
 // Fills the empty read buffer from its edge on, in one read; false when nothing came.
@@ -217,8 +219,8 @@ bool SBufferedDevice::writeOut()
 {
     const quint64 start = m_writeBuffer.start();
     const quint64 count = qMin(m_writeBuffer.bytesAvailable(), m_writeBuffer.size() - start);
-    const qint64 written =
-        m_device->write(m_writeBuffer.data() + start, static_cast<qint64>(count));
+    const qint64 written = m_device->write(m_writeBuffer.data() + start,
+                                           writeRequestSize(m_device, static_cast<qint64>(count)));
     if (written <= 0) {
         setErrorString(failureReason(m_device));
         return false;

@@ -4,6 +4,7 @@
 #include <brixlib/foundation/saturated_p.h>
 #include <brixlib/foundation/underlyingdevice_p.h>
 
+#include <brixrt/requestsize_p.h>
 #include <brixrt/sarray.h>
 
 #include <QtCore/QSysInfo>
@@ -223,7 +224,7 @@ qint64 SEndiannessDevice::readData(char *data, qint64 maxSize)
 {
     if (!m_device)
         return -1;
-    const qint64 count = m_device->read(data, maxSize);
+    const qint64 count = m_device->read(data, readRequestSize(m_device, maxSize));
     if (count < 0)
         setErrorString(failureReason(m_device));
     return count;
@@ -233,7 +234,7 @@ qint64 SEndiannessDevice::writeData(const char *data, qint64 size)
 {
     if (!m_device)
         return -1;
-    const qint64 count = m_device->write(data, size);
+    const qint64 count = m_device->write(data, writeRequestSize(m_device, size));
     if (count < 0)
         setErrorString(failureReason(m_device));
     return count;
