@@ -150,8 +150,10 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("message");
         QTest::newRow("a missing file")
             << u"missing"_s << QStringList{} << 1 << "the server has no file missing"_ba;
-        QTest::newRow("a folder") << u"folder"_s << QStringList{} << 1
-                                  << "the server has no file folder"_ba;
+        QTest::newRow("a directory")
+            << u"folder"_s << QStringList{} << 1 << "brix: folder is a directory\n"_ba;
+        QTest::newRow("a directory with a slash")
+            << u"folder/"_s << QStringList{} << 1 << "brix: folder is a directory\n"_ba;
         QTest::newRow("a file in a missing folder")
             << u"no/such/file"_s << QStringList{} << 1 << "the server has no file no/such/file"_ba;
         QTest::newRow("a path outside the home folder")
@@ -177,6 +179,73 @@ private Q_SLOTS:
         QTEST(result.exitCode, "exitCode");
         QVERIFY(result.out.isEmpty());
         QVERIFY2(result.err.contains(message), result.err.constData());
+    }
+
+    void getToADashWritesToStdout_data()
+    {
+        QTest::addColumn<QStringList>("options");
+        QTest::newRow("plain") << QStringList{};
+        QTest::newRow("quiet") << QStringList{u"--quiet"_s};
+        QTest::newRow("the bytes as they are also as JSON") << QStringList{u"--json"_s};
+    }
+
+    void getToADashWritesToStdout()
+    {
+        QFETCH(QStringList, options);
+        const QByteArray content = pattern(3'000'003);
+        QVERIFY(m_server->start());
+        QVERIFY(writeFile(home(u"file"_s), content));
+        const QTemporaryDir here;
+        auto tool = m_server->client();
+        tool.workingDirectory = here.path();
+        const auto result =
+            tool.run(QStringList{u"get"_s, m_server->url(u"file"_s), u"-"_s} + options);
+        QVERIFY2(result.exitCode == 0, result.err.constData());
+        QVERIFY(result.err.isEmpty());
+        QVERIFY(result.out == content);
+        QVERIFY(namesIn(here.path()).isEmpty());
+        QVERIFY(QFile::exists(home(u"file"_s)));
+    }
+
+    void getToADashRefuses_data()
+    {
+        QTest::addColumn<QStringList>("words");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QByteArray>("message");
+        QTest::newRow("a directory")
+            << QStringList{u"folder"_s} << 1 << "brix: folder is a directory\n"_ba;
+        QTest::newRow("a missing file")
+            << QStringList{u"missing"_s} << 1 << "the server has no file missing"_ba;
+        QTest::newRow("a tree") << QStringList{u"folder"_s, u"-r"_s} << 2
+                                << "-r and --remove-source are not for stdout"_ba;
+        QTest::newRow("to remove the source") << QStringList{u"file"_s, u"--remove-source"_s} << 2
+                                              << "-r and --remove-source are not for stdout"_ba;
+    }
+
+    void getToADashRefuses()
+    {
+        QFETCH(QStringList, words);
+        QFETCH(QByteArray, message);
+        QVERIFY(m_server->start());
+        QVERIFY(QDir(m_server->home()).mkdir(u"folder"_s));
+        QVERIFY(writeFile(home(u"file"_s), "content"));
+        const auto result =
+            m_server->run(QStringList{u"get"_s, m_server->url(words.takeFirst()), u"-"_s} + words);
+        QTEST(result.exitCode, "exitCode");
+        QVERIFY(result.out.isEmpty());
+        QVERIFY2(result.err.contains(message), result.err.constData());
+        QCOMPARE(readFile(home(u"file"_s)), "content"_ba);
+    }
+
+    void fileNamedDashCanBeFetched()
+    {
+        QVERIFY(m_server->start());
+        QVERIFY(writeFile(home(u"file"_s), "content"));
+        const QTemporaryDir here;
+        auto tool = m_server->client();
+        tool.workingDirectory = here.path();
+        QCOMPARE(tool.run({u"get"_s, m_server->url(u"file"_s), u"./-"_s}).exitCode, 0);
+        QCOMPARE(readFile(here.filePath(u"-"_s)), "content"_ba);
     }
 
     void catMakesNoFile()

@@ -188,6 +188,64 @@ private Q_SLOTS:
             QCOMPARE(object.value(key), QJsonValue(QJsonArray()));
     }
 
+    void failureAsJsonIsOneObject_data()
+    {
+        QTest::addColumn<QStringList>("words");
+        QTest::addColumn<QString>("reason");
+        QTest::addColumn<int>("exitCode");
+        const auto row = [](const char *name, const QStringList &words, const QString &reason,
+                            int exitCode) { QTest::newRow(name) << words << reason << exitCode; };
+        row("get of a missing file", {u"get"_s, u"URLmissing"_s, u"LOCALx"_s},
+            u"the server has no missing"_s, 1);
+        row("get -r of a missing directory", {u"get"_s, u"-r"_s, u"URLmissing"_s, u"LOCALx"_s},
+            u"the server has no folder missing"_s, 1);
+        row("get of a directory", {u"get"_s, u"URLfolder"_s, u"LOCALx"_s},
+            u"folder is a folder; give -r"_s, 1);
+        row("get to a place that cannot be made", {u"get"_s, u"URLa.txt"_s, u"LOCALfile/x"_s},
+            u"cannot make the folder LOCALfile"_s, 4);
+        row("put of a missing file", {u"put"_s, u"LOCALmissing"_s, u"URLx"_s},
+            u"there is no file LOCALmissing"_s, 4);
+        row("put into a directory that cannot be made", {u"put"_s, u"LOCALfile"_s, u"URLa.txt/x"_s},
+            u"the server has no directory a.txt and does not make it"_s, 1);
+        row("a URL that is none", {u"get"_s, u"nonsense"_s},
+            u"wrong URL: it does not begin with brix:// (the form is brix://USER@HOST:PORT/PATH)"_s,
+            2);
+    }
+
+    void failureAsJsonIsOneObject()
+    {
+        QFETCH(QStringList, words);
+        QFETCH(QString, reason);
+        QVERIFY(m_server->start());
+        QVERIFY(writeFile(home(u"a.txt"_s), "content"));
+        QVERIFY(QDir(m_server->home()).mkdir(u"folder"_s));
+        QVERIFY(writeFile(local(u"file"_s), "older"));
+        words.replaceInStrings(u"URL"_s, m_server->url());
+        words.replaceInStrings(u"LOCAL"_s, m_dir->path() + u'/');
+        reason.replace(u"LOCAL"_s, m_dir->path() + u'/');
+        const auto result = m_server->run(words + QStringList{u"--json"_s});
+        QTEST(result.exitCode, "exitCode");
+        QCOMPARE(result.lines().size(), 1);
+        const auto object = summary(result);
+        QCOMPARE(object.value("files"_L1).toInteger(-1), 0);
+        const auto failures = object.value("failures"_L1).toArray();
+        QCOMPARE(failures.size(), 1);
+        QCOMPARE(failures.first()["reason"_L1].toString(), reason);
+        QVERIFY2(result.err.contains(reason.toUtf8()), result.err.constData());
+    }
+
+    void wrongPasswordAsJsonIsOneObject()
+    {
+        QVERIFY(m_server->start());
+        auto tool = clientHere();
+        tool.password = u"wrong"_s;
+        const auto result = tool.run({u"get"_s, m_server->url(u"a.txt"_s), u"--json"_s});
+        QCOMPARE(result.exitCode, 1);
+        const auto failures = summary(result).value("failures"_L1).toArray();
+        QCOMPARE(failures.size(), 1);
+        QCOMPARE(failures.first()["name"_L1].toString(), m_server->url(u"a.txt"_s));
+    }
+
     void putFindsItsPlace_data()
     {
         QTest::addColumn<QString>("path");

@@ -87,7 +87,7 @@ void RemoteFile::fail(const QString &refusal) const
     case Error::Login:
         throw ConnectionFailure::loginRefused(m_login.url);
     case Error::File:
-        throw Failure{ExitCode::Refused, refusal.arg(m_name)};
+        throw Refusal{{ExitCode::Refused, refusal.arg(m_name)}};
     case Error::None:
     case Error::Connection:
         break;

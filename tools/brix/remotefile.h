@@ -17,6 +17,11 @@ namespace Brix {
 class RemoteFile final
 {
 public:
+    //! Thrown when the server refuses what was asked of the file itself.
+    struct Refusal : Failure
+    {
+    };
+
     //! Connects, logs in and opens \a path, which failures call \a name.
     RemoteFile(const Login &login, const QString &path, const QString &name,
                QIODevice::OpenMode mode);

@@ -66,12 +66,36 @@ void writeFile(const Login &login, const CatOptions &options, LiveProgress *prog
     }
 }
 
+// A server refuses a directory as it refuses a file that is missing.
+Failure explained(const Login &login, const Failure &refusal)
+{
+    try {
+        Session session(login);
+        session.open();
+        const QString path = requiredPath(login.url);
+        if (session.isFolder(path))
+            return {ExitCode::Refused, u"%1 is a directory"_s.arg(path)};
+    } catch (const Failure &) {
+        // The refusal is what the user has to know.
+    }
+    return refusal;
+}
+
 ExitCode cat(const Output &output, const CatOptions &options)
 {
     return withLogin(options.remote, [&](const Login &login) {
         // On a terminal the bar would stand in the middle of the content.
         LiveProgress progress(output.quiet || Terminal::isOutput());
-        runBlocking(login.interruption, [&] { writeFile(login, options, &progress); });
+        std::optional<Failure> refusal;
+        runBlocking(login.interruption, [&] {
+            try {
+                writeFile(login, options, &progress);
+            } catch (const RemoteFile::Refusal &failure) {
+                refusal = failure;
+            }
+        });
+        if (refusal)
+            throw explained(login, *refusal);
         return ExitCode::Done;
     });
 }
@@ -136,6 +160,13 @@ void removeRemains(const Login &login, const QString &temporary)
 }
 
 } // namespace
+
+ExitCode getToStandardOutput(const Output &output, const RemoteOptions &options)
+{
+    CatOptions whole;
+    whole.remote = options;
+    return cat(output, whole);
+}
 
 // Under another name until it is whole, since an input may break off.
 ExitCode putStandardInput(const Output &output, const RemoteOptions &options)

@@ -9,6 +9,9 @@
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 
+#include <functional>
+#include <optional>
+
 namespace Brix {
 
 using namespace Qt::StringLiterals;
@@ -19,7 +22,7 @@ struct TransferOptions
 {
     RemoteOptions remote;
     QString local;
-    bool fromStdin = false; // the path was "-"
+    bool isStandardStream = false; // the path was "-"
     bool recursive = false;
     bool removeSource = false;
 };
@@ -34,10 +37,13 @@ void declareTransfer(Command *command, TransferOptions *options)
 void declareGet(Command *command, TransferOptions *options)
 {
     declareRemote(command, &options->remote);
-    command->addPath(
-        "LOCAL", &options->local,
-        "Where it goes: a file, or a folder to put it in; with -r the folder that receives the "
-        "content. Default: its own name in the current folder");
+    command
+        ->addPath("LOCAL", &options->local,
+                  "Where it goes: a file, or a folder to put it in; with -r the folder that "
+                  "receives the content; \"-\" writes the content to stdout. Default: its own name "
+                  "in the current folder")
+        .addStore(
+            [options](const auto &texts) { options->isStandardStream = texts.front() == "-"; });
     declareTransfer(command, options);
 }
 
@@ -47,9 +53,32 @@ void declarePut(Command *command, TransferOptions *options)
         ->addPath("LOCAL", &options->local,
                   "The file or, with -r, the folder; \"-\" stores what comes from stdin")
         .setRequired()
-        .addStore([options](const auto &texts) { options->fromStdin = texts.front() == "-"; });
+        .addStore(
+            [options](const auto &texts) { options->isStandardStream = texts.front() == "-"; });
     declareRemote(command, &options->remote);
     declareTransfer(command, options);
+}
+
+using TransferWork = std::function<void(Session &, const RemoteUrl &, TransferReport &)>;
+
+// Runs the work and writes its report. With --json, a transfer that fails as a whole has a report
+// too.
+ExitCode withReport(const Output &output, const TransferOptions &options, const TransferWork &work)
+{
+    std::optional<TransferReport> report;
+    try {
+        withSession(options.remote, [&](Session &session, const RemoteUrl &url) {
+            work(session, url, report.emplace());
+            return ExitCode::Done;
+        });
+    } catch (const Failure &failure) {
+        if (!output.json)
+            throw;
+        if (!report)
+            report.emplace();
+        report->addFailure(options.remote.url, failure.code, failure.text);
+    }
+    return report->write(output);
 }
 
 // The name that something from the URL has here when none is given.
@@ -88,18 +117,19 @@ void getFile(Session &session, const RemoteUrl &url, const TransferOptions &opti
 
 ExitCode get(const Output &output, const TransferOptions &options)
 {
-    return withSession(options.remote, [&](Session &session, const RemoteUrl &url) {
-        TransferReport report;
-        {
-            ProgressBar progress(output.quiet);
-            Download download(session, progress, report, options.removeSource);
-            if (options.recursive)
-                getTree(session, url, options, &download);
-            else
-                getFile(session, url, options, &download);
-        }
-        return report.write(output);
-    });
+    if (options.isStandardStream && (options.recursive || options.removeSource))
+        throw Failure{ExitCode::Usage, u"-r and --remove-source are not for stdout"_s};
+    if (options.isStandardStream)
+        return getToStandardOutput(output, options.remote);
+    return withReport(output, options,
+                      [&](Session &session, const RemoteUrl &url, TransferReport &report) {
+                          ProgressBar progress(output.quiet);
+                          Download download(session, progress, report, options.removeSource);
+                          if (options.recursive)
+                              getTree(session, url, options, &download);
+                          else
+                              getFile(session, url, options, &download);
+                      });
 }
 
 void putTree(const RemoteUrl &url, const TransferOptions &options, Upload *upload)
@@ -126,22 +156,19 @@ void putFile(Session &session, const RemoteUrl &url, const TransferOptions &opti
 
 ExitCode put(const Output &output, const TransferOptions &options)
 {
-    if (options.fromStdin && (options.recursive || options.removeSource))
+    if (options.isStandardStream && (options.recursive || options.removeSource))
         throw Failure{ExitCode::Usage, u"-r and --remove-source are not for stdin"_s};
-    if (options.fromStdin)
+    if (options.isStandardStream)
         return putStandardInput(output, options.remote);
-    return withSession(options.remote, [&](Session &session, const RemoteUrl &url) {
-        TransferReport report;
-        {
-            ProgressBar progress(output.quiet);
-            Upload upload(session, progress, report, options.removeSource);
-            if (options.recursive)
-                putTree(url, options, &upload);
-            else
-                putFile(session, url, options, &upload);
-        }
-        return report.write(output);
-    });
+    return withReport(output, options,
+                      [&](Session &session, const RemoteUrl &url, TransferReport &report) {
+                          ProgressBar progress(output.quiet);
+                          Upload upload(session, progress, report, options.removeSource);
+                          if (options.recursive)
+                              putTree(url, options, &upload);
+                          else
+                              putFile(session, url, options, &upload);
+                      });
 }
 
 } // namespace
