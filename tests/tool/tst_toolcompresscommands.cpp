@@ -330,14 +330,6 @@ private Q_SLOTS:
                                 "compressed  37\n"_ba
                              << R"({"algorithm":"lzw","compressed":37,"crc":"cbf43926",)"
                                 R"("plain":9,"whole":true})"_ba;
-        QTest::newRow("no whole checksum") << lz4(QByteArray()).first(22)
-                                           << "algorithm   lz4\n"
-                                              "crc         00000000\n"
-                                              "plain       0\n"
-                                              "compressed  22\n"
-                                              "blocks      0\n"_ba
-                                           << R"({"algorithm":"lz4","blocks":0,"compressed":22,)"
-                                              R"("crc":"00000000","plain":0,"whole":true})"_ba;
         QTest::newRow("none") << container("123456789", new SNullCompressor)
                               << "algorithm   none\n"
                                  "crc         cbf43926\n"
@@ -358,6 +350,17 @@ private Q_SLOTS:
         QTEST(result.out, "told");
         QCOMPARE(compress({u"--list"_s, u"--json"_s, u"packed"_s}).out, json + '\n');
         QCOMPARE(files(), QStringList{u"packed"_s});
+    }
+
+    void listReportsAMissingChecksum()
+    {
+        write(u"packed"_s, lz4(QByteArray()).first(22));
+        const auto result = compress({u"--list"_s, u"--json"_s, u"packed"_s});
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY2(result.err.contains("is damaged"), result.err.constData());
+        QCOMPARE(result.out, R"({"algorithm":"lz4","blocks":0,"compressed":22,)"
+                             R"("crc":"00000000","plain":0,"whole":false})"
+                             "\n"_ba);
     }
 
     void listCountsBlocks()
@@ -520,6 +523,9 @@ private Q_SLOTS:
         QTest::newRow("a stream missing") << whole.first(24) << "is damaged"_ba;
         QTest::newRow("a length of 4 GiB") << whole.first(24) + QByteArray(4, '\xFF') + "content"
                                            << "is damaged"_ba;
+        const QByteArray empty = lz4(QByteArray());
+        for (const int size : {20, 21, 22, 23})
+            QTest::addRow("%d bytes", size) << empty.first(size) << "is damaged"_ba;
         QTest::newRow("half of the head") << whole.first(10) << "is not a compressed file"_ba;
         QTest::newRow("nothing") << QByteArray() << "is not a compressed file"_ba;
         QTest::newRow("a plain text") << text(1000) << "is not a compressed file"_ba;
@@ -651,31 +657,46 @@ private Q_SLOTS:
     void fullDiskLeavesNothing_data()
     {
         QTest::addColumn<QStringList>("arguments");
-        QTest::newRow("compress") << QStringList{u"compress"_s, u"file"_s, u"out"_s};
-        QTest::newRow("compress, a temporary file")
-            << QStringList{u"compress"_s, u"file"_s, u"-"_s};
-        QTest::newRow("decompress") << QStringList{u"decompress"_s, u"packed"_s, u"out"_s};
+        QTest::addColumn<int>("room");
+        // Qt writes the first and the last bytes from a buffer, and the others at once.
+        for (const int room : {10, 1000, 131'100, 500'000}) {
+            const auto row = [room](const char *name, const QStringList &arguments) {
+                QTest::addRow("%s, room for %d bytes", name, room) << arguments << room;
+            };
+            row("compress", {u"compress"_s, u"file"_s, u"out"_s});
+            row("compress by lzw",
+                {u"compress"_s, u"--algorithm"_s, u"lzw"_s, u"file"_s, u"out"_s});
+            if (room < 2000)
+                row("compress a small file", {u"compress"_s, u"small"_s, u"out"_s});
+            row("compress, a temporary file", {u"compress"_s, u"file"_s, u"-"_s});
+            row("raw", {u"compress"_s, u"--raw"_s, u"file"_s, u"out"_s});
+            row("decompress", {u"decompress"_s, u"packed"_s, u"out"_s});
+        }
     }
 
     void fullDiskLeavesNothing()
     {
         QFETCH(QStringList, arguments);
-        const QByteArray content = disorder(2'000'000);
+        QFETCH(int, room);
+        const QByteArray content = disorder(600'000);
         write(u"file"_s, content);
+        write(u"small"_s, disorder(2000));
         write(u"packed"_s, lz4(content));
         QProcess process;
         m_tool.prepare(&process, arguments);
         // No file of the process may grow beyond that, as on a disk that is full.
-        process.setChildProcessModifier([] {
-            const rlimit limit{500'000, 500'000};
+        process.setChildProcessModifier([room] {
+            const rlimit limit{rlim_t(room), rlim_t(room)};
             setrlimit(RLIMIT_FSIZE, &limit);
             std::signal(SIGXFSZ, SIG_IGN);
         });
         process.start();
         QVERIFY(waitForEnd(process));
         QCOMPARE(process.exitCode(), 4);
-        QVERIFY(process.readAllStandardError().contains("cannot write"));
-        QCOMPARE(files(), (QStringList{u"file"_s, u"packed"_s}));
+        const QByteArray message = process.readAllStandardError();
+        QVERIFY2(message.contains("cannot write"), message.constData());
+        QVERIFY2(message.endsWith(": File too large\n"), message.constData());
+        QCOMPARE(files(), (QStringList{u"file"_s, u"packed"_s, u"small"_s}));
     }
 
     void falseLengthsNeedNoMemory()

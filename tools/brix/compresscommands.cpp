@@ -268,7 +268,11 @@ ExitCode decompress(const Output &output, const DecompressOptions &options)
                     [&](LiveProgress *progress) {
                         LocalInput source(places.input, &progress->done);
                         progress->total = source.fileSize();
-                        algorithm = algorithmOf(places.input, source.head(kHashBytes));
+                        const QByteArray head = source.head(kHeadBytes);
+                        algorithm = algorithmOf(places.input, head);
+                        // The library takes a missing checksum for that of no content.
+                        if (head.size() < kHeadBytes)
+                            throw damaged(places.input);
                         LocalOutput target(places.output, LocalOutput::Stdout::AtOnce);
                         const bool whole = SCompressorDevice::decompress(
                             &source, &target, algorithm.make(algorithm.lowestLevel).release());
@@ -332,8 +336,10 @@ Content contentOf(const LocalPlace &input, LiveProgress *progress)
         blocks.add(bytes.sliced(skipped));
     });
     Counter plain;
-    content.isWhole = SCompressorDevice::decompress(
-        &source, &plain, content.algorithm.make(content.algorithm.lowestLevel).release());
+    content.isWhole =
+        SCompressorDevice::decompress(
+            &source, &plain, content.algorithm.make(content.algorithm.lowestLevel).release()) &&
+        head.size() == kHeadBytes;
     // What lies behind the last block that could be read counts as well.
     source.drain();
     source.throwFailure();

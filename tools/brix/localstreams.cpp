@@ -150,7 +150,8 @@ void LocalOutput::commit()
     throwFailure();
     if (auto *file = qobject_cast<QSaveFile *>(m_file.get())) {
         // commit() would not tell that the last bytes could not be written.
-        if (!file->flush() || !file->commit())
+        const bool flushed = file->flush() || file->flush();
+        if (!flushed || !file->commit())
             keepFileError();
     } else if (m_file) {
         writeSpool();
@@ -188,7 +189,12 @@ bool LocalOutput::open(OpenMode mode)
 
 bool LocalOutput::seek(qint64 position)
 {
-    return QIODevice::seek(position) && m_file && m_file->seek(position);
+    if (!m_file || !QIODevice::seek(position))
+        return false;
+    const bool sought = m_file->seek(position);
+    if (!sought)
+        keepFileError();
+    return sought;
 }
 
 qint64 LocalOutput::readData(char *, qint64)
@@ -215,8 +221,11 @@ qint64 LocalOutput::writeData(const char *data, qint64 size)
     return count;
 }
 
+// After a short write of its buffer, Qt has no reason. Writing the rest fails with the system's.
 void LocalOutput::keepFileError()
 {
+    if (m_file->isOpen())
+        static_cast<void>(m_file->flush());
     const QString name =
         m_place.isStandardStream() ? u"a temporary file for stdout"_s : m_place.path;
     m_failure =
