@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // brix ls, mkdir, rm, mv, cp, chmod, df, pwd, exists: one command on the server's files each.
+#include "copycheck.h"
 #include "remotecommand.h"
 #include "remotepath.h"
 
@@ -206,18 +207,24 @@ void copyFolder(Session &session, const QString &from, const QString &to)
 {
     if (session.exists(to))
         refuse(u"there is a %1 already"_s.arg(to));
+    CopyCheck check(session, from, to);
+    check.noteTree();
     if (!session.ask(CommandIds::kCopyDir, [&](Server &server) { server.copyDir(from, to); })
              .result)
         refuse(u"the server does not copy all of %1 to %2"_s.arg(from, to));
+    check.compareTree();
 }
 
 void copyFile(Session &session, const QString &from, const QString &to)
 {
     if (session.isFolder(to))
         refuse(u"%1 is a folder; write %1/ to copy into it"_s.arg(to));
+    CopyCheck check(session, from, to);
+    check.noteFile();
     if (!session.ask(CommandIds::kCopyFile, [&](Server &server) { server.copyFile(from, to); })
              .result)
         refuse(u"the server does not copy %1 to %2"_s.arg(from, to));
+    check.compareFile();
 }
 
 ExitCode copy(const Output &, const RecursiveOptions &options)

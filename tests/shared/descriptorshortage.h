@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtCore/QtGlobal>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+//! As long as this object lives, the process can open nothing: it has no descriptor left.
+class DescriptorShortage
+{
+public:
+    DescriptorShortage()
+    {
+        getrlimit(RLIMIT_NOFILE, &m_limit);
+        // The lowest number that is free; what is already open stays open.
+        const int free = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+        ::close(free);
+        const rlimit few{static_cast<rlim_t>(free), m_limit.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &few);
+    }
+    ~DescriptorShortage() { setrlimit(RLIMIT_NOFILE, &m_limit); }
+    Q_DISABLE_COPY_MOVE(DescriptorShortage)
+
+private:
+    rlimit m_limit = {};
+};
