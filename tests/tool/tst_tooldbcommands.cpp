@@ -130,7 +130,8 @@ private Q_SLOTS:
     {
         const auto result = m_place->asOwner({u"create"_s, u"no/inks.db"_s, u"--key"_s, u"name"_s});
         QCOMPARE(result.exitCode, 4);
-        QVERIFY2(result.err.contains("the folder is missing"), result.err.constData());
+        QVERIFY2(result.err.contains("inks.db.lck: No such file or directory"),
+                 result.err.constData());
     }
 
     void createOnAFullDiskLeavesNothing()
@@ -299,6 +300,91 @@ private Q_SLOTS:
                      result.err.constData());
         }
         QCOMPARE(m_place->read(), before);
+    }
+
+#ifdef Q_OS_LINUX
+    // The lock file can be created, and its text has no room.
+    void fullDiskIsTheReasonThatIsTold()
+    {
+        QVERIFY(m_place->create());
+        QVERIFY(m_place->fill({u"cyan"_s}));
+        for (const QStringList &arguments :
+             {QStringList{u"list"_s, u"inks.db"_s}, QStringList{u"get"_s, u"inks.db"_s, u"cyan"_s},
+              QStringList{u"rm"_s, u"inks.db"_s, u"cyan"_s}, QStringList{u"purge"_s, u"inks.db"_s},
+              QStringList{u"create"_s, u"new.db"_s, u"--key"_s, u"name"_s}}) {
+            QProcess process;
+            m_place->tool.prepare(&process, QStringList{u"db"_s} + arguments +
+                                                QStringList{u"--user"_s, u"ada"_s});
+            limitFileSize(&process, 0);
+            process.start();
+            QVERIFY(process.waitForFinished(30'000));
+            const QByteArray error = process.readAllStandardError();
+            QCOMPARE(process.exitCode(), 4);
+            QVERIFY2(error.contains(".lck: File too large"), error.constData());
+        }
+        QCOMPARE(m_place->databases(), QStringList{u"inks.db"_s});
+    }
+#endif
+
+    // unlock
+
+    void lockOfAnotherHostIsToldWithOwnerHostAndTime()
+    {
+        QVERIFY(m_place->create());
+        QVERIFY(m_place->fill({u"cyan"_s}));
+        QVERIFY(m_place->write(u"inks.db.lck"_s, "4711\nplotter\nother.example\n"));
+        const QDateTime written = QFileInfo(m_place->path(u"inks.db.lck"_s)).lastModified();
+        const QByteArray owner =
+            "inks.db is in use by process 4711 (plotter) on other.example since " +
+            written.toUTC().toString(Qt::ISODate).toLatin1();
+        const auto listed = m_place->db({u"list"_s, u"inks.db"_s});
+        QCOMPARE(listed.exitCode, 4);
+        QVERIFY2(listed.err.contains(owner), listed.err.constData());
+        QVERIFY2(listed.err.contains("brix db unlock"), listed.err.constData());
+        const auto refused = m_place->db({u"unlock"_s, u"inks.db"_s});
+        QCOMPARE(refused.exitCode, 1);
+        QVERIFY2(refused.err.contains(owner), refused.err.constData());
+        QVERIFY(QFile::exists(m_place->path(u"inks.db.lck"_s)));
+        const auto forced = m_place->db({u"unlock"_s, u"inks.db"_s, u"--force"_s});
+        QCOMPARE(forced.exitCode, 0);
+        QVERIFY(!QFile::exists(m_place->path(u"inks.db.lck"_s)));
+        QCOMPARE(m_place->db({u"list"_s, u"inks.db"_s}).exitCode, 0);
+    }
+
+    void unlockRemovesTheLockOfNoLivingProgram_data()
+    {
+        QTest::addColumn<QByteArray>("lock");
+        const QByteArray host = QSysInfo::machineHostName().toUtf8();
+        QTest::newRow("ended") << QByteArray("2147483600\nplotter\n" + host + '\n');
+        QTest::newRow("unreadable") << QByteArray("no lock at all");
+        QTest::newRow("empty") << QByteArray();
+    }
+
+    void unlockRemovesTheLockOfNoLivingProgram()
+    {
+        QFETCH(QByteArray, lock);
+        QVERIFY(m_place->create());
+        QVERIFY(m_place->write(u"inks.db.lck"_s, lock));
+        const auto result = m_place->db({u"unlock"_s, u"inks.db"_s, u"--json"_s});
+        QCOMPARE(result.exitCode, 0);
+        QCOMPARE(ToolDatabase::object(result.out).value("wasLocked"_L1).toBool(), true);
+        QVERIFY(!QFile::exists(m_place->path(u"inks.db.lck"_s)));
+        const auto again = m_place->db({u"unlock"_s, u"inks.db"_s});
+        QCOMPARE(again.exitCode, 0);
+        QVERIFY2(again.out.contains("is not locked"), again.out.constData());
+    }
+
+    void unlockLeavesALivingProgramItsLock()
+    {
+        QVERIFY(m_place->create());
+        SDBText holder;
+        QVERIFY(holder.open(m_place->path()));
+        const auto result = m_place->db({u"unlock"_s, u"inks.db"_s});
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY2(result.err.contains("is in use by process " +
+                                     QByteArray::number(QCoreApplication::applicationPid())),
+                 result.err.constData());
+        QVERIFY(QFile::exists(m_place->path(u"inks.db.lck"_s)));
     }
 
     void wrongPasswordOfTheOwnerIsRefused()

@@ -113,6 +113,28 @@ private Q_SLOTS:
         QVERIFY(process.readAllStandardError().contains("cannot write to stdout"));
     }
 
+    void exportEndsQuietlyWhenNobodyReads()
+    {
+        QStringList names;
+        for (int i = 0; i < 2000; ++i)
+            names.append(u"ink%1"_s.arg(i));
+        QVERIFY(m_place->fill(names));
+        QProcess tool;
+        m_place->tool.prepare(&tool, {u"db"_s, u"export"_s, u"inks.db"_s});
+        QProcess head;
+        head.setProgram(u"head"_s);
+        head.setArguments({u"-n1"_s});
+        tool.setStandardOutputProcess(&head);
+        tool.start();
+        head.start();
+        QVERIFY(tool.waitForFinished(30'000));
+        QVERIFY(head.waitForFinished(30'000));
+        QCOMPARE(tool.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(tool.exitCode(), 0);
+        QCOMPARE(tool.readAllStandardError(), QByteArray());
+        QCOMPARE(head.readAllStandardOutput().count('\n'), 1);
+    }
+
     void exportTellsOfDamage()
     {
         QVERIFY(m_place->fill({u"cyan"_s, u"magenta"_s}));

@@ -136,8 +136,26 @@ private Q_SLOTS:
         process.start();
         QVERIFY(process.waitForFinished(30'000));
         QCOMPARE(process.exitCode(), 4);
-        QVERIFY(process.readAllStandardError().contains("cannot write"));
+        QVERIFY(process.readAllStandardError().contains("inks.db: File too large"));
         QVERIFY(m_place->record(u"cyan"_s).checkSignature());
+    }
+
+    void setOfAChangedRecordIsRefused()
+    {
+        QVERIFY(m_place->fill({u"cyan"_s, u"magenta"_s}));
+        QVERIFY(m_place->write(u"inks.db"_s, m_place->read().replace("level = 7", "level = 9")));
+        const QByteArray before = m_place->read();
+        const qsizetype line = before.first(before.indexOf("name = magenta")).count('\n') + 1;
+        const auto result = set({u"magenta"_s, u"maker=Ann"_s});
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY2(result.err.contains("inks.db:" + QByteArray::number(line) +
+                                     ": the signature of \"magenta\" does not match"),
+                 result.err.constData());
+        QCOMPARE(m_place->read(), before);
+        QCOMPARE(set({u"cyan"_s, u"maker=Ann"_s}).exitCode, 0);
+        QCOMPARE(set({u"magenta"_s, u"maker=Ann"_s, u"--accept-changed"_s}).exitCode, 0);
+        QVERIFY(m_place->record(u"magenta"_s).checkSignature());
+        QCOMPARE(m_place->record(u"magenta"_s).value(u"level"_s), QVariant(u"9"_s));
     }
 
     // get

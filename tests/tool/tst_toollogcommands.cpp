@@ -390,6 +390,24 @@ private Q_SLOTS:
         QCOMPARE(logger.last().value(SLogger::logId()).toString(), u"E1"_s);
     }
 
+    void pinOfAChangedEntryIsRefused()
+    {
+        QVERIFY(fill(2));
+        QByteArray bytes = m_place->read(u"machine.log"_s);
+        QVERIFY(m_place->write(u"machine.log"_s, bytes.replace("logid = E2", "logid = E9")));
+        const QByteArray before = m_place->read(u"machine.log"_s);
+        const qsizetype line =
+            before.first(before.indexOf("_uniqueinckey = 0000000000000002")).count('\n') + 1;
+        const auto result = asOwner({u"pin"_s, u"machine.log"_s, u"1"_s, u"2"_s});
+        QCOMPARE(result.exitCode, 1);
+        QCOMPARE(result.out, "pinned, now 3\n"_ba);
+        QVERIFY2(result.err.contains("machine.log:" + QByteArray::number(line) +
+                                     ": the signature of \"0000000000000002\" does not match"),
+                 result.err.constData());
+        QCOMPARE(asOwner({u"pin"_s, u"machine.log"_s, u"2"_s, u"--accept-changed"_s}).out,
+                 "pinned, now 4\n"_ba);
+    }
+
     void pinTellsWhatIsMissing()
     {
         QVERIFY(fill(2));

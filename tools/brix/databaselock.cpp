@@ -1,6 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "databaselock.h"
 
+#include <QtCore/QDateTime>
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+#include <QtCore/QSysInfo>
+#include <QtCore/QTemporaryFile>
+
 #include <chrono>
 
 namespace Brix {
@@ -25,15 +31,50 @@ std::optional<LockHolder> holderOf(const QLockFile &lock)
     return std::nullopt;
 }
 
+// Whether the system can tell here that the program has ended.
+bool isOfThisHost(const LockHolder &holder)
+{
+    return holder.process != 0 &&
+           (holder.host.isEmpty() || holder.host == QSysInfo::machineHostName());
+}
+
+QString textOf(const QString &file, const LockHolder &holder)
+{
+    const QDateTime written = QFileInfo(lockFileOf(file)).lastModified();
+    const QString since =
+        written.isValid() ? u" since %1"_s.arg(written.toUTC().toString(Qt::ISODate)) : QString();
+    return u"%1 is in use by %2%3"_s.arg(file, holder.text(), since);
+}
+
 Failure heldBy(const QString &file, const LockHolder &holder)
 {
-    return {ExitCode::LocalIo, u"%1 is in use by %2"_s.arg(file, holder.text())};
+    const QString hint =
+        isOfThisHost(holder) ? QString() : u"; if it is not, \"brix db unlock\" removes the lock"_s;
+    return {ExitCode::LocalIo, textOf(file, holder) + hint};
+}
+
+// Why no file can be made beside \a file, in the words of the system: a lock does not tell.
+QString reasonBeside(const QString &file)
+{
+    QTemporaryFile probe(QFileInfo(file).path() + u"/.brix-XXXXXX"_s);
+    constexpr qint64 kLockBytes = 4096;
+    if (probe.open() && probe.write(QByteArray(kLockBytes, ' ')) == kLockBytes && probe.flush())
+        return u"the system gives no reason"_s;
+    return probe.errorString();
 }
 
 Failure notToBeMade(const QString &file)
 {
-    return {ExitCode::LocalIo,
-            u"cannot make %1: the folder is missing or may not be written"_s.arg(lockFileOf(file))};
+    return {ExitCode::LocalIo, u"cannot create %1: %2"_s.arg(lockFileOf(file), reasonBeside(file))};
+}
+
+// A lock file that names no owner: the system knows whether a program of this host has it.
+bool takeUnreadable(QLockFile *lock)
+{
+    lock->setStaleLockTime(1);
+    const bool isTaken = lock->tryLock(kPatience);
+    lock->setStaleLockTime(0);
+    return isTaken;
 }
 
 } // namespace
@@ -41,7 +82,7 @@ Failure notToBeMade(const QString &file)
 QString LockHolder::text() const
 {
     if (process == 0)
-        return u"another program"_s;
+        return u"another program, which its lock file does not name,"_s;
     const QString program = u"process %1 (%2)"_s.arg(QString::number(process), application);
     return host.isEmpty() ? program : u"%1 on %2"_s.arg(program, host);
 }
@@ -66,8 +107,36 @@ void DatabaseLock::require() const
 
 Failure DatabaseLock::failure(const QString &file)
 {
-    const auto holder = holderOf(QLockFile(lockFileOf(file)));
-    return holder ? heldBy(file, *holder) : notToBeMade(file);
+    const QString name = lockFileOf(file);
+    const auto holder = holderOf(QLockFile(name));
+    // A lock file that can't be read, or is not written yet, is a lock as well.
+    return holder || QFileInfo::exists(name) ? heldBy(file, holder.value_or(LockHolder()))
+                                             : notToBeMade(file);
+}
+
+bool DatabaseLock::unlock(const QString &file, bool force)
+{
+    const QString name = lockFileOf(file);
+    if (!QFileInfo::exists(name))
+        return false;
+    QLockFile lock(name);
+    lock.setStaleLockTime(0);
+    // Qt takes the lock of a program of this host that has ended. Unlocking removes the file.
+    if (lock.tryLock(kPatience))
+        return true;
+    if (lock.error() != QLockFile::LockFailedError)
+        throw notToBeMade(file);
+    const auto holder = holderOf(lock);
+    if (!holder && takeUnreadable(&lock))
+        return true;
+    if (!force)
+        throw Failure{ExitCode::Refused, u"%1; --force removes the lock all the same"_s.arg(
+                                             textOf(file, holder.value_or(LockHolder())))};
+    QFile lockFile(name);
+    if (!lockFile.remove())
+        throw Failure{ExitCode::LocalIo,
+                      u"cannot remove %1: %2"_s.arg(name, lockFile.errorString())};
+    return true;
 }
 
 } // namespace Brix

@@ -36,6 +36,13 @@ public:
     //! Whose it is, when it is another program's. Nobody's where no lock file can be made.
     const std::optional<LockHolder> &holder() const { return m_holder; }
 
+    /*!
+     * Removes the lock file of \a file; returns false if there is none. Throws Failure when the
+     * program that has the lock may still run, which can't be known of one on another host; with
+     * \a force the lock file is removed all the same.
+     */
+    static bool unlock(const QString &file, bool force);
+
     //! Why a database said that it cannot have the lock of \a file.
     static Failure failure(const QString &file);
 

@@ -190,6 +190,32 @@ ExitCode info(const Output &output, const DatabaseOptions &options)
     return ExitCode::Done;
 }
 
+// unlock
+
+struct UnlockOptions
+{
+    QString file;
+    bool force = false;
+};
+
+void declareUnlock(Command *command, UnlockOptions *options)
+{
+    command->addPath("FILE", &options->file, "The database file").setRequired();
+    command->addFlag("--force", &options->force,
+                     "Remove the lock although a program may still have it. Two programs that "
+                     "write to a database at the same time destroy it");
+}
+
+ExitCode unlock(const Output &output, const UnlockOptions &options)
+{
+    OpenDatabase::requireFile(options.file);
+    const QString file = QFileInfo(options.file).canonicalFilePath();
+    const bool wasLocked = DatabaseLock::unlock(file, options.force);
+    output.result((wasLocked ? u"unlocked %1"_s : u"%1 is not locked"_s).arg(options.file),
+                  {{u"file"_s, options.file}, {u"wasLocked"_s, wasLocked}});
+    return ExitCode::Done;
+}
+
 } // namespace
 
 void addDbFileCommands(Command *family)
@@ -200,6 +226,9 @@ void addDbFileCommands(Command *family)
     addCommand<DatabaseOptions>(family, "info",
                                 "Tell whose a database is, what it grants and how full it is",
                                 "brix db info inks.db", declareDatabase, info);
+    addCommand<UnlockOptions>(family, "unlock",
+                              "Remove the lock that a program which has ended left behind",
+                              "brix db unlock inks.db", declareUnlock, unlock);
 }
 
 } // namespace Brix

@@ -3,6 +3,7 @@
 #include "dbcommands.h"
 #include "fieldrules.h"
 #include "recordjson.h"
+#include "standardstreams.h"
 #include "terminal.h"
 
 #include <brixrt/sfilehelper.h>
@@ -44,22 +45,34 @@ struct Exported
     qint64 unsound = 0;
 };
 
-Exported exportRecords(OpenDatabase &database, LocalOutput *target)
+// False when nobody reads stdout any more, as after "brix db export inks.db | head".
+bool writeTo(LocalOutput *target, const LocalPlace &place, const QByteArray &line)
+{
+    if (target->write(line) == line.size())
+        return true;
+    if (place.isStandardStream() && !StandardStreams::hasReader())
+        return false;
+    target->throwFailure();
+    return true;
+}
+
+Exported exportRecords(OpenDatabase &database, const LocalPlace &place)
 {
     Exported done;
     const QList<SDBField> keys = database->values(QString());
     database.require(database->error() == DBError::NoError);
-    target->open(QIODevice::WriteOnly);
-    target->throwFailure();
+    LocalOutput target(place, LocalOutput::Stdout::AtOnce);
+    target.open(QIODevice::WriteOnly);
+    target.throwFailure();
     for (const SDBField &key : keys) {
         throwIfInterrupted();
         const SDBRecord record = database.record(key.value().toString());
-        target->write(RecordJson::fromRecord(record) + '\n');
-        target->throwFailure();
+        if (!writeTo(&target, place, RecordJson::fromRecord(record) + '\n'))
+            return done;
         ++done.records;
         done.unsound += record.checkSignature() ? 0 : 1;
     }
-    target->commit();
+    target.commit();
     return done;
 }
 
@@ -68,10 +81,8 @@ ExitCode exportAll(const Output &output, const ExportOptions &options)
     const LocalPlace place = options.target.place();
     requireOtherFile(options.database.file, place);
     Exported done;
-    withDatabase(options.database, [&](OpenDatabase &database) {
-        LocalOutput target(place, LocalOutput::Stdout::AtOnce);
-        done = exportRecords(database, &target);
-    });
+    withDatabase(options.database,
+                 [&](OpenDatabase &database) { done = exportRecords(database, place); });
     if (done.unsound > 0)
         output.note(u"brix: the signatures of %1 do not match"_s.arg(
             counted(done.unsound, u"record"_s, u"records"_s)));

@@ -4,6 +4,7 @@
 #include "fieldrules.h"
 #include "printabletext.h"
 #include "recordjson.h"
+#include "signaturecheck.h"
 
 #include <QtCore/QJsonArray>
 
@@ -71,6 +72,7 @@ struct SetOptions
     DatabaseOptions database;
     QString key;
     QStringList fields;
+    bool acceptChanged = false;
 };
 
 void declareSet(Command *command, SetOptions *options)
@@ -81,6 +83,8 @@ void declareSet(Command *command, SetOptions *options)
                   "The record's key; \"-\" for a new record where the database makes the keys")
         .setRequired();
     declareFields(command, &options->fields).setRequired();
+    command->addFlag("--accept-changed", &options->acceptChanged,
+                     "Change the record also if its signature does not match; it is signed again");
 }
 
 Failure wrongUsage(const QString &text)
@@ -103,6 +107,8 @@ std::pair<SDBRecord, bool> changedRecord(OpenDatabase &database, const SetOption
         database.makesKeys() ? options.key == kNewRecord : !database->contains(options.key);
     if (!isNew) {
         record = database.record(options.key);
+        if (!options.acceptChanged)
+            requireSignature(options.database.file, keyName, options.key, record);
     } else if (!database.makesKeys()) {
         const QString keyFault = FieldRules::faultOfKey(options.key);
         if (!keyFault.isEmpty())
@@ -111,14 +117,6 @@ std::pair<SDBRecord, bool> changedRecord(OpenDatabase &database, const SetOption
     }
     record.insert(fields);
     return {record, !isNew};
-}
-
-// The old record goes before the new one comes, and is lost with it.
-Failure lost(const OpenDatabase &database, const QString &key)
-{
-    return {ExitCode::LocalIo,
-            u"cannot write %1: the disk is full, or it failed; the old record %2 is removed "
-            "already"_s.arg(database.file(), key)};
 }
 
 ExitCode set(const Output &output, const SetOptions &options)
@@ -132,10 +130,7 @@ ExitCode set(const Output &output, const SetOptions &options)
         replaced = isThere;
         QObject::connect(&*database, &SDBText::recordInserted,
                          [&](const QString &inserted) { key = inserted; });
-        const bool isDone = isThere ? database->replace(record) : database->insert(record);
-        if (!isDone && isThere && !database->contains(options.key))
-            throw lost(database, options.key);
-        database.require(isDone);
+        database.require(isThere ? database->replace(record) : database->insert(record));
     });
     output.result((replaced ? u"replaced %1"_s : u"added %1"_s).arg(key),
                   {{u"key"_s, key}, {u"replaced"_s, replaced}});

@@ -5,6 +5,7 @@
 #include "logentry.h"
 #include "newdatabase.h"
 #include "readonlydevice.h"
+#include "signaturecheck.h"
 
 #include <brixrt/slocale.h>
 
@@ -128,12 +129,15 @@ struct PinOptions
 {
     DatabaseOptions log;
     QStringList numbers;
+    bool acceptChanged = false;
 };
 
 void declarePin(Command *command, PinOptions *options)
 {
     declareDatabase(command, &options->log);
     command->addList("NUMBER", &options->numbers, "Numbers of the entries").setRequired();
+    command->addFlag("--accept-changed", &options->acceptChanged,
+                     "Change an entry also if its signature does not match; it is signed again");
 }
 
 // The entry as it is now; throws when there is none.
@@ -143,6 +147,8 @@ SDBRecord pinned(SLogger &log, const PinOptions &options, const QString &number,
     const QList<SDBRecord> found = log.search(SDBRecord::uniqueIncKey(), key);
     if (found.isEmpty())
         throw Failure{ExitCode::Refused, u"%1 has no entry %2"_s.arg(options.log.file, number)};
+    if (!options.acceptChanged)
+        requireSignature(options.log.file, SDBRecord::uniqueIncKey(), key, found.first());
     if (!log.pinDown(found.first(), pin))
         throw OpenDatabase::failure(options.log.file, log.error());
     return log.last();

@@ -28,13 +28,22 @@ Failure refused(const QString &text)
 
 } // namespace
 
+qint64 ReasonedFile::writeData(const char *data, qint64 size)
+{
+    const qint64 count = QFile::writeData(data, size);
+    if (count < size)
+        m_writeReason = errorString();
+    return count;
+}
+
 OpenDatabase::OpenDatabase(const QString &file, const DatabaseLogin &login, const QString &name)
     : m_file(name.isEmpty() ? file : name)
     , m_isAnonymous(login.user.isEmpty())
 {
     requireFile(file);
     // Its companions lie beside the file, not beside a link to it.
-    require(m_database.open(QFileInfo(file).canonicalFilePath()));
+    m_device.setFileName(QFileInfo(file).canonicalFilePath());
+    require(m_database.open(&m_device));
     // Asked later, the owner would get the rights that he has himself.
     m_grants = m_database.grants();
     authenticate(&m_database, m_file, login);
@@ -76,6 +85,9 @@ bool OpenDatabase::makesKeys() const
 
 Failure OpenDatabase::failureOfUser(DBError error) const
 {
+    const bool isWriteError = error == DBError::WriteError || error == DBError::NoError;
+    if (isWriteError && !m_device.writeReason().isEmpty())
+        return {ExitCode::LocalIo, u"cannot write %1: %2"_s.arg(m_file, m_device.writeReason())};
     Failure told = failure(m_file, error);
     if (error == DBError::AuthError && m_isAnonymous)
         told.text += u"; say who uses it with --user"_s;

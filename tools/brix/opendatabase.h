@@ -7,6 +7,7 @@
 
 #include <brixsec/ssecurestring.h>
 
+#include <QtCore/QFile>
 #include <QtCore/QString>
 
 namespace Brix {
@@ -16,6 +17,22 @@ struct DatabaseLogin
 {
     QString user;
     Talverine::Security::SSecureString password;
+};
+
+//! A file that keeps the system's reason for the last write that failed.
+class ReasonedFile final : public QFile
+{
+public:
+    using QFile::QFile;
+
+    //! Empty if no write has failed.
+    QString writeReason() const { return m_writeReason; }
+
+protected:
+    qint64 writeData(const char *data, qint64 size) override;
+
+private:
+    QString m_writeReason;
 };
 
 /*!
@@ -68,6 +85,7 @@ private:
     QString m_file;
     bool m_isAnonymous;
     Talverine::DBAuthGrants m_grants = Talverine::DBAuthGrants::None;
+    ReasonedFile m_device; // outlives the database
     Talverine::SDBText m_database;
 };
 
