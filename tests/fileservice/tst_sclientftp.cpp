@@ -9,6 +9,7 @@
 #include <QtCore/QRegularExpression>
 #include <QtCore/QStorageInfo>
 
+#include <atomic>
 #include <cerrno>
 #include <functional>
 
@@ -536,6 +537,36 @@ private Q_SLOTS:
         QVERIFY(m_client->open(m_server->port()));
         m_client->run(step);
         QCOMPARE(noted, reason);
+    }
+
+    // Most of the file has not been sent when the server gives up.
+    void refusalInTheMiddleOfAFileIsKnown_data()
+    {
+        QTest::addColumn<bool>("isDevice");
+        QTest::newRow("sendFile") << false;
+        QTest::newRow("sendDevice") << true;
+    }
+    void refusalInTheMiddleOfAFileIsKnown()
+    {
+        QFETCH(const bool, isDevice);
+        QVERIFY(FileTree::write(m_client->path(u"large"_s), QByteArray(32 << 20, 'x')));
+        QFile device(m_client->path(u"large"_s));
+        const FileSizeLimit limit(1 << 20);
+        std::atomic_bool isRefused = false;
+        m_client->configure = [&isRefused](SClientFtp &client) {
+            QObject::connect(
+                &client, &SClientFtp::commandResult, &client,
+                [&isRefused, &client] { isRefused = client.wasRefused(); }, Qt::DirectConnection);
+        };
+        QVERIFY(m_client->open(m_server->port()));
+        QVERIFY(!m_client->run([&](SClientFtp &client) {
+            if (isDevice)
+                client.sendDevice(&device, u"target"_s);
+            else
+                client.sendFile(u"large"_s, u"target"_s);
+        }));
+        QVERIFY(isRefused);
+        QVERIFY(!QFile::exists(m_server->path(u"target"_s)));
     }
 
     void replacedFileKeepsItsPermissions_data()

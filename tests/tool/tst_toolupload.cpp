@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // brix put against servers that are old, refuse, or drop the connection.
 #include "hostilehost.h"
+#include "limitedprocess.h"
 #include "toolserver.h"
 
 #include <brixlib/protocol/wire.h>
@@ -288,6 +289,24 @@ private Q_SLOTS:
         QCOMPARE(readFile(local(u"a.txt"_s)), "content"_ba);
     }
 
+    void getFromServerThatLacksTheCommandIsTold()
+    {
+        const HostileHost host([](HostileServer &server, const SCommandId &id) -> Answer {
+            if (id != CommandIds::kCommandList)
+                return std::nullopt;
+            auto commands = server.ownCommands();
+            commands.remove(CommandIds::kGetFile);
+            return server.sendCommands(commands);
+        });
+        QVERIFY(writeFile(host.home() + u"/a.txt"_s, "content"));
+        ToolProcess tool;
+        tool.password = u"secret"_s;
+        const auto result = tool.run({u"get"_s, host.url(u"a.txt"_s), local(u"a.txt"_s)});
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY2(result.err.contains("does not know this command"), result.err.constData());
+        QVERIFY(namesIn(m_dir->path()).isEmpty());
+    }
+
     void inputIsNotReadWhenServerLacksACommand_data()
     {
         QTest::addColumn<int>("list");
@@ -387,6 +406,59 @@ private Q_SLOTS:
         QVERIFY2(result.err.contains("changed here meanwhile"), result.err.constData());
         QCOMPARE(readFile(local(u"a.txt"_s)), "CONTENT"_ba);
         QCOMPARE(readFile(host.home() + u"/a.txt"_s), "content"_ba);
+    }
+
+    // A server that has no room
+
+    // A limit on the size of files stands for the full disk.
+    void serverWithoutRoomRefuses_data()
+    {
+        QTest::addColumn<qsizetype>("size");
+        QTest::addColumn<bool>("isInput");
+        for (const qsizetype size : {200'000, 32'000'000}) {
+            QTest::addRow("put, %d bytes", int(size)) << size << false;
+            QTest::addRow("put -, %d bytes", int(size)) << size << true;
+        }
+    }
+
+    void serverWithoutRoomRefuses()
+    {
+        QFETCH(qsizetype, size);
+        QFETCH(bool, isInput);
+        ToolServer server;
+        limitFileSize(&server.process(), 100'000);
+        QVERIFY(writeFile(server.homePath(u"file"_s), "kept"));
+        QVERIFY(server.start());
+        const QByteArray content(size, 'x');
+        QVERIFY(writeFile(local(u"large"_s), content));
+        auto tool = server.client();
+        if (isInput)
+            tool.input = content;
+        const auto result =
+            tool.run({u"put"_s, isInput ? u"-"_s : local(u"large"_s), server.url(u"file"_s)});
+        QVERIFY2(result.exitCode == 1, result.err.constData());
+        QVERIFY2(result.err.contains("has no room"), result.err.constData());
+        QCOMPARE(readFile(server.homePath(u"file"_s)), "kept"_ba);
+        QCOMPARE(namesIn(server.home()), QStringList{u"file"_s});
+    }
+
+    void serverThatTellsTooLittleRoomRefuses()
+    {
+        const HostileHost host([](HostileServer &server, const SCommandId &id) -> Answer {
+            if (id == CommandIds::kStorageInfo)
+                return server.send(QByteArray(7, '\0') + "\x09" + QByteArray(16, '\0') +
+                                   QByteArray(4, '\0'));
+            if (id != CommandIds::kSendFile)
+                return std::nullopt;
+            // As if the last word of the server was lost on its way.
+            server.hangUp();
+            return false;
+        });
+        QVERIFY(writeFile(local(u"a.txt"_s), "ten bytes!"));
+        const auto result = put(host, u"a.txt"_s, QString());
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY2(result.err.contains("no room for it: 10 bytes are needed, 9 bytes are available"),
+                 result.err.constData());
     }
 
     // Replacing an older file by renaming

@@ -230,7 +230,8 @@ void Download::finish(Session &lane, const File &file, const QString &staged, Ou
         // It may have arrived whole when the server takes it back with its last word.
         QFile::remove(staged);
         m_report.addUnfinished(answer.moved);
-        return outcome == Outcome::NotTried ? reportNotTried(file) : explainFailure(file, answer);
+        return outcome == Outcome::NotTried ? reportNotTried(file)
+                                            : explainFailure(file, outcome, answer);
     }
     if (!moveIntoPlace(file, staged)) {
         QFile::remove(staged);
@@ -277,9 +278,9 @@ bool Download::makeFolder(const QString &folder, const QString &name)
 }
 
 // The library only tells that the exchange failed. How far it came tells the rest.
-void Download::explainFailure(const File &file, const Answer &answer)
+void Download::explainFailure(const File &file, Outcome outcome, const Answer &answer)
 {
-    const Failure failure = m_session.failure(Outcome::Failed);
+    const Failure failure = m_session.failure(outcome);
     const QString moved = Output::bytes(answer.moved);
     if (failure.code == ExitCode::Interrupted)
         return m_report.addFailure(file.name, failure.code,

@@ -53,7 +53,7 @@ private:
     void reportNotTried(const File &file);
     bool moveIntoPlace(const File &file, const QString &staged);
     bool makeFolder(const QString &folder, const QString &name);
-    void explainFailure(const File &file, const Answer &answer);
+    void explainFailure(const File &file, Outcome outcome, const Answer &answer);
     void removeRemoteFile(Session &lane, const File &file);
     void removeRemoteFolders();
 

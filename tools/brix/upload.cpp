@@ -343,6 +343,8 @@ void Upload::rename(Session &lane, Folder &folder, const File &file, const QStri
 
 void Upload::reportUnlessDone(const File &file, Outcome outcome, const Answer &answer)
 {
+    if (outcome != Outcome::Done)
+        m_report.addUnfinished(answer.moved);
     if (outcome == Outcome::NotTried)
         m_report.addNotTried(file.name, m_session.failure(outcome).code);
     else if (outcome == Outcome::Unavailable)
@@ -438,7 +440,14 @@ Failure Upload::explanation(const Broken &broken) const
 {
     const Answer &answer = broken.answer;
     const Failure failure = m_session.failure(Outcome::Failed);
-    if (failure.code == ExitCode::Interrupted || !(answer.isStarted || answer.isRefused))
+    if (failure.code == ExitCode::Interrupted)
+        return answer.moved > 0
+                   ? Failure{failure.code,
+                             u"%1 after %2"_s.arg(failure.text, Output::bytes(answer.moved))}
+                   : failure;
+    if (!answer.localError.isEmpty())
+        return {ExitCode::LocalIo, u"cannot be read: %1"_s.arg(answer.localError)};
+    if (!answer.isStarted && !answer.isRefused)
         return failure;
     const auto available = room(m_session.login(), RemotePath::parent(broken.file.remote));
     if (available && *available < broken.file.size)

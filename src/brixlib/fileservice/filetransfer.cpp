@@ -2,6 +2,7 @@
 #include "filetransfer_p.h"
 
 #include <brixlib/protocol/directsocket_p.h>
+#include <brixlib/protocol/wire.h>
 
 #include <brixrt/sfilehelper.h>
 
@@ -9,6 +10,7 @@
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtCore/QThread>
+#include <QtCore/QtEndian>
 #include <QtNetwork/QAbstractSocket>
 
 #include <algorithm>
@@ -145,13 +147,26 @@ bool FileTransfer::sendBlock(const char *data, qint64 size)
         if (!direct.waitToSend(kWaitSliceMs))
             continue;
         const qint64 count = direct.send(data, size);
-        if (count == 0)
+        if (count == 0) {
+            readRefusal();
             break; // the connection has ended, which the socket finds out itself
+        }
         data += count;
         size -= count;
         idle.start();
     }
     return size == 0 || (SFileHelper::writeAll(m_socket, {data, size}) && drain());
+}
+
+// A receiver that gives up in the middle writes the nack word and closes the connection. Its word
+// can still be read then, but not after the socket has found out that it cannot write.
+void FileTransfer::readRefusal()
+{
+    DirectSocket direct(m_socket);
+    quint32_be word;
+    m_isRefused = direct.canReceive() &&
+                  direct.receive(reinterpret_cast<char *>(&word), sizeof word) == sizeof word &&
+                  word == Wire::kNackWord;
 }
 
 bool FileTransfer::drain()

@@ -40,11 +40,14 @@ public:
     [[nodiscard]] bool send(QIODevice *source, qint64 size);
     //! Why the device could not be read or written; empty when the transfer did not fail there.
     QString deviceError() const { return m_deviceError; }
+    //! Whether send() failed because the peer wrote the nack word and closed the connection.
+    bool isRefused() const { return m_isRefused; }
 
 private:
     bool failAt(const QIODevice *device);
     qint64 receiveSome(char *buffer, qint64 size);
     bool sendBlock(const char *data, qint64 size);
+    void readRefusal();
     bool drain();
     bool isConnected() const;
     bool mayGoOn(const QElapsedTimer &idle) const;
@@ -53,6 +56,7 @@ private:
     int m_timeout;
     Progress m_progress;
     QString m_deviceError;
+    bool m_isRefused = false;
 };
 
 //! Opens a regular file; anything else fails, since a pipe without a writer would block for ever.

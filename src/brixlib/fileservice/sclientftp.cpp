@@ -300,6 +300,13 @@ bool SClientFtp::failLocally(const QString &reason)
     return false;
 }
 
+bool SClientFtp::failSending(const FileTransfer &content)
+{
+    if (content.isRefused())
+        setRefused();
+    return failLocally(content.deviceError());
+}
+
 bool SClientFtp::executeCommandSendFile(SCommandSendFile &command)
 {
     const QString source = absoluteChildPath(command.fileName(), rootPath());
@@ -319,7 +326,7 @@ bool SClientFtp::executeCommandSendFile(SCommandSendFile &command)
         return false;
     FileTransfer content = transfer(&SClientFtp::sendFileTransferredSize);
     if (!content.send(&file, size))
-        return failLocally(content.deviceError());
+        return failSending(content);
 
     file.close();
     if (command.removeFile())
@@ -397,7 +404,7 @@ bool SClientFtp::executeCommandSendDev(SCommandSendDev &command)
         return false;
     FileTransfer content = transfer(&SClientFtp::sendDeviceTransferredSize);
     if (!content.send(device, size))
-        return failLocally(content.deviceError());
+        return failSending(content);
 
     device->close();
     Q_EMIT sendDeviceTransferredSize(size, size);

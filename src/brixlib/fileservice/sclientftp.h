@@ -238,6 +238,7 @@ private:
     bool readBytes(QByteArray *bytes);
     bool readFileSize(qint64 *size);
     bool failLocally(const QString &reason);
+    bool failSending(const FileTransfer &content);
     void enqueueGetFiles(const QList<QString> &names, const QString &base, const QString &target);
     FileTransfer transfer(ProgressSignal moved);
 

@@ -89,9 +89,9 @@ public:
     //! Whether the server has the command; true for all until its list is known. From any thread.
     Q_INVOKABLE bool isCommandAvailable(const SCommandId &id) const;
 
-    //! Whether the server refused the last command, before or after its work. False when the
-    //! command succeeded, and when it failed for another reason, as a connection that is lost. Only
-    //! in the worker thread; known when commandResult() comes.
+    //! Whether the server refused the last command, before, during or after its work. False when
+    //! the command succeeded, and when it failed for another reason, as a connection that is lost.
+    //! Only in the worker thread; known when commandResult() comes.
     bool wasRefused() const;
 
     /*!
@@ -228,6 +228,8 @@ protected:
     void enqueueCommand(SCommand *command);
     //! Writes \a command and reads the server's word; true if the server has accepted it.
     bool sendCommand(SCommand *command);
+    //! Records that the server refused the command while its reply phase was under way.
+    void setRefused();
     //! Reads the reply frame of the command that is under way, within its replyLimit(). False also
     //! for the length 0.
     bool readReply(QByteArray *body);

@@ -145,6 +145,11 @@ bool SClientBase::wasRefused() const
     return m_wasRefused;
 }
 
+void SClientBase::setRefused()
+{
+    m_wasRefused = true;
+}
+
 int SClientBase::commandVersion(const SCommandId &id) const
 {
     return serverCommands().value(id, 0);
