@@ -4,6 +4,7 @@
 #include "filesession.h"
 #include "filetree.h"
 
+#include <shared/descriptorshortage.h>
 #include <shared/rawclient.h>
 
 #include <QtCore/QRegularExpression>
@@ -379,6 +380,47 @@ private Q_SLOTS:
         QCOMPARE(pwd(), top.isEmpty() ? u"/"_s : top);
         QCOMPARE(exchange(command("cd__", text(u"folder")), 9), yes());
         QCOMPARE(pwd(), top + u"/folder"_s);
+    }
+
+    void directoryThatCannotBeReadEndsAStrictListing_data()
+    {
+        QTest::addColumn<bool>("isStrict");
+        QTest::addColumn<int>("left");
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<quint32>("count"); // 0 for a failure
+        const auto row = [](const char *name, bool isStrict, int left, const QString &path,
+                            quint32 count) {
+            QTest::newRow(name) << isStrict << left << path << count;
+        };
+        row("no descriptors, strict", true, 0, u"sub"_s, 0);
+        row("no descriptors", false, 0, u"sub"_s, 1);
+        row("an empty directory, strict", true, 100, u"empty"_s, 1);
+        row("one file, strict", true, 100, u"one"_s, 2);
+        row("a missing directory, strict", true, 100, u"missing"_s, 1);
+        row("the home directory, strict", true, 100, QString(), 3);
+    }
+    void directoryThatCannotBeReadEndsAStrictListing()
+    {
+        QFETCH(const bool, isStrict);
+        QFETCH(const int, left);
+        QFETCH(const QString, path);
+        QFETCH(const quint32, count);
+        QVERIFY(FileTree::write(m_server->path(u"sub/a.txt"_s), "12345"));
+        QVERIFY(FileTree::write(m_server->path(u"one/a.txt"_s), "12345"));
+        QVERIFY(QDir(m_server->home()).mkdir(u"empty"_s));
+        m_server->configure = [isStrict](SServerFtp &session) {
+            session.setStrictListings(isStrict);
+        };
+        QVERIFY(login());
+        const DescriptorShortage shortage(left);
+        m_client->send(command("lstd", text(path)));
+        QCOMPARE(m_client->read(4), ack());
+        if (count == 0) {
+            QCOMPARE(m_client->read(4), nack());
+            return;
+        }
+        QCOMPARE(m_client->readFrame().first(4), u32(count));
+        QCOMPARE(m_client->read(4), ack());
     }
 
     void folderIsListed()

@@ -6,6 +6,8 @@
 #include <brixlib/protocol/stcpsocketspeedcontroller.h>
 #include <brixlib/protocol/wire.h>
 
+#include <shared/descriptorshortage.h>
+
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -631,6 +633,30 @@ private Q_SLOTS:
     {
         QVERIFY(writeFile(m_root + u"/file"_s, "x"));
         QVERIFY(!m_worker->copyDirLocal(u"a"_s, u"file/copy"_s, false));
+    }
+
+    void directoryThatCannotBeReadFailsTheCopy_data()
+    {
+        QTest::addColumn<int>("descriptors");
+        QTest::newRow("none can be read") << 0;
+        QTest::newRow("those below cannot be read") << 1;
+    }
+
+    void directoryThatCannotBeReadFailsTheCopy()
+    {
+        QFETCH(const int, descriptors);
+        QSignalSpy copied(m_worker.get(), &SCommunicatorBase::localDirCopied);
+        QVERIFY(writeFile(m_root + u"/a/b/file"_s, "x"));
+        bool done = true;
+        {
+            const DescriptorShortage shortage(descriptors);
+            done = m_worker->copyDirLocal(u"a"_s, u"copy"_s, false);
+        }
+        QVERIFY(!done);
+        QCOMPARE(copied.size(), 0);
+        QVERIFY(!QFileInfo::exists(m_root + u"/copy"_s));
+        QVERIFY(m_worker->copyDirLocal(u"a"_s, u"copy"_s, false));
+        QCOMPARE(readFile(m_root + u"/copy/b/file"_s), "x");
     }
 
     void missingDirectoryIsCopiedAsAnEmptyOne()

@@ -7,17 +7,17 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-//! As long as this object lives, the process can open nothing: it has no descriptor left.
+//! As long as this object lives, the process can open no more than so many descriptors.
 class DescriptorShortage
 {
 public:
-    DescriptorShortage()
+    explicit DescriptorShortage(int left = 0)
     {
         getrlimit(RLIMIT_NOFILE, &m_limit);
         // The lowest number that is free; what is already open stays open.
         const int free = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
         ::close(free);
-        const rlimit few{static_cast<rlim_t>(free), m_limit.rlim_max};
+        const rlimit few{static_cast<rlim_t>(free + left), m_limit.rlim_max};
         setrlimit(RLIMIT_NOFILE, &few);
     }
     ~DescriptorShortage() { setrlimit(RLIMIT_NOFILE, &m_limit); }

@@ -182,6 +182,7 @@ private:
         session->setAuthenticationDb(&m_users);
         session->enableDocumentRoot(m_options.documentRoot);
         session->setStrictJail(m_options.strictJail);
+        session->setStrictListings(true);
         if (!m_options.name.isEmpty())
             session->setServerName(m_options.name);
         session->addPluggable(u"version"_s, new SPluggableServerVersion);

@@ -29,6 +29,7 @@
 #include <brixlib/fileservice/scommandsetpermissions.h>
 #include <brixlib/fileservice/scommandstorageinfo.h>
 #include <brixlib/foundation/sdatastream.h>
+#include <brixlib/protocol/directorywalk_p.h>
 #include <brixlib/protocol/replies.h>
 #include <brixlib/protocol/stcpsocket.h>
 #include <brixlib/protocol/wire.h>
@@ -346,9 +347,14 @@ bool SServerFtp::executeCommandPwd(SCommandPwd &)
 bool SServerFtp::executeCommandListDir(SCommandListDir &command)
 {
     const QString folder = toLocal(command.value());
+    const auto entries = folder.isEmpty() ? QList<SFileEntry>() : listDirLocal(folder);
+    const auto isAbove = [](const SFileEntry &entry) { return entry.fileName() == u".."_s; };
+    if (m_strictListings && std::all_of(entries.begin(), entries.end(), isAbove) &&
+        isUnreadDirectory(folder))
+        return false;
     QByteArray body;
     SDataStream stream(&body, QIODevice::WriteOnly);
-    Replies::writeEntries(stream, folder.isEmpty() ? QList<SFileEntry>() : listDirLocal(folder));
+    Replies::writeEntries(stream, entries);
     return writeFrame(socket(), body);
 }
 

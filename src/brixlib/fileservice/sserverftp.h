@@ -65,6 +65,13 @@ public:
     SServerFtp(qint64 socketDescriptor, Database *db, QObject *parent = nullptr) = delete;
     ~SServerFtp() override;
 
+    /*!
+     * Whether a directory that is there but cannot be opened or read, for want of descriptors for
+     * instance, ends a listing with a failure, and the session with it. Off by default: it is
+     * listed like an empty one. Set before the session runs.
+     */
+    void setStrictListings(bool strict) { m_strictListings = strict; }
+
 Q_SIGNALS:
     //! A file begins to leave for the client; \a local is its path here.
     void getFileStarted(const QString &local);
@@ -118,6 +125,8 @@ private:
     template<typename Operation>
     bool replyOn(const QString &first, const QString &second, Operation operation);
     FileTransfer transfer(ProgressSignal moved);
+
+    bool m_strictListings = false;
 };
 
 } // namespace Talverine

@@ -2,6 +2,7 @@
 // The path jail and the local file operations inside it.
 #include <brixlib/protocol/scommunicatorbase.h>
 
+#include "directorywalk_p.h"
 #include "namedpipe_p.h"
 #include "strictjail_p.h"
 
@@ -280,17 +281,19 @@ bool SCommunicatorBase::listBelow(const QString &folder, QIODevice *peer, QList<
 {
     QElapsedTimer sinceKeepAlive;
     sinceKeepAlive.start();
+    DirectoryWalk walk(folder);
     QDirIterator it(folder, kEverything, QDirIterator::Subdirectories);
     while (it.hasNext()) {
         if (isStopOverdue())
             return false;
         entries->append(it.next());
+        walk.add(it.fileInfo());
         if (peer && sinceKeepAlive.hasExpired(kKeepAliveIntervalMs)) {
             sendKeepAlive(peer);
             sinceKeepAlive.start();
         }
     }
-    return true;
+    return !walk.hasUnread();
 }
 
 bool SCommunicatorBase::copyEntries(const QList<QString> &entries, const QString &source,
