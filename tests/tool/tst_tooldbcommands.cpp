@@ -303,6 +303,21 @@ private Q_SLOTS:
     }
 
 #ifdef Q_OS_LINUX
+    void fileThatMayNotBeWrittenIsToldWithTheReason()
+    {
+        QVERIFY(m_place->create());
+        QVERIFY(QFile::setPermissions(m_place->path(), QFileDevice::ReadOwner));
+        QProcess process;
+        m_place->tool.prepare(&process, {u"db"_s, u"list"_s, u"inks.db"_s});
+        obeyPermissions(&process);
+        process.start();
+        QVERIFY(process.waitForFinished(30'000));
+        QCOMPARE(process.exitCode(), 4);
+        const QByteArray error = process.readAllStandardError();
+        QVERIFY2(error.contains("inks.db for reading and writing: Permission denied"),
+                 error.constData());
+    }
+
     // The lock file can be created, and its text has no room.
     void fullDiskIsTheReasonThatIsTold()
     {

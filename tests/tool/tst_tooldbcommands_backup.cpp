@@ -212,7 +212,8 @@ private Q_SLOTS:
         for (const QStringList &more : {QStringList(), QStringList{u"--merge"_s}}) {
             const auto result = restore(more);
             QCOMPARE(result.exitCode, 1);
-            QVERIFY2(result.err.contains("saved is not a database"), result.err.constData());
+            QVERIFY2(result.err.contains("saved is not a backup, or it is damaged"),
+                     result.err.constData());
             QCOMPARE(m_place->read(), before);
             QCOMPARE(m_place->databases(), (QStringList{u"inks.db"_s, u"saved"_s}));
         }

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "databaselock.h"
 
+#include "writeprobe.h"
+
 #include <QtCore/QDateTime>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtCore/QSysInfo>
-#include <QtCore/QTemporaryFile>
 
 #include <chrono>
 
@@ -53,19 +54,12 @@ Failure heldBy(const QString &file, const LockHolder &holder)
     return {ExitCode::LocalIo, textOf(file, holder) + hint};
 }
 
-// Why no file can be made beside \a file, in the words of the system: a lock does not tell.
-QString reasonBeside(const QString &file)
-{
-    QTemporaryFile probe(QFileInfo(file).path() + u"/.brix-XXXXXX"_s);
-    constexpr qint64 kLockBytes = 4096;
-    if (probe.open() && probe.write(QByteArray(kLockBytes, ' ')) == kLockBytes && probe.flush())
-        return u"the system gives no reason"_s;
-    return probe.errorString();
-}
-
 Failure notToBeMade(const QString &file)
 {
-    return {ExitCode::LocalIo, u"cannot create %1: %2"_s.arg(lockFileOf(file), reasonBeside(file))};
+    const QString reason = whyNotWritable(file);
+    return {ExitCode::LocalIo,
+            u"cannot create %1: %2"_s.arg(
+                lockFileOf(file), reason.isEmpty() ? u"the system gives no reason"_s : reason)};
 }
 
 // A lock file that names no owner: the system knows whether a program of this host has it.

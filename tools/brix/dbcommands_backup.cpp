@@ -113,6 +113,7 @@ Failure notRestored(const RestoreOptions &options, DBError error)
         return {ExitCode::Refused, u"%1 has another key field than %2, or none"_s.arg(
                                        options.source, options.database.file)};
     case DBError::WrongDB:
+        return {ExitCode::Refused, u"%1 is not a backup, or it is damaged"_s.arg(options.source)};
     case DBError::SignError:
     case DBError::FileNotFound:
     case DBError::OpenError:

@@ -2,6 +2,7 @@
 #include "opendatabase.h"
 
 #include "databaselock.h"
+#include "writeprobe.h"
 
 #include <QtCore/QFileInfo>
 
@@ -19,6 +20,21 @@ namespace {
 Failure unreadable(const QString &file, const QString &reason)
 {
     return {ExitCode::LocalIo, u"cannot read %1: %2"_s.arg(file, reason)};
+}
+
+// The library keeps no reason, so it is asked for again.
+QString whyNotOpen(const QString &file)
+{
+    QFile again(file);
+    return again.open(QIODevice::ReadWrite) ? u"the system gives no reason"_s : again.errorString();
+}
+
+Failure notWritten(const QString &file)
+{
+    const QString reason = whyNotWritable(file);
+    return {ExitCode::LocalIo,
+            u"cannot write %1: %2"_s.arg(
+                file, reason.isEmpty() ? u"the disk is full, or it failed"_s : reason)};
 }
 
 Failure refused(const QString &text)
@@ -114,10 +130,13 @@ Failure OpenDatabase::failure(const QString &file, DBError error)
     case DBError::FileLockError:
         return DatabaseLock::failure(QFileInfo(file).canonicalFilePath());
     case DBError::OpenError:
-        return {ExitCode::LocalIo, u"cannot open %1 for reading and writing"_s.arg(file)};
+        return {ExitCode::LocalIo,
+                u"cannot open %1 for reading and writing: %2"_s.arg(file, whyNotOpen(file))};
     case DBError::NoError:
     case DBError::WriteError:
-        return {ExitCode::LocalIo, u"cannot write %1: the disk is full, or it failed"_s.arg(file)};
+        return notWritten(file);
+    case DBError::ReadError:
+        return unreadable(file, u"reading failed, or memory ran out"_s);
     default:
         return unreadable(file, DBError_T::instance().toString(error, QLocale::c()));
     }
