@@ -508,6 +508,32 @@ private Q_SLOTS:
         QCOMPARE(idsOf(log), numbered(1, 11));
     }
 
+    void logOfAnotherOwnerKeepsItsBackupsHoweverOftenItIsOpened()
+    {
+        const LogPlace place;
+        {
+            SLogger log(place.file, kLarge);
+            QVERIFY(log.open(kUser, kPassword));
+            for (int rotation = 0; rotation < 3; ++rotation) {
+                QVERIFY(appendNumbered(log, 1, 12));
+                QVERIFY(log.rotate(false));
+            }
+            QVERIFY(appendNumbered(log, 1, 12));
+        }
+        QVERIFY(touch(place.backup(4)));
+        const QByteArray before = bytesOf(place.file);
+        const QStringList files = QDir(place.folder.path()).entryList(QDir::Files);
+        for (int opening = 0; opening < 12; ++opening) {
+            SLogger log(place.file, kSmall);
+            expectError("AuthError");
+            QVERIFY(!log.open(u"bob"_s, u"other"_s));
+            QCOMPARE(log.error(), DBError::AuthError);
+            QCOMPARE(log.count(), 13);
+        }
+        QCOMPARE(bytesOf(place.file), before);
+        QCOMPARE(QDir(place.folder.path()).entryList(QDir::Files), files);
+    }
+
     void fullDiskAtTheBackupLeavesTheLog()
     {
         const LogPlace place;
@@ -527,7 +553,7 @@ private Q_SLOTS:
         QCOMPARE(log.count(), 5);
     }
 
-    void fullDiskCostsOneOldBackupHoweverOften()
+    void fullDiskCostsNoOldBackup()
     {
         const LogPlace place;
         SLogger log(place.file, kLarge);
@@ -545,7 +571,7 @@ private Q_SLOTS:
                 QVERIFY(!log.rotate(true));
             }
         }
-        QCOMPARE(place.backups(), (QList<int>{0, 1, 2, 5, 6, 7, 8}));
+        QCOMPARE(place.backups(), (QList<int>{0, 1, 2, 4, 5, 6, 7, 8}));
         QVERIFY(log.rotate(true));
         QCOMPARE(place.backups(), (QList<int>{0, 1, 2, 3, 5, 6, 7, 8}));
     }
@@ -566,8 +592,9 @@ private Q_SLOTS:
             const FileSizeLimit limit(before.size() + 10);
             QVERIFY(!log.rotate(true));
         }
+        QCOMPARE(log.error(), DBError::WriteError);
         QCOMPARE(bytesOf(place.file), before);
-        QCOMPARE(bytesOf(place.backup(0)), before);
+        QCOMPARE(place.backups(), QList<int>());
         QCOMPARE(idsOf(log), numbered(1, 12));
     }
 
@@ -587,7 +614,7 @@ private Q_SLOTS:
         QCOMPARE(log.error(), DBError::FileLockError);
         QVERIFY(log.isNull());
         QCOMPARE(bytesOf(place.file), before);
-        QCOMPARE(bytesOf(place.backup(0)), before);
+        QCOMPARE(place.backups(), QList<int>());
     }
 
     void rotatedLogIsLockedAgain()

@@ -31,17 +31,35 @@ bool LogBackups::holds(const QString &fileName) const
     return false;
 }
 
-QString LogBackups::makeRoom() const
+QString LogBackups::nextName() const
+{
+    return nameOf(qMin(firstFree(), kSlots - 1));
+}
+
+QString LogBackups::oldestName() const
+{
+    return nameOf((firstFree() + 1) % kSlots);
+}
+
+QStringList LogBackups::names() const
+{
+    QStringList names;
+    for (int number = 0; number < kSlots; ++number)
+        names.append(nameOf(number));
+    return names;
+}
+
+QString LogBackups::nameBefore(const QString &name) const
+{
+    return nameOf((static_cast<int>(names().indexOf(name)) + kSlots - 1) % kSlots);
+}
+
+int LogBackups::firstFree() const
 {
     int number = 0;
     while (number < kSlots && QFile::exists(nameOf(number)))
         ++number;
-    const QString behind = nameOf((number + 1) % kSlots);
-    // A backup that was opened as a log has a name of its own ring.
-    if (!SFileHelper::isSameFile(behind, m_logFile))
-        QFile::remove(behind);
-    // With all of the names taken, the last one is written over.
-    return nameOf(qMin(number, kSlots - 1));
+    return number;
 }
 
 QString LogBackups::nameOf(int number) const

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 
 namespace Talverine {
 
@@ -16,10 +17,17 @@ public:
 
     //! Whether \a fileName is there and one of the ten.
     bool holds(const QString &fileName) const;
-    //! The name for the next backup. Removes the one that comes behind it.
-    QString makeRoom() const;
+    //! The name of the next backup: the lowest that is free, or the last one if none is.
+    QString nextName() const;
+    //! The name that becomes free by the next backup.
+    QString oldestName() const;
+    //! The ten names in the order of their numbers.
+    QStringList names() const;
+    //! The name that comes before \a name in the ring.
+    QString nameBefore(const QString &name) const;
 
 private:
+    int firstFree() const;
     QString nameOf(int number) const;
 
     QString m_logFile;

@@ -176,11 +176,15 @@ qint64 SDBText::bytes() const
 
 bool SDBText::init(QIODevice *device)
 {
+    // Let go for a moment, another program could get in between, and on a full disk there would be
+    // no other lock.
+    std::unique_ptr<QLockFile> lock = device == d->device ? std::move(d->lock) : nullptr;
     SDBText::close();
     d->device = device;
     d->isHeadFromCopy = false;
     d->head = {};
     d->closeDevice(device);
+    d->lock = std::move(lock);
     const DBError opened = d->openDevice();
     if (opened != DBError::NoError)
         return returnBool(opened);

@@ -13,6 +13,7 @@ namespace Talverine {
 
 struct DatabaseHead;
 class SDBTextPrivate;
+class StagedFile;
 
 /*!
  * A database in one text file that can be read in an editor. Records are signed and appended; a
@@ -38,10 +39,17 @@ class SDBTextPrivate;
  * when that is damaged, and "FILE.idx" the index since the last close(). A database on a device
  * that is no file has none of these.
  *
- * Nothing is forced to disk. A program that is killed loses no record that was inserted; a machine
- * that stops may leave the last one without its end, which SDBRecord::checkSignature() tells.
- * purge() keeps the records in memory while the file is written anew: what stops the program then
- * loses them.
+ * Inserted records are not flushed to the disk. A program that is killed loses none of them; a
+ * machine that stops may leave the last one without its end, which SDBRecord::checkSignature()
+ * returns false for.
+ *
+ * purge(), clear(), restore() without merging and operator=() replace the whole content. That of a
+ * file is written to "FILE.brixnew", flushed to the disk and renamed: whatever stops the program or
+ * the machine, the file has the old content or the new one. On an error the old content stays, and
+ * the database is open as before, or closed if another program has locked it. Owner, group and
+ * permissions stay; of a symbolic link the target is replaced; other hard links of the file keep
+ * the old content. A device of any other class than QFile itself is emptied and rewritten, and
+ * loses its content when that is stopped.
  *
  * Thread: fully shared; the device of open() is used in the thread that calls.
  */
@@ -93,7 +101,9 @@ public:
     bool replace(const SDBRecord &record) override;
     bool remove(const QString &key) override;
     bool remove(const SDBRecord &record) override;
-    //! Closes the database when the new head can't be written.
+    //! ResetError when the file can't be replaced, WriteError when the new content can't be
+    //! written. On another device than a file, closes the database when the new head can't be
+    //! written.
     bool purge() override;
     //! As purge().
     bool clear() override;
@@ -128,7 +138,8 @@ public:
     /*!
      * A closed \a device is opened, emptied and closed again, one that is open is written to from
      * where it stands, and closed. With a compressor it has to be closed. Afterwards this database
-     * is open still, but no longer locked: another program may open the file.
+     * is open still, but no longer locked: another program may open the file. With \a clearAfter it
+     * stays locked, and a backup in a file is flushed to the disk before the database is cleared.
      */
     bool backup(QIODevice *device, bool clearAfter = false) override;
     //! A new file gets the permissions of the database's.
@@ -137,8 +148,8 @@ public:
      * Knows compressed backups by itself; a plain one is opened as any database is, has to allow
      * writing and gets companions when it is a file. With \a merge, records come in as inserted
      * anew, each in place of that of its key; under unique keys, all of them with new keys. What
-     * stops that halfway leaves the records that came till then; without \a merge, what was copied
-     * of the file, which was emptied first.
+     * stops that halfway leaves the records that came till then. Without \a merge, the content is
+     * replaced as by purge().
      */
     bool restore(QIODevice *device, bool merge = false) override;
     bool restore(const QString &fileName, bool merge = false) override;
@@ -194,6 +205,13 @@ public:
     SDBText &operator-=(const SDBText &other);
 
 private:
+    friend class SLogger;
+
+    //! Whether the whole content may be replaced now; error() tells why not. Locks the file.
+    bool isReplaceable();
+    bool stageCopy(StagedFile *staged);
+    //! Whether the last assignment, even one that failed, has replaced the old content.
+    bool isOldContentGone() const;
     bool init(QIODevice *device);
     bool createOn(QIODevice *device, const QString &key, DBAuthGrants grants, const QLocale &locale,
                   const QString &version);
@@ -204,6 +222,9 @@ private:
     bool _replace(const SDBRecord &record, bool notify);
     void finishInsert(const SDBRecord &record, bool notify);
     bool walkTo(const QString &key, SDBRecord *record);
+    bool followFile();
+    bool purgeFile(const SDBText &copy);
+    bool purgeInPlace(const SDBText &copy);
     bool assign(const SDBText &other);
     bool add(const SDBText &other);
     bool subtract(const SDBText &other);

@@ -4,6 +4,7 @@
 #include <brixlib/compression/containername_p.h>
 #include <brixlib/compression/slz4.h>
 #include <brixlib/compression/szip.h>
+#include <brixlib/database/diskfile_p.h>
 #include <brixlib/database/sdbtext_p.h>
 
 #include <brixrt/sfilehelper.h>
@@ -37,6 +38,13 @@ bool compress(QIODevice *source, QIODevice *target, CompressionAlgorithm algorit
 {
     return target && !target->isOpen() &&
            SCompressorDevice::compress(source, target, makeCompressor(algorithm).release());
+}
+
+// Flushes a closed backup to the disk. Any other device than a file is left to its owner.
+bool isOnDisk(const QIODevice *backup)
+{
+    const QString name = companionFile(backup, QLatin1String());
+    return name.isEmpty() || (DiskFile::sync(name) && DiskFile::syncEntry(name));
 }
 
 // The text of a packed backup, opened as a database for the time of a restore. Also removes the
@@ -131,12 +139,15 @@ bool SDBText::backup(QIODevice *device, bool clearAfter)
     const CompressionAlgorithm algorithm = backupCompressor();
     QTemporaryFile plain;
     const bool isPlain = algorithm == CompressionAlgorithm::Uncompressed;
-    const DBError copied = d->copyToClosed(isPlain ? device : &plain);
+    // What another program inserts between the copy and the clearing would be lost.
+    const DBError copied = d->copyToClosed(isPlain ? device : &plain, clearAfter);
     if (copied != DBError::NoError)
         return returnBool(copied);
     if (!isPlain && !compress(&plain, device, algorithm))
         return returnBool(DBError::WriteError);
-    return clearAfter ? clear() : returnBool(DBError::NoError);
+    if (!clearAfter)
+        return returnBool(DBError::NoError);
+    return isOnDisk(device) ? clear() : returnBool(DBError::WriteError);
 }
 
 bool SDBText::restore(const QString &fileName, bool merge)
@@ -189,9 +200,8 @@ bool SDBText::mergeFrom(const SDBText &other)
 
 bool SDBText::replaceBy(const SDBText &other)
 {
-    DBError result = d->truncate();
-    if (result == DBError::NoError)
-        result = other.d->copyTo(d->device);
+    const DBError result =
+        d->replaceContent([&other](QIODevice *target) { return other.d->copyTo(target); });
     return result == DBError::NoError ? init(d->device) : returnBool(result);
 }
 

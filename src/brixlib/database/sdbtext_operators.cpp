@@ -101,6 +101,7 @@ SDBText &SDBText::operator-=(const SDBText &other)
 bool SDBText::assign(const SDBText &other)
 {
     const BothLocked guard(&d->mutex, &other.d->mutex);
+    d->isOldContentGone = false;
     if (!d->mayWrite() || !other.d->mayWrite())
         return returnBool(DBError::AuthError);
     // Emptying it would empty the other.
@@ -112,9 +113,8 @@ bool SDBText::assign(const SDBText &other)
         d->ownDevice = std::make_unique<QBuffer>();
         d->device = d->ownDevice.get();
     }
-    DBError result = d->truncate();
-    if (result == DBError::NoError)
-        result = other.d->copyTo(d->device);
+    const DBError result =
+        d->replaceContent([&other](QIODevice *target) { return other.d->copyTo(target); });
     if (result != DBError::NoError)
         return returnBool(result);
     d->setUser(other.d->user, other.d->password);
@@ -122,6 +122,26 @@ bool SDBText::assign(const SDBText &other)
     const bool opened = init(d->device);
     Q_EMIT databaseModified();
     return opened;
+}
+
+bool SDBText::isReplaceable()
+{
+    const QMutexLocker guard(&d->mutex);
+    if (!d->hasOpenDevice())
+        return returnBool(DBError::SeekError);
+    return returnBool(d->mayWrite() ? d->relock() : DBError::AuthError);
+}
+
+bool SDBText::stageCopy(StagedFile *staged)
+{
+    const QMutexLocker guard(&d->mutex);
+    return returnBool(d->stageCopy(staged));
+}
+
+bool SDBText::isOldContentGone() const
+{
+    const QMutexLocker guard(&d->mutex);
+    return d->isOldContentGone;
 }
 
 bool SDBText::add(const SDBText &other)

@@ -13,6 +13,7 @@
 #include <QtCore/QMutex>
 #include <QtCore/QPointer>
 
+#include <functional>
 #include <memory>
 
 class QFile;
@@ -22,9 +23,15 @@ namespace Talverine {
 struct KeyLine;
 class RecordReader;
 class SCrc32;
+class StagedFile;
 
 //! Pieces in which whole databases are copied.
 inline constexpr int kCopyPieceBytes = 32768;
+
+// Each record is one write. Buffered, its failure would show with a later operation or never, and a
+// killed program would lose it.
+inline constexpr QIODevice::OpenMode kDatabaseOpenMode =
+    QIODevice::ReadWrite | QIODevice::Unbuffered;
 
 /*!
  * The state of a database and what is done with its device. It knows neither signals nor
@@ -72,6 +79,30 @@ public:
     //! Makes the device empty, and the indexes with it.
     DBError truncate();
 
+    // The whole content
+    //! Writes a content to an open device.
+    using Write = std::function<DBError(QIODevice *target)>;
+    //! Whether the content can be replaced in one step: that of a QFile of a regular file.
+    bool isPlainFile() const;
+    /*!
+     * Replaces the whole content by what \a write writes. A plain file has its old content until
+     * the new one is on the disk, keeps it when this fails, and is open and locked afterwards. Any
+     * other device is emptied first. The indexes are empty then.
+     */
+    DBError replaceContent(const Write &write);
+    //! Replaces the content of a plain file by the head and the records of \a source, in the order
+    //! of their keys and otherwise unchanged.
+    DBError rewriteSorted(SDBTextPrivate *source);
+    //! Copies the database to a staged file, up to its sync(). Unlike copyToClosed(), keeps the
+    //! lock.
+    DBError stageCopy(StagedFile *staged);
+    //! Takes the lock again that a backup has let go of, and follows the file. Closes the device if
+    //! another program has the lock.
+    DBError relock();
+    //! Opens the file again if another program has replaced it meanwhile, and reads its head and
+    //! its keys. Closes the device if that fails.
+    DBError followFile();
+
     // The head
     //! Reads the head of the open device, or its copy, and the index.
     DBError load();
@@ -83,8 +114,9 @@ public:
     //! Copies the whole device to the open \a target; a head of its own first if this one's is
     //! damaged.
     DBError copyTo(QIODevice *target);
-    //! The same, opening \a target if need be and closing it, and the lock is gone.
-    DBError copyToClosed(QIODevice *target);
+    //! The same, opening \a target if need be and closing it. Lets go of the lock unless \a
+    //! keepsLock.
+    DBError copyToClosed(QIODevice *target, bool keepsLock);
 
     // Records
     //! Notes in \a record who writes it, when, and in which culture.
@@ -134,6 +166,7 @@ public:
     std::unique_ptr<QIODevice> ownDevice;
     bool isHeadFromCopy = false;
     bool mayReadHeadCopy = true;   //!< whether the copy may replace a head that can't be read
+    bool isOldContentGone = false; //!< the last replaceContent() came so far
     bool isHeadEndMissing = false; //!< the file ends before the line that ends its head
     bool hasIndex = false;         //!< the indexes are those of the device
     Compression::CompressionAlgorithm backupCompressor =
@@ -159,6 +192,10 @@ private:
     //! was interrupted after the old record was scrambled.
     void finishReplacement(qint64 keyLine);
     bool takeLock(QIODevice *target);
+    DBError replaceFile(const Write &write);
+    DBError putInPlace(StagedFile *staged);
+    DBError writeRecords(QIODevice *target, SDBTextPrivate *source, KeyIndex *written);
+    void removeIndexFile();
     SDBRecord readHeadRecord();
     SDBRecord readHeadCopy();
     bool readIndex(QIODevice *file);

@@ -54,11 +54,28 @@ bool SDBText::purge()
     const QMutexLocker guard(&d->mutex);
     if (!d->mayWrite())
         return returnBool(DBError::AuthError);
+    const bool isFile = d->hasOpenDevice() && d->isPlainFile();
+    if (const DBError locked = isFile ? d->relock() : DBError::NoError; locked != DBError::NoError)
+        return returnBool(locked);
     const SDBText copy(*this);
     if (copy.d->error != DBError::NoError) {
         d->error = copy.d->error;
         return false;
     }
+    return isFile ? purgeFile(copy) : purgeInPlace(copy);
+}
+
+bool SDBText::purgeFile(const SDBText &copy)
+{
+    if (!returnBool(d->rewriteSorted(copy.d.get())))
+        return false;
+    Q_EMIT databaseModified();
+    Q_EMIT databasePurged();
+    return true;
+}
+
+bool SDBText::purgeInPlace(const SDBText &copy)
+{
     if (!clear())
         return false;
     DBError written = DBError::NoError;
@@ -77,12 +94,13 @@ bool SDBText::clear()
     const QMutexLocker guard(&d->mutex);
     if (!d->mayWrite())
         return returnBool(DBError::AuthError);
-    DBError result = d->truncate();
-    if (result == DBError::NoError && !d->head.write(d->device)) {
-        result = DBError::WriteError;
-        // Behind a part of a head, no record would be found again.
+    const bool isFile = d->isPlainFile();
+    DBError result = d->replaceContent([this](QIODevice *target) {
+        return d->head.write(target) ? DBError::NoError : DBError::WriteError;
+    });
+    // After a part of a head, no record would be found again.
+    if (result == DBError::WriteError && !isFile)
         d->closeDevice(d->device);
-    }
     if (result != DBError::NoError)
         return returnBool(result);
     d->isHeadFromCopy = false;
@@ -187,6 +205,8 @@ bool SDBText::_insert(const SDBRecord &record, bool notify)
 {
     if (!d->mayInsert())
         return returnBool(DBError::AuthError);
+    if (!followFile())
+        return false;
     SDBRecord copy(record);
     if (d->head.key == SDBRecord::uniqueIncKey())
         copy.insert(d->head.key, d->nextUniqueKey());
@@ -208,6 +228,8 @@ bool SDBText::_insert(const SDBRecord &record, bool notify)
 
 bool SDBText::_replace(const SDBRecord &record, bool notify)
 {
+    if (!followFile())
+        return false;
     const QString key = d->keyOf(record);
     if (!d->mayWrite() && !d->mayWriteOwn(key))
         return returnBool(DBError::AuthError);
@@ -244,6 +266,8 @@ void SDBText::finishInsert(const SDBRecord &record, bool notify)
 
 bool SDBText::_remove(const QString &key, bool notify)
 {
+    if (!followFile())
+        return false;
     if (!d->mayWrite() && !d->mayWriteOwn(key))
         return returnBool(DBError::AuthError);
     if (!returnBool(d->scrambleKey(key)))
@@ -253,6 +277,13 @@ bool SDBText::_remove(const QString &key, bool notify)
         Q_EMIT databaseModified();
     }
     return true;
+}
+
+// After a backup, the file is not locked, and another program may have replaced it.
+bool SDBText::followFile()
+{
+    const DBError result = d->lock ? DBError::NoError : d->followFile();
+    return result == DBError::NoError || returnBool(result);
 }
 
 // To the record of a key, or to the end where there is none.

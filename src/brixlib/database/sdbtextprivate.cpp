@@ -3,6 +3,7 @@
 #include <brixlib/database/sdbtext_p.h>
 
 #include <brixlib/database/ssignature.h>
+#include <brixlib/database/stagedfile_p.h>
 
 #include <brixrt/sfilehelper.h>
 #include <brixrt/slocale.h>
@@ -21,10 +22,6 @@ namespace {
 constexpr int kLockPatienceMs = 500;
 constexpr QLatin1String kLockSuffix(".lck");
 constexpr QLatin1String kHeadSuffix(".srec");
-
-// Each record is one write. Buffered, its failure would show with a later operation or never, and a
-// killed program would lose it.
-constexpr QIODevice::OpenMode kOpenMode = QIODevice::ReadWrite | QIODevice::Unbuffered;
 
 QString passwordHash(const QString &password)
 {
@@ -164,12 +161,14 @@ DBError SDBTextPrivate::openDevice()
 {
     if (!takeLock(device))
         return DBError::FileLockError;
-    if (!device || !device->open(kOpenMode)) {
+    if (!device || !device->open(kDatabaseOpenMode)) {
         lock.reset();
         return DBError::OpenError;
     }
     isOpen = true;
     m_tornRecord = -1;
+    if (isPlainFile())
+        StagedFile::removeRemains(fileName());
     return DBError::NoError;
 }
 
@@ -183,7 +182,7 @@ DBError SDBTextPrivate::openEmpty(QIODevice *target, DBError failure)
         closeDevice(target);
         return DBError::FileLockError;
     }
-    const bool isEmpty = openTruncated(target, kOpenMode);
+    const bool isEmpty = openTruncated(target, kDatabaseOpenMode);
     if (!isEmpty)
         closeDevice(target);
     return isEmpty ? DBError::NoError : failure;
@@ -327,13 +326,13 @@ DBError SDBTextPrivate::copyTo(QIODevice *target)
     return !file || file->flush() ? DBError::NoError : DBError::WriteError;
 }
 
-DBError SDBTextPrivate::copyToClosed(QIODevice *target)
+DBError SDBTextPrivate::copyToClosed(QIODevice *target, bool keepsLock)
 {
     if (!target || !(target->isOpen() || openTruncated(target, QIODevice::WriteOnly)) ||
         !target->isWritable())
         return DBError::OpenError;
     const DBError result = copyTo(target);
-    if (result == DBError::NoError)
+    if (result == DBError::NoError && !keepsLock)
         closeDevice(target);
     else
         target->close();

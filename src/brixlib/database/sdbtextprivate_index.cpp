@@ -125,11 +125,17 @@ bool SDBTextPrivate::readIndex(QIODevice *file)
 
 void SDBTextPrivate::saveIndex()
 {
-    const QString name = companionFile(device, kIndexSuffix);
-    if (hasIndex && !writeIndexFile() && !name.isEmpty())
-        QFile::remove(name);
+    if (hasIndex && !writeIndexFile())
+        removeIndexFile();
     hasIndex = false;
     clearIndexes();
+}
+
+void SDBTextPrivate::removeIndexFile()
+{
+    const QString name = companionFile(device, kIndexSuffix);
+    if (!name.isEmpty())
+        QFile::remove(name);
 }
 
 bool SDBTextPrivate::writeIndexFile()

@@ -348,6 +348,8 @@ bool SLogger::_open(const QString &user, const QString &password)
     bool result = m_database.open(m_pathName);
     if (!result && m_database.error() == DBError::FileNotFound)
         result = create(&m_database, m_pathName);
+    if (result)
+        removeRemains();
     if (result && isOverLimits())
         result = rotate(true);
     Q_EMIT opened(result);

@@ -14,6 +14,8 @@
 
 namespace Talverine {
 
+class BackupSlot;
+
 //! What a log may grow to, and what is left of it then.
 struct RotateParameters
 {
@@ -84,7 +86,8 @@ public:
      * Opens the log for \a user, or creates it, and rotates it if need be. Emits opened(). In the
      * \a background it returns true at once, and a thread of the global pool does this.
      *
-     * When only the rotation fails, as it does for who may not write, the log is open nevertheless.
+     * When only the rotation fails, as it does for a user who may not write, it returns false, but
+     * the log is open and its backups are as before.
      */
     bool open(const QString &user, const QString &password, bool background = false);
     //! Whether the log is open and no open in the background is on its way, which it doesn't wait
@@ -159,7 +162,7 @@ public:
     /*!
      * Reads a backup, which must belong to the log's user.
      *
-     * Without \a merge it takes the place of the log, which is rotated before: a backup that is
+     * Without \a merge it replaces the log, which is rotated before: a backup that is
      * missing or can't be read leaves the log with nothing but its "LogRotate".
      *
      * With \a merge its entries are added to the end, dates kept. An entry whose \a uniqueField
@@ -174,9 +177,11 @@ public:
     bool restore(const QString &dir, const Char *name) = delete;
     /*!
      * Copies the log to a backup beside it and begins anew: with nothing but the entry "LogRotate",
-     * or with the pinned and newest ones behind it when \a keep. The log is untouched until all of
-     * that is in a temporary file; what stops the program while it is filled from there leaves the
-     * backup.
+     * or with the pinned and newest ones after it when \a keep.
+     *
+     * The backup is on the disk before the log is replaced in one step. Whatever stops the program
+     * or the machine, no entry is lost, and the next open() removes what is left of the rotation.
+     * If it fails, the log and its backups are as before; error() returns why.
      */
     bool rotate(bool keep);
 
@@ -206,7 +211,10 @@ private:
 
     bool isOverLimits() const;
     int keptEntries() const;
-    bool backupPlain(const QString &fileName);
+    bool backupAndReplace(const SDBText &fresh, BackupSlot *slot);
+    QString rotationNote() const;
+    QString restorationNote() const;
+    void removeRemains();
     bool fill(SDBText *target, const SDBRecord &marker, int kept);
     bool carry(const SDBField &field, SDBText *target);
 

@@ -65,14 +65,14 @@ bool SLogger::restoreInPlace(const QString &source)
     if (!LogBackups(m_pathName).holds(source))
         return rotate(false) && m_database.restore(source, false);
     // The rotation may remove the backup that is asked for, or write over it.
-    const TemporaryDatabase aside;
+    const TemporaryDatabase aside(restorationNote());
     return copyFile(source, aside.path()) && rotate(false) &&
            m_database.restore(aside.path(), false);
 }
 
 bool SLogger::mergeNew(const QString &source, const QString &uniqueField)
 {
-    const TemporaryDatabase sifted;
+    const TemporaryDatabase sifted(restorationNote());
     return copyAndRemoveDuplicated(source, uniqueField, sifted.path()) &&
            m_database.restore(sifted.path(), true);
 }

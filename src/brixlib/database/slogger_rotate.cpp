@@ -2,10 +2,11 @@
 // How a log gives way to a new one.
 #include <brixlib/database/slogger.h>
 
-#include <brixlib/database/logbackups_p.h>
+#include <brixlib/database/backupslot_p.h>
+#include <brixlib/database/sdbtext_p.h>
+#include <brixlib/database/stagedfile_p.h>
 #include <brixlib/database/temporarydatabase_p.h>
 
-#include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 
 #include <algorithm>
@@ -13,8 +14,6 @@
 using namespace Qt::StringLiterals;
 
 namespace Talverine {
-
-using Compression::CompressionAlgorithm;
 
 namespace {
 
@@ -33,36 +32,61 @@ SDBRecord rotationMarker(const QString &backupFile, int count)
 bool SLogger::rotate(bool keep)
 {
     const QMutexLocker guard(&m_mutex);
-    if (m_pathName.isEmpty())
+    // Whatever forbids the rotation must not cost a backup.
+    if (m_pathName.isEmpty() || !m_database.isReplaceable())
         return false;
-    // A closed log must not cost a backup: this fails before it comes to a file, and tells why.
-    if (m_database.isNull())
-        return backupPlain(QString());
-    const QString backupFile = LogBackups(m_pathName).makeRoom();
-    const int kept = keep ? keptEntries() : 0;
-    SDBRecord marker = rotationMarker(backupFile, m_database.count());
-    const bool isNewFile = !QFile::exists(backupFile);
-    if (!backupPlain(backupFile)) {
-        // What there is of it would keep its number, and cost the next backup one more old one.
-        if (isNewFile)
-            QFile::remove(backupFile);
-        return false;
-    }
+    BackupSlot slot(m_pathName);
+    SDBRecord marker = rotationMarker(slot.path(), m_database.count());
     updateRecord(u"LogRotate"_s, &marker);
-    const TemporaryDatabase place;
+    const TemporaryDatabase place(rotationNote());
     SDBText fresh;
     fresh.authenticate(m_user, m_password);
     for (const QString &name : m_database.fieldsIndexed()) {
         if (!fresh.addFieldIndex(name))
             return false;
     }
-    if (!create(&fresh, place.path()) || !fill(&fresh, marker, kept))
+    if (!create(&fresh, place.path()) || !fill(&fresh, marker, keep ? keptEntries() : 0)) {
+        // A failed write leaves the error of the operation before.
+        const DBError error = fresh.error();
+        m_database.d->error = error == DBError::NoError ? DBError::WriteError : error;
         return false;
-    m_database = fresh;
-    if (m_database.error() != DBError::NoError)
+    }
+    if (!backupAndReplace(fresh, &slot))
         return false;
     Q_EMIT rotated();
     return true;
+}
+
+// The backup is on the disk before the log has its new content.
+bool SLogger::backupAndReplace(const SDBText &fresh, BackupSlot *slot)
+{
+    StagedFile backup(slot->path(), slot->stagedName());
+    if (!m_database.stageCopy(&backup))
+        return false;
+    if (!slot->take(&backup))
+        return m_database.returnBool(DBError::OpenError);
+    m_database = fresh;
+    // Also where the new content can't be opened.
+    if (m_database.isOldContentGone())
+        slot->keep();
+    return m_database.error() == DBError::NoError;
+}
+
+QString SLogger::rotationNote() const
+{
+    return m_pathName + QLatin1String(".brixrotation");
+}
+
+QString SLogger::restorationNote() const
+{
+    return m_pathName + QLatin1String(".brixrestoration");
+}
+
+void SLogger::removeRemains()
+{
+    BackupSlot::removeRemains(m_pathName);
+    TemporaryDatabase::removeRemains(rotationNote());
+    TemporaryDatabase::removeRemains(restorationNote());
 }
 
 bool SLogger::isOverLimits() const
@@ -85,15 +109,6 @@ int SLogger::keptEntries() const
         kept = std::min(kept, fitting / kKeptShare);
     }
     return kept;
-}
-
-bool SLogger::backupPlain(const QString &fileName)
-{
-    const CompressionAlgorithm algorithm = m_database.backupCompressor();
-    m_database.setBackupCompressor(CompressionAlgorithm::Uncompressed);
-    const bool result = m_database.backup(fileName, false);
-    m_database.setBackupCompressor(algorithm);
-    return result;
 }
 
 // The entry that marks the rotation comes first, then those that have a pin, then the newest.
