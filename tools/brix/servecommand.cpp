@@ -6,6 +6,7 @@
 #include "interruption.h"
 #include "logwriter.h"
 #include "messagehandler.h"
+#include "partialfiles.h"
 #include "processrights.h"
 #include "sessionlog.h"
 #include "tool.h"
@@ -19,7 +20,10 @@
 #include <brixlib/workers/ssimplebackgroundrunner.h>
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QDateTime>
+#include <QtCore/QDir>
 #include <QtCore/QEventLoop>
+#include <QtCore/QSet>
 #include <QtNetwork/QHostAddress>
 
 namespace Brix {
@@ -41,6 +45,7 @@ struct ServeOptions
     qint64 limitOut = 0;
     bool strictJail = false;
     int fileMask = -1;
+    int partialDays = 0;
     bool verbose = false;
 };
 
@@ -83,6 +88,10 @@ void declareServe(Command *command, ServeOptions *options)
             return isOctalMask(text) ? std::string()
                                      : text + " is not an octal number from 0 to 777";
         });
+    command->addNumber("--clean-partials", &options->partialDays,
+                       "Remove, at the start, what killed servers have left of transfers in the "
+                       "homes so many days ago (UUID.part); 0 keeps it",
+                       0, 36500);
     command->addFlag("--verbose", &options->verbose,
                      "A line on stderr for each login, command and end of a session");
 }
@@ -131,6 +140,25 @@ public:
         m_speed.setOutcomingSpeed(options.limitOut);
         m_controller.setMaximumConnections(options.maximumConnections);
         connect(&m_controller, &SServerController::newConnection, this, &FileServer::serve);
+    }
+
+    // What the homes hold of transfers that a killed server has left.
+    void cleanPartialFiles()
+    {
+        if (m_options.partialDays == 0)
+            return;
+        const auto time = QDateTime::currentDateTimeUtc().addDays(-m_options.partialDays);
+        PartialFiles::Removal all;
+        for (const QString &home : homes()) {
+            const auto removal = PartialFiles::removeOlderThan(time, home);
+            all.files += removal.files;
+            all.bytes += removal.bytes;
+            all.kept += removal.kept;
+        }
+        note(u"removed %1 partial files (%2)"_s.arg(QString::number(all.files),
+                                                    Output::bytes(all.bytes)));
+        for (const QString &path : std::as_const(all.kept))
+            note(u"cannot remove %1"_s.arg(path));
     }
 
     void listen()
@@ -194,6 +222,17 @@ private:
         connect(runner, &SSimpleBackgroundRunner::finished, runner, &QObject::deleteLater);
     }
 
+    QSet<QString> homes() const
+    {
+        QSet<QString> homes;
+        for (const QString &name : m_users.users()) {
+            const QString home = m_users.sharedUser(name)->homeFolder();
+            if (!home.isEmpty())
+                homes.insert(QDir(home).absolutePath());
+        }
+        return homes;
+    }
+
     void tellUsers()
     {
         note(u"read the user file again; users: %1"_s.arg(QString::number(m_users.users().size())));
@@ -240,6 +279,7 @@ ExitCode serve(const Output &output, const ServeOptions &options)
         throw Failure{ExitCode::Usage, u"--umask: this system has no such mask"_s};
     const Interruption interruption;
     FileServer server(output, options);
+    server.cleanPartialFiles();
     server.listen();
     server.run(interruption);
     return ExitCode::Done;
