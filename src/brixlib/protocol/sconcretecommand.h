@@ -5,6 +5,15 @@
 
 #include <utility>
 
+// With hidden symbols, all shared objects must still share the type information of an
+// instantiation. Windows has no such visibility, and cannot export a template for a class without
+// linkage.
+#ifdef Q_OS_WIN
+#define BRIXLIB_SHARED_TYPE
+#else
+#define BRIXLIB_SHARED_TYPE __attribute__((visibility("default")))
+#endif
+
 namespace Talverine {
 
 /*!
@@ -31,9 +40,8 @@ namespace Talverine {
  * readFields() runs on a fresh object that already has the version of the bytes, need not look at
  * the stream's status, and leaves what that version omits as it is.
  */
-// The code of an instantiation stands where it is made, so it is exported from there.
 template<class Command, class Base = SCommand>
-class Q_DECL_EXPORT SConcreteCommand : public Base
+class BRIXLIB_SHARED_TYPE SConcreteCommand : public Base
 {
 public:
     using Base::Base;

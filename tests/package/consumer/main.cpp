@@ -4,9 +4,11 @@
 #include <brixrt/brixrt.h>
 #include <brixsec/brixsec.h>
 
+#include <QtCore/QDataStream>
 #include <QtCore/QVariant>
 
 #include <cstdio>
+#include <memory>
 
 using namespace Talverine;
 
@@ -31,6 +33,24 @@ public:
     bool equalsTo(const IEquatable *other) const override { return isSameType(other); }
 };
 
+//! A command of an application, whose class has no linkage.
+class Greet final : public SConcreteCommand<Greet>
+{
+public:
+    Greet()
+        : SConcreteCommand(Wire::word("gret"))
+    {
+    }
+    bool operator==(const Greet &) const = default;
+
+    QString name;
+
+private:
+    friend SConcreteCommand;
+    void readFields(QDataStream &stream) { stream >> name; }
+    void writeFields(QDataStream &stream) const { stream << name; }
+};
+
 } // namespace
 
 int main(int, char **argv)
@@ -51,6 +71,11 @@ int main(int, char **argv)
     const Value value;
     const Value other;
     check(value.equalsTo(&other) && !value.equalsTo(nullptr), "an interface");
+
+    Greet greet;
+    greet.name = QStringLiteral("all");
+    const std::unique_ptr<SCommand> copy(greet.clone());
+    check(copy->equalsTo(&greet), "a command of its own");
 
     check(S3rdParty::modules().size() == 3, "the modules in use");
 
