@@ -83,7 +83,7 @@ void RemoteFile::fail(const QString &refusal) const
         throw Failure{ExitCode::Interrupted, u"interrupted"_s};
     switch (m_device.error()) {
     case Error::NoConnection:
-        throw ConnectionFailure::noConnection(m_login.url);
+        throw ConnectionFailure::noConnection(m_login.url, m_login.timeout);
     case Error::Login:
         throw ConnectionFailure::loginRefused(m_login.url);
     case Error::File:

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <optional>
 
 namespace Brix {
 
@@ -113,16 +114,32 @@ void Session::open()
     m_connecting = false;
     if (!connected) {
         m_isOver = true;
-        throw ConnectionFailure::noConnection(m_login.url);
+        throw ConnectionFailure::noConnection(m_login.url, m_login.timeout);
     }
-    const Answer answer = ask(CommandIds::kAuthentication, [&](Requester &server) {
-        server.authenticate(m_login.url.user, m_login.password);
-    });
-    if (!answer.result)
-        throw ConnectionFailure::loginRefused(m_login.url);
+    authenticate();
     waitWhile([this] { return !m_isListed; });
     if (m_isOver)
         throw failure(Outcome::Failed);
+}
+
+void Session::authenticate()
+{
+    std::optional<Outcome> outcome;
+    bool isAuthenticated = false;
+    post(
+        CommandIds::kAuthentication,
+        [&](Requester &server) { server.authenticate(m_login.url.user, m_login.password); },
+        [&](Outcome how, const Answer &answer) {
+            outcome = how;
+            isAuthenticated = answer.result;
+        });
+    waitWhile([&] { return !outcome; });
+    if (m_login.interruption.isRequested())
+        throw failure(Outcome::Failed);
+    if (*outcome != Outcome::Done)
+        throw ConnectionFailure::noLogin(m_login.url);
+    if (!isAuthenticated)
+        throw ConnectionFailure::loginRefused(m_login.url);
 }
 
 void Session::require(SCommandId id) const

@@ -110,6 +110,7 @@ private:
         Done done;
     };
 
+    void authenticate();
     void interrupt();
     void listen(AnswerCollector *collector);
     void takeEnded();
