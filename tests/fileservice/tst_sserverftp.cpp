@@ -450,6 +450,20 @@ private Q_SLOTS:
         QTRY_COMPARE(m_server->log, QStringList{u"fileSystemSensitivityCheck"_s});
     }
 
+    void answersOfOperationsAreTold()
+    {
+        QList<bool> answers;
+        m_server->configure = [&](SServerFtp &session) {
+            connect(&session, &SServerFtp::operationFinished, this,
+                    [&answers](bool result) { answers.append(result); });
+        };
+        QVERIFY(login());
+        QCOMPARE(exchange(command("mkd_", text(u"new")), 9), ack() + '\1' + ack());
+        QCOMPARE(exchange(command("exst", text(u"missing")), 9), ack() + '\0' + ack());
+        QCOMPARE(exchange(command("wami"), 4), ack());
+        QTRY_COMPARE(answers, (QList<bool>{true, false}));
+    }
+
     void slotRunsBeforeTheSensitivityIsTold()
     {
         QSemaphore reached;

@@ -164,6 +164,28 @@ private Q_SLOTS:
         QTRY_COMPARE(told, (QList<QString>{u"started "_s + path, u"finished "_s + path}));
     }
 
+    void bytesThatMovedAreTold()
+    {
+        SessionHost host;
+        QList<QList<qint64>> told;
+        host.prepare = [&](SServerBase *server) {
+            connect(server, &SServerBase::clientDeviceTransferred, this,
+                    [&](qint64 read, qint64 written) {
+                        told += QList<qint64>{read, written};
+                    });
+        };
+        QVERIFY(writeFile(host.homeOf(u"alice"_s) + u"/file"_s, "0123456789"));
+        RawClient client;
+        QVERIFY(start(client, host, u"file"_s));
+        exchange(client, Request::open(ReadWrite), yes());
+        exchange(client,
+                 Request::read(4) + Request::write("ab") + Request::write("c") + Request::read(100),
+                 got("0123") + got("789"));
+        QVERIFY(told.isEmpty());
+        client.vanish();
+        QTRY_COMPARE(told, (QList<QList<qint64>>{{7, 3}}));
+    }
+
     void theParentFolderIsMade()
     {
         SessionHost host;

@@ -31,6 +31,8 @@ public:
     }
     Q_DISABLE_COPY_MOVE(ToolServer)
 
+    //! The server's BRIX_PASSWORD; null leaves the variable unset.
+    QString serverPassword;
     //! Written to the user file by start().
     Talverine::SAuthenticationDb users;
 
@@ -46,9 +48,11 @@ public:
         if (!users.save(&file) ||
             !file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner))
             return false;
-        ToolProcess().prepare(&m_process, QStringList{QStringLiteral("serve"),
-                                                      QStringLiteral("--users"), file.fileName()} +
-                                              arguments);
+        ToolProcess tool;
+        tool.password = serverPassword;
+        tool.prepare(&m_process, QStringList{QStringLiteral("serve"), QStringLiteral("--users"),
+                                             file.fileName()} +
+                                     arguments);
         m_process.start();
         while (!m_process.canReadLine() && m_process.waitForReadyRead(20'000))
             continue;

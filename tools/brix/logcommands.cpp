@@ -3,14 +3,19 @@
 #include "logcommands.h"
 
 #include "databaseview.h"
+#include "newdatabase.h"
+
+#include <brixrt/slocale.h>
 
 #include <QtCore/QFileInfo>
 
 namespace Brix {
 
 using namespace Qt::StringLiterals;
+using Talverine::DBAuthGrants;
 using Talverine::RotateParameters;
 using Talverine::SDBRecord;
+using Talverine::SLocale;
 using Talverine::SLogger;
 
 namespace {
@@ -43,6 +48,26 @@ void openLog(SLogger &log, const QString &file, const DatabaseLogin &login)
 }
 
 } // namespace
+
+std::unique_ptr<SLogger> openLog(const QString &file, const DatabaseLogin &owner,
+                                 const RotateParameters &limits)
+{
+    requireLog(file);
+    auto log = std::make_unique<SLogger>(pathOf(file), limits);
+    openLog(*log, file, owner);
+    return log;
+}
+
+// A log of the logger's own making could be read by anyone, with the hash of its password.
+void makeLogIfMissing(const QString &file, const DatabaseLogin &owner)
+{
+    if (QFileInfo::exists(file))
+        return;
+    const SLocale culture(u"en-US"_s, QLocale::OmitGroupSeparator);
+    // Another program may have made it meanwhile, which is as good.
+    static_cast<void>(writeNewDatabase(
+        {file, SDBRecord::uniqueIncKey(), DBAuthGrants::ReadOnly, culture, u"2"_s}, owner));
+}
 
 void withLog(const Output &output, const QString &file, const DatabaseLogin &login,
              const RotateParameters &limits, const std::function<void(SLogger &)> &work)

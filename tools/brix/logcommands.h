@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <limits>
+#include <memory>
 
 namespace Brix {
 
@@ -17,6 +18,14 @@ inline constexpr Talverine::RotateParameters kNoLimits{.maxLogs = std::numeric_l
                                                        .maxBytes =
                                                            std::numeric_limits<qint64>::max()};
 
+/*!
+ * Opens a log for writing, which may rotate it. Throws Failure, also when \a owner may not write to
+ * it.
+ */
+std::unique_ptr<Talverine::SLogger> openLog(const QString &file, const DatabaseLogin &owner,
+                                            const Talverine::RotateParameters &limits);
+//! Makes a log that only the owner of the file may read, unless \a file exists. Throws Failure.
+void makeLogIfMissing(const QString &file, const DatabaseLogin &owner);
 /*!
  * Opens a log for writing, runs \a work with it in a thread of its own, and tells in a note when
  * the opening has rotated it. Throws Failure, also when the user may not write to it.

@@ -3,11 +3,8 @@
 #include "fieldrules.h"
 #include "logcommands.h"
 #include "logentry.h"
-#include "newdatabase.h"
 #include "readonlydevice.h"
 #include "signaturecheck.h"
-
-#include <brixrt/slocale.h>
 
 #include <QtCore/QFileInfo>
 #include <QtCore/QLoggingCategory>
@@ -24,7 +21,6 @@ using Talverine::DBError;
 using Talverine::RotateParameters;
 using Talverine::SDBRecord;
 using Talverine::SDBText;
-using Talverine::SLocale;
 using Talverine::SLogger;
 
 namespace {
@@ -97,22 +93,11 @@ void writeNumber(const Output &output, const QString &text, const SDBRecord &ent
                   {{u"key"_s, entry.value(SDBRecord::uniqueIncKey()).toString()}});
 }
 
-// A log of the logger's own making could be read by anyone, with the hash of its password.
-void makeIfMissing(const QString &file, const DatabaseLogin &owner)
-{
-    if (QFileInfo::exists(file))
-        return;
-    const SLocale culture(u"en-US"_s, QLocale::OmitGroupSeparator);
-    // Another program may have made it meanwhile, which is as good.
-    static_cast<void>(writeNewDatabase(
-        {file, SDBRecord::uniqueIncKey(), DBAuthGrants::ReadOnly, culture, u"2"_s}, owner));
-}
-
 ExitCode append(const Output &output, const AppendOptions &options)
 {
     const SDBRecord fields = entryOf(options);
     const DatabaseLogin writer = writerOf(options.log);
-    makeIfMissing(options.log.file, writer);
+    makeLogIfMissing(options.log.file, writer);
     SDBRecord entry;
     withLog(output, options.log.file, writer, options.limits, [&](SLogger &log) {
         if (!log.append(options.id, fields))

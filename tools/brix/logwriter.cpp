@@ -3,12 +3,7 @@
 
 #include "printabletext.h"
 
-#include <QtCore/QByteArray>
-#include <QtCore/QList>
-
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 
 namespace Brix {
 
@@ -22,15 +17,6 @@ constexpr qsizetype kLongestLine = 4096;
 constexpr auto kLastWrites = 1s;
 constexpr int kStandardError = 2;
 
-QByteArray lineOf(const QString &text)
-{
-    // Cut before it is escaped too, since a name from outside may be very long.
-    QString line = printableText(QStringView(text).left(kLongestLine));
-    if (line.size() > kLongestLine || text.size() > kLongestLine)
-        line = line.left(kLongestLine) + u"..."_s;
-    return line.toLocal8Bit() + '\n';
-}
-
 // A reader that takes a few bytes at a time is served as well.
 bool writeAll(QFile &file, QByteArrayView bytes)
 {
@@ -43,79 +29,30 @@ bool writeAll(QFile &file, QByteArrayView bytes)
     return true;
 }
 
-} // namespace
-
-struct LogWriter::State
+// Returns how many lines were lost and are not told yet.
+qint64 writeBatch(QFile &file, const QList<QByteArray> &lines, qint64 dropped)
 {
-    std::unique_ptr<QFile> file;
-    std::mutex mutex;
-    std::condition_variable changed;
-    QList<QByteArray> queue;
-    qsizetype queuedBytes = 0;
-    qint64 dropped = 0;
-    bool isEnding = false;
-    bool hasEnded = false;
-
-    void run();
-    void writeBatch(const QList<QByteArray> &lines, qint64 droppedAfter);
-};
-
-// Lines are dropped only while others wait, so the count belongs after these.
-void LogWriter::State::run()
-{
-    std::unique_lock lock(mutex);
-    while (true) {
-        changed.wait(lock, [this] { return isEnding || !queue.isEmpty(); });
-        if (queue.isEmpty())
-            break;
-        const QList<QByteArray> lines = std::exchange(queue, {});
-        const qint64 droppedAfter = std::exchange(dropped, 0);
-        queuedBytes = 0;
-        lock.unlock();
-        writeBatch(lines, droppedAfter);
-        lock.lock();
-    }
-    hasEnded = true;
-    changed.notify_all();
-}
-
-void LogWriter::State::writeBatch(const QList<QByteArray> &lines, qint64 droppedAfter)
-{
-    qint64 lost = droppedAfter;
+    qint64 lost = dropped;
     bool isWritable = true;
     for (const QByteArray &line : lines) {
-        isWritable = writeAll(*file, line);
+        isWritable = writeAll(file, line);
         lost += isWritable ? 0 : 1;
     }
     if (lost == 0)
-        return;
+        return 0;
     const QByteArray notice = "brix: " + QByteArray::number(lost) + " lines of the log were lost\n";
-    if (isWritable && writeAll(*file, notice))
-        return;
-    const std::lock_guard lock(mutex);
-    dropped += lost;
+    return isWritable && writeAll(file, notice) ? 0 : lost;
 }
+
+} // namespace
 
 LogWriter::LogWriter(std::unique_ptr<QFile> file)
-    : m_state(std::make_shared<State>())
+    : m_thread(kQueueBytes, kLastWrites,
+               [file = std::shared_ptr<QFile>(std::move(file))](const QList<QByteArray> &lines,
+                                                                qint64 dropped) {
+                   return writeBatch(*file, lines, dropped);
+               })
 {
-    m_state->file = std::move(file);
-    m_thread = std::thread([state = m_state] { state->run(); });
-}
-
-// A thread that is stuck ends with the program.
-LogWriter::~LogWriter()
-{
-    std::unique_lock lock(m_state->mutex);
-    m_state->isEnding = true;
-    m_state->changed.notify_all();
-    const bool hasEnded =
-        m_state->changed.wait_for(lock, kLastWrites, [this] { return m_state->hasEnded; });
-    lock.unlock();
-    if (hasEnded)
-        m_thread.join();
-    else
-        m_thread.detach();
 }
 
 std::unique_ptr<QFile> LogWriter::standardError()
@@ -128,15 +65,17 @@ std::unique_ptr<QFile> LogWriter::standardError()
 
 void LogWriter::write(const QString &line)
 {
-    const QByteArray bytes = lineOf(line);
-    const std::lock_guard lock(m_state->mutex);
-    if (m_state->queuedBytes + bytes.size() > kQueueBytes) {
-        ++m_state->dropped;
-        return;
-    }
-    m_state->queue.append(bytes);
-    m_state->queuedBytes += bytes.size();
-    m_state->changed.notify_all();
+    // Cut before it is escaped too, since a name from outside may be very long.
+    const QString text = printableText(QStringView(line).left(kLongestLine));
+    writePrintable(line.size() > kLongestLine ? text.left(kLongestLine) + u"..."_s : text);
+}
+
+void LogWriter::writePrintable(const QString &line)
+{
+    const bool isLong = line.size() > kLongestLine + 3;
+    const QByteArray bytes =
+        (isLong ? line.left(kLongestLine) + u"..."_s : line).toLocal8Bit() + '\n';
+    m_thread.add(bytes, bytes.size());
 }
 
 } // namespace Brix

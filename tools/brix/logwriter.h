@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "batchthread.h"
+
+#include <QtCore/QByteArray>
 #include <QtCore/QFile>
 #include <QtCore/QString>
 
 #include <memory>
-#include <thread>
 
 namespace Brix {
 
@@ -21,10 +23,9 @@ namespace Brix {
 class LogWriter final
 {
 public:
-    //! Takes an open \a file, best opened without a buffer.
+    //! Takes an open \a file, best opened without a buffer. The destructor writes the lines that
+    //! wait, for a second at most.
     explicit LogWriter(std::unique_ptr<QFile> file);
-    //! Writes the lines that wait, for a second at most, and closes the file.
-    ~LogWriter();
     Q_DISABLE_COPY_MOVE(LogWriter)
 
     //! The process's stderr, open for writing.
@@ -35,13 +36,11 @@ public:
      * once.
      */
     void write(const QString &line);
+    //! As write(), for a line whose foreign parts have the form of printableText() already.
+    void writePrintable(const QString &line);
 
 private:
-    struct State;
-
-    // Outlives this object when the thread is stuck in a write.
-    const std::shared_ptr<State> m_state;
-    std::thread m_thread;
+    BatchThread<QByteArray> m_thread;
 };
 
 } // namespace Brix

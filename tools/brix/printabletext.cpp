@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "printabletext.h"
 
-#include <QtCore/QStringList>
+#include <algorithm>
 
 #include <algorithm>
 
@@ -70,10 +70,19 @@ qsizetype validBytes(QByteArrayView bytes)
     return 0;
 }
 
+bool isPlainAscii(QStringView text)
+{
+    return std::all_of(text.begin(), text.end(),
+                       [](QChar c) { return c >= u' ' && c <= u'~' && c != u'\\'; });
+}
+
 } // namespace
 
 QString printableText(QStringView text)
 {
+    // Nearly all texts, and much faster.
+    if (isPlainAscii(text))
+        return text.toString();
     QString result;
     result.reserve(text.size());
     for (qsizetype i = 0; i < text.size();) {

@@ -8,7 +8,9 @@
 #include "messagehandler.h"
 #include "partialfiles.h"
 #include "processrights.h"
+#include "serveaudit.h"
 #include "sessionlog.h"
+#include "sessionrecorder.h"
 #include "tool.h"
 #include "userfilewatch.h"
 
@@ -46,6 +48,7 @@ struct ServeOptions
     bool strictJail = false;
     int fileMask = -1;
     int partialDays = 0;
+    ServeAuditOptions audit;
     bool verbose = false;
 };
 
@@ -94,6 +97,7 @@ void declareServe(Command *command, ServeOptions *options)
                        0, 36500);
     command->addFlag("--verbose", &options->verbose,
                      "A line on stderr for each login, command and end of a session");
+    ServeAuditOptions::declare(command, &options->audit);
 }
 
 // A session that keeps to the limits from its first byte on; the speed controller, which shares
@@ -108,7 +112,17 @@ public:
     {
     }
 
+    //! Null for none.
+    void setRecorder(SessionRecorder *recorder) { m_recorder = recorder; }
+
 protected:
+    bool executeCommand(SCommand *command) override
+    {
+        if (m_recorder)
+            m_recorder->begin(command);
+        return SServerFtp::executeCommand(command);
+    }
+
     bool workerInit() override
     {
         if (!SServerFtp::workerInit())
@@ -121,6 +135,7 @@ protected:
 private:
     const qint64 m_limitIn;
     const qint64 m_limitOut;
+    SessionRecorder *m_recorder = nullptr;
 };
 
 // Listens, and serves each connection in a thread of its own.
@@ -216,8 +231,10 @@ private:
         session->addPluggable(u"version"_s, new SPluggableServerVersion);
         if (m_options.limitIn > 0 || m_options.limitOut > 0)
             session->setSpeedController(&m_speed);
+        ++m_sessions;
         if (m_options.verbose)
-            logSession(session, ++m_sessions, &m_log);
+            logSession(session, m_sessions, &m_log);
+        session->setRecorder(m_audit.recorder(session, m_sessions));
         auto *runner = m_controller.serveNewConnectionAsync(session, true);
         connect(runner, &SSimpleBackgroundRunner::finished, runner, &QObject::deleteLater);
     }
@@ -268,6 +285,7 @@ private:
     STcpSocketSpeedController m_speed;
     LogWriter m_log{LogWriter::standardError()};
     const MessageRedirection m_messages{&m_log};
+    ServeAudit m_audit{m_options.audit, &m_log};
     int m_sessions = 0;
     // Last, so that its sessions end before what they use does.
     SServerController m_controller;

@@ -168,6 +168,7 @@ bool SServerFtp::keepsAlive(SCommand &command) const
 
 bool SServerFtp::writeResult(bool result)
 {
+    Q_EMIT operationFinished(result);
     const char byte = result ? 1 : 0;
     holdReply();
     return writeAll(socket(), &byte, 1) == 1;

@@ -86,6 +86,9 @@ Q_SIGNALS:
     void sendFileTransferredSize(qint64 done, qint64 total);
     //! The file stands under its final name.
     void sendFileFinished(const QString &local);
+    //! An operation that is answered with one byte has been carried out; \a result is the answer.
+    //! Emitted before the client is told.
+    void operationFinished(bool result);
     //! Comes just before the client is told how file names compare.
     void fileSystemSensitivityCheck();
 

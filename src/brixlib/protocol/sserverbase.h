@@ -100,6 +100,9 @@ Q_SIGNALS:
     void clientDeviceStarted(const QString &fileName);
     //! A client has closed its remote device; does not come when the connection is lost.
     void clientDeviceFinished(const QString &fileName);
+    //! A remote device has ended, closed by the client or not: so many bytes of the file were sent
+    //! to the client, and so many of the client's were written to the file.
+    void clientDeviceTransferred(qint64 readBytes, qint64 writtenBytes);
     //! A link test begins: the client sends for so many seconds, then it is sent to.
     void linkTestStarted(int uploadSeconds, int downloadSeconds);
     //! Both rates are the client's: what it sent and what it was sent. Does not come for a test

@@ -60,6 +60,9 @@ public:
         return false;
     }
 
+    qint64 readBytes() const { return m_readBytes; }
+    qint64 writtenBytes() const { return m_writtenBytes; }
+
 private:
     STcpSocket *socket() const { return m_server.socket(); }
 
@@ -134,7 +137,9 @@ private:
                                  : -1;
         qToBigEndian(count, m_buffer.get());
         const qint64 size = kCountBytes + std::max<qint64>(count, 0);
-        return m_server.writeAll(socket(), m_buffer.get(), size) == size;
+        const bool isSent = m_server.writeAll(socket(), m_buffer.get(), size) == size;
+        m_readBytes += isSent ? size - kCountBytes : 0;
+        return isSent;
     }
 
     // All the announced bytes are taken off the connection, also when the file takes no more.
@@ -149,6 +154,7 @@ private:
             if (m_server.readAll(socket(), m_buffer.get(), piece) != piece)
                 return false;
             taken = taken && m_file.write(m_buffer.get(), piece) == piece;
+            m_writtenBytes += taken ? piece : 0;
             left -= piece;
         }
         return true;
@@ -157,6 +163,8 @@ private:
     SServerBase &m_server;
     QFile m_file;
     const std::unique_ptr<char[]> m_buffer;
+    qint64 m_readBytes = 0;
+    qint64 m_writtenBytes = 0;
 };
 
 // An empty answer means a path outside the jail; made absolute once more it would turn into the
@@ -166,7 +174,10 @@ bool SServerBase::executeCommandClientDevice(const SCommandClientDevice &command
     const QString path = networkPathToAbsolute(command.fileName(), rootPath());
     if (path.isEmpty() || !makeDirLocal(QFileInfo(path).path()))
         return false;
-    return DeviceSession(*this, path).run();
+    DeviceSession session(*this, path);
+    const bool isClosed = session.run();
+    Q_EMIT clientDeviceTransferred(session.readBytes(), session.writtenBytes());
+    return isClosed;
 }
 
 } // namespace Talverine
