@@ -36,6 +36,8 @@ struct Answer
     bool isMoved = false;
     //! The exchange failed by the server's own word.
     bool isRefused = false;
+    //! The exchange failed because its reply was larger than allowed, or than the memory.
+    bool isTooLarge = false;
     //! Why a file of this machine ended the exchange; empty when it did not.
     QString localError;
     qint64 moved = 0; //!< bytes so far

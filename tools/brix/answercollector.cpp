@@ -42,6 +42,7 @@ AnswerCollector::AnswerCollector(SClientFtp *client, std::shared_ptr<EndedComman
     listenToTransfers(client);
     listen(client, &SClientFtp::commandResult, [this, client](SCommandId id, bool succeeded) {
         m_answer.isRefused = client->wasRefused();
+        m_answer.isTooLarge = client->wasReplyTooLarge();
         m_answer.localError = client->localError();
         onEnded(id, succeeded);
     });

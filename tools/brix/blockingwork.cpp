@@ -8,7 +8,6 @@
 #include <QtCore/QThread>
 #include <QtCore/QTimer>
 
-#include <cstdlib>
 #include <memory>
 #include <new>
 #include <optional>
@@ -17,7 +16,6 @@
 
 namespace Brix {
 
-using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace {
@@ -30,13 +28,14 @@ constexpr auto interruptionGrace = 3s;
 void runBlocking(const Interruption &interruption, const std::function<void()> &work)
 {
     std::optional<Failure> failure;
+    bool isOutOfMemory = false;
     const std::unique_ptr<QThread> thread(QThread::create([&] {
         try {
             work();
         } catch (const Failure &thrown) {
             failure = thrown;
         } catch (const std::bad_alloc &) {
-            failure = Failure{ExitCode::LocalIo, u"out of memory"_s};
+            isOutOfMemory = true;
         }
         // A thread of Qt's counts as finished before what others hold for it is freed. OpenSSL
         // would take locks for that which the end of the program destroys.
@@ -47,11 +46,15 @@ void runBlocking(const Interruption &interruption, const std::function<void()> &
     QObject::connect(&interruption, &Interruption::requested, &loop, [&] {
         thread->requestInterruption();
         QTimer::singleShot(interruptionGrace, &loop,
-                           [] { std::_Exit(int(ExitCode::Interrupted)); });
+                           [&interruption] { interruption.endProgram(); });
     });
     thread->start();
     loop.exec();
     thread->wait();
+    if (isOutOfMemory)
+        throw std::bad_alloc();
+    if (failure && failure->code == ExitCode::Interrupted)
+        throw interruption.failure();
     if (failure)
         throw *failure;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "download.h"
 
+#include "interruption.h"
 #include "localstreams.h"
 #include "output.h"
 #include "remotepath.h"
@@ -21,9 +22,6 @@ using namespace Qt::StringLiterals;
 using namespace Talverine;
 
 namespace {
-
-// A server that tells of folders in folders without end is not followed further.
-constexpr int deepestFolder = 200;
 
 QString temporaryName(const QString &folder)
 {
@@ -58,12 +56,13 @@ QString followed(const QString &local)
 } // namespace
 
 Download::Download(Session &session, ProgressBar &progress, TransferReport &report,
-                   bool removeSource)
+                   bool removeSource, const TreeLimits &limits)
     : m_session(session)
     , m_lanes(session)
     , m_progress(progress)
     , m_report(report)
     , m_removeSource(removeSource)
+    , m_limits(limits)
 {
     QObject::connect(&m_lanes, &Lanes::transferred, &m_lanes, [this](qint64 done, qint64 total) {
         // The size of a single file is not known before.
@@ -126,7 +125,13 @@ void Download::collect(const QString &remote, const QString &local, const QStrin
 {
     if (!makeFolder(local, name))
         return;
-    for (const auto &entry : m_session.list(remote)) {
+    const QList<SFileEntry> entries = m_session.list(remote);
+    m_listed += entries.size();
+    if (m_listed > m_limits.entries)
+        throw Failure{ExitCode::Refused,
+                      u"the server lists more files and folders than the %1 of --max-entries"_s.arg(
+                          QString::number(m_limits.entries))};
+    for (const auto &entry : entries) {
         if (!RemotePath::isSafeName(entry.fileName())) {
             m_report.addFailure(RemotePath::join(name, entry.fileName()), ExitCode::Refused,
                                 u"the server gives a name that no file here can have"_s);
@@ -148,8 +153,10 @@ void Download::collectEntry(const SFileEntry &entry, const QString &remote, cons
     } else if (entry.isSymbolic()) {
         m_report.addSkipped(name, entry.isDirectory() ? u"a link to a folder"_s
                                                       : u"a link that leads nowhere"_s);
-    } else if (depth >= deepestFolder) {
-        m_report.addFailure(name, ExitCode::Refused, u"its folder lies too deep"_s);
+    } else if (depth >= m_limits.depth) {
+        m_report.addFailure(name, ExitCode::Refused,
+                            u"its folder lies too deep: --max-depth allows %1 levels"_s.arg(
+                                QString::number(m_limits.depth)));
     } else {
         m_remoteFolders.append(remote);
         collect(remote, local, name, depth + 1);
@@ -282,7 +289,7 @@ void Download::explainFailure(const File &file, Outcome outcome, const Answer &a
 {
     const Failure failure = m_session.failure(outcome);
     const QString moved = Output::bytes(answer.moved);
-    if (failure.code == ExitCode::Interrupted)
+    if (m_session.login().interruption.isRequested())
         return m_report.addFailure(file.name, failure.code,
                                    answer.moved > 0 ? u"%1 after %2"_s.arg(failure.text, moved)
                                                     : failure.text);

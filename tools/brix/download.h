@@ -23,7 +23,15 @@ namespace Brix {
 class Download final
 {
 public:
-    Download(Session &session, ProgressBar &progress, TransferReport &report, bool removeSource);
+    //! How far a tree is followed that a server describes.
+    struct TreeLimits
+    {
+        int depth = 200;
+        qint64 entries = 1'000'000;
+    };
+
+    Download(Session &session, ProgressBar &progress, TransferReport &report, bool removeSource,
+             const TreeLimits &limits);
 
     //! Fetches one file to \a local, whose folder is made if need be; throws Failure.
     void fetchFile(const QString &remote, const QString &local);
@@ -62,6 +70,8 @@ private:
     ProgressBar &m_progress;
     TransferReport &m_report;
     const bool m_removeSource;
+    const TreeLimits m_limits;
+    qint64 m_listed = 0; // entries so far
     QString m_stagingFolder;
     std::filesystem::perms m_newPermissions = std::filesystem::perms::none; // of any new file
     QList<File> m_files;

@@ -9,12 +9,30 @@
 #include <QtCore/QLoggingCategory>
 
 #include <cstdio>
+#include <cstdlib>
 #include <new>
 
 using namespace Brix;
 using namespace Qt::StringLiterals;
 
 namespace {
+
+// No exception passes an event loop, whose code need not be made for it.
+class Application final : public QCoreApplication
+{
+public:
+    using QCoreApplication::QCoreApplication;
+
+    bool notify(QObject *receiver, QEvent *event) override
+    {
+        try {
+            return QCoreApplication::notify(receiver, event);
+        } catch (const std::bad_alloc &) {
+            Output().error(u"out of memory"_s);
+            std::_Exit(int(ExitCode::Connection)); // it is the peers' messages that come as events
+        }
+    }
+};
 
 // Results that did not reach their reader must not look like success.
 ExitCode flushed(const Output &output, ExitCode code)
@@ -65,7 +83,7 @@ int main(int argc, char *argv[])
 {
     StandardStreams::keepPlaces();
     installMessageHandler();
-    QCoreApplication application(argc, argv);
+    const Application application(argc, argv);
     QCoreApplication::setApplicationName(u"brix"_s);
     QCoreApplication::setApplicationVersion(QStringLiteral(BRIX_VERSION));
     // The library's debug lines are for its developers; QT_LOGGING_RULES brings them back.

@@ -4,6 +4,8 @@
 #include "interruption.h"
 #include "remotepath.h"
 
+#include <new>
+
 namespace Brix {
 
 using namespace Qt::StringLiterals;
@@ -28,6 +30,11 @@ void declareRemote(Command *command, RemoteOptions *options)
                      "Read the password from the first line of stdin");
     command->addNumber("--timeout", &options->timeoutSeconds,
                        "Seconds that the server may be silent", 1, 86400);
+    command->addNumber("--max-time", &options->longestSeconds,
+                       "Seconds that the whole command may take; 0 for no limit", 0, 31'536'000);
+    command->addSize("--max-reply", &options->largestReply,
+                     "Largest reply of the server that is read, 0 for no limit; without it 1 MiB "
+                     "for names, 256 MiB for lists and the results of calls");
 }
 
 ExitCode withLogin(const RemoteOptions &options, const LoginWork &work)
@@ -37,8 +44,16 @@ ExitCode withLogin(const RemoteOptions &options, const LoginWork &work)
     const auto password = options.password.existing(url.user, &error);
     if (!password)
         throw Failure{ExitCode::Usage, error};
-    const Interruption interruption;
-    return work({url, *password, std::chrono::seconds(options.timeoutSeconds), interruption});
+    Interruption interruption;
+    if (options.longestSeconds > 0)
+        interruption.limitTime(std::chrono::seconds(options.longestSeconds));
+    try {
+        return work({url, *password, std::chrono::seconds(options.timeoutSeconds), interruption,
+                     options.largestReply});
+    } catch (const std::bad_alloc &) {
+        // The server says how much there is to be held.
+        throw Failure{ExitCode::Connection, u"out of memory"_s};
+    }
 }
 
 ExitCode withSession(const RemoteOptions &options, const RemoteWork &work)

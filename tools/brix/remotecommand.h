@@ -13,6 +13,8 @@ struct RemoteOptions
     QString url;
     PasswordSource password;
     int timeoutSeconds = 10;
+    int longestSeconds = 0; //!< of the whole command; 0 for no limit
+    std::optional<qint64> largestReply;
 };
 
 //! Adds URL and the options of a connection.

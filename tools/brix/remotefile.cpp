@@ -80,7 +80,7 @@ void RemoteFile::finish()
 void RemoteFile::fail(const QString &refusal) const
 {
     if (m_login.interruption.isRequested())
-        throw Failure{ExitCode::Interrupted, u"interrupted"_s};
+        throw m_login.interruption.failure();
     switch (m_device.error()) {
     case Error::NoConnection:
         throw ConnectionFailure::noConnection(m_login.url, m_login.timeout);

@@ -3,6 +3,7 @@
 
 #include "connectionfailure.h"
 #include "interruption.h"
+#include "replylimits.h"
 
 #include <brixlib/fileservice/sclientftp.h>
 #include <brixlib/protocol/wire.h>
@@ -34,6 +35,7 @@ Session::Session(const Login &login)
     , m_requester(m_client)
 {
     m_client->setTimeout(int(login.timeout.count()));
+    limitReplies(m_client, login.largestReply);
     connect(&login.interruption, &Interruption::requested, this, &Session::interrupt);
     listen(new AnswerCollector(m_client, m_ended));
 }
@@ -62,7 +64,7 @@ void Session::interrupt()
 {
     // A connection in the making holds nothing that would need an orderly end.
     if (m_connecting)
-        std::_Exit(int(ExitCode::Interrupted));
+        m_login.interruption.endProgram();
     m_controller.interruptWorkers();
     QTimer::singleShot(interruptionGrace, this, &Session::onEnded);
 }
@@ -134,9 +136,10 @@ void Session::authenticate()
             isAuthenticated = answer.result;
         });
     waitWhile([&] { return !outcome; });
-    if (m_login.interruption.isRequested())
+    // After an interruption a new session still removes what the work has left.
+    if (outcome != Outcome::Done && m_login.interruption.isRequested())
         throw failure(Outcome::Failed);
-    if (*outcome != Outcome::Done)
+    if (outcome != Outcome::Done)
         throw ConnectionFailure::noLogin(m_login.url);
     if (!isAuthenticated)
         throw ConnectionFailure::loginRefused(m_login.url);
@@ -157,6 +160,10 @@ Answer Session::ask(SCommandId id, const Start &start)
         answer = what;
     });
     waitWhile([&] { return !outcome; });
+    if (answer.isTooLarge)
+        throw Failure{ExitCode::Connection,
+                      u"the reply of %1 is larger than --max-reply or the memory allows"_s.arg(
+                          m_login.url.authority())};
     if (*outcome != Outcome::Done)
         throw failure(*outcome);
     return answer;
@@ -217,7 +224,7 @@ QList<SFileEntry> Session::list(const QString &folder)
 Failure Session::failure(Outcome outcome) const
 {
     if (m_login.interruption.isRequested())
-        return {ExitCode::Interrupted, u"interrupted"_s};
+        return m_login.interruption.failure();
     if (outcome == Outcome::Unavailable)
         return {ExitCode::Refused, u"%1 does not know this command"_s.arg(m_login.url.authority())};
     if (outcome == Outcome::NotTried)

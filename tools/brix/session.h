@@ -17,6 +17,7 @@
 #include <chrono>
 #include <deque>
 #include <functional>
+#include <optional>
 
 namespace Talverine {
 class SClientFtp;
@@ -34,6 +35,8 @@ struct Login
     //! Limits each wait for the server.
     std::chrono::milliseconds timeout;
     const Interruption &interruption;
+    //! Bounds the replies of the server, see limitReplies().
+    std::optional<qint64> largestReply;
 };
 
 //! How a command ended.

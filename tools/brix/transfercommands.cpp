@@ -25,6 +25,7 @@ struct TransferOptions
     bool isStandardStream = false; // the path was "-"
     bool recursive = false;
     bool removeSource = false;
+    Download::TreeLimits limits;
 };
 
 void declareTransfer(Command *command, TransferOptions *options)
@@ -45,6 +46,10 @@ void declareGet(Command *command, TransferOptions *options)
         .addStore(
             [options](const auto &texts) { options->isStandardStream = texts.front() == "-"; });
     declareTransfer(command, options);
+    command->addNumber("--max-depth", &options->limits.depth,
+                       "Levels of folders that -r follows below the first", 0, 2000);
+    command->addNumber("--max-entries", &options->limits.entries,
+                       "Files and folders that -r takes; with more it fetches none", 0);
 }
 
 void declarePut(Command *command, TransferOptions *options)
@@ -121,15 +126,15 @@ ExitCode get(const Output &output, const TransferOptions &options)
         throw Failure{ExitCode::Usage, u"-r and --remove-source are not for stdout"_s};
     if (options.isStandardStream)
         return getToStandardOutput(output, options.remote);
-    return withReport(output, options,
-                      [&](Session &session, const RemoteUrl &url, TransferReport &report) {
-                          ProgressBar progress(output.quiet);
-                          Download download(session, progress, report, options.removeSource);
-                          if (options.recursive)
-                              getTree(session, url, options, &download);
-                          else
-                              getFile(session, url, options, &download);
-                      });
+    return withReport(
+        output, options, [&](Session &session, const RemoteUrl &url, TransferReport &report) {
+            ProgressBar progress(output.quiet);
+            Download download(session, progress, report, options.removeSource, options.limits);
+            if (options.recursive)
+                getTree(session, url, options, &download);
+            else
+                getFile(session, url, options, &download);
+        });
 }
 
 void putTree(const RemoteUrl &url, const TransferOptions &options, Upload *upload)

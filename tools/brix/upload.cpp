@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "upload.h"
 
+#include "interruption.h"
 #include "output.h"
 #include "remotepath.h"
 
@@ -440,7 +441,7 @@ Failure Upload::explanation(const Broken &broken) const
 {
     const Answer &answer = broken.answer;
     const Failure failure = m_session.failure(Outcome::Failed);
-    if (failure.code == ExitCode::Interrupted)
+    if (m_session.login().interruption.isRequested())
         return answer.moved > 0
                    ? Failure{failure.code,
                              u"%1 after %2"_s.arg(failure.text, Output::bytes(answer.moved))}

@@ -226,8 +226,10 @@ bool BlockingIo::readBody(QIODevice *device, quint32 length, QByteArray *body)
             body->resize(static_cast<qsizetype>(done) + piece);
             return true;
         });
-        if (!hasRoom)
+        if (!hasRoom) {
+            body->clear();
             return false;
+        }
         if (readAll(device, body->data() + done, piece) != piece)
             return false;
         done += piece;

@@ -53,7 +53,8 @@ public:
     bool writeWord(QIODevice *device, quint32 word);
     bool writeWord64(QIODevice *device, quint64 word);
 
-    //! Reads exactly \a length bytes into \a body, which grows only as bytes arrive.
+    //! Reads exactly \a length bytes into \a body, which grows only as bytes arrive. After a
+    //! failure \a body is empty only if the memory has run out.
     bool readBody(QIODevice *device, quint32 length, QByteArray *body);
     //! Reads a length word and the body behind it; false also for the length 0.
     bool readReplyFrame(QIODevice *device, QByteArray *body);

@@ -68,7 +68,10 @@ bool SClientBase::readReplyBody(quint32 length, QByteArray *body)
         qDebug() << "SClientBase::readReply: the reply of" << length << "bytes is too large";
         return false;
     }
-    return readBody(socket(), length, body);
+    if (readBody(socket(), length, body))
+        return true;
+    m_wasReplyTooLarge = length > 0 && body->isEmpty(); // the memory has run out
+    return false;
 }
 
 bool SClientBase::executeCommandCommandList()
