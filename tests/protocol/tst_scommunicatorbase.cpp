@@ -1106,7 +1106,7 @@ private Q_SLOTS:
         QCOMPARE(bytes, QByteArray::fromHex("50a050a0").repeated(bytes.size() / 4));
     }
 
-    void lostPeerDoesNotStopACopy()
+    void copyForALostPeerDoesNotTouchTheTarget()
     {
         Pair pair;
         QVERIFY(pair.connected);
@@ -1114,7 +1114,13 @@ private Q_SLOTS:
         m_worker->setSocket(&pair.near);
         pair.near.abort();
         QVERIFY(writeFile(m_root + u"/file"_s, "x"));
-        QVERIFY(m_worker->copyFileLocal(u"file"_s, u"copy"_s, true));
+        QVERIFY(writeFile(m_root + u"/older"_s, "old"));
+        QVERIFY(!m_worker->copyFileLocal(u"file"_s, u"copy"_s, true));
+        QVERIFY(!m_worker->copyFileLocal(u"file"_s, u"older"_s, true));
+        QVERIFY(!QFile::exists(m_root + u"/copy"_s));
+        QCOMPARE(readFile(m_root + u"/older"_s), "old");
+        // Nobody waits for this one.
+        QVERIFY(m_worker->copyFileLocal(u"file"_s, u"copy"_s, false));
         QCOMPARE(readFile(m_root + u"/copy"_s), "x");
     }
 

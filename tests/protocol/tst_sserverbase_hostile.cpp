@@ -505,6 +505,21 @@ private Q_SLOTS:
         QVERIFY2(timer.elapsed() <= kStopMs, qPrintable(u"took %1 ms"_s.arg(timer.elapsed())));
     }
 
+    void aClientThatVanishesEndsItsCopy()
+    {
+        SessionHost host(
+            [&](qint64 descriptor) { return new CopyingServer(descriptor, &host.users); });
+        QFile file(host.homeOf(u"alice"_s) + u"/endless"_s);
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.resize(qint64(1) << 40));
+        QVERIFY(QFile::link(u"/dev/null"_s, host.homeOf(u"alice"_s) + u"/nowhere"_s));
+        RawClient client;
+        QVERIFY(client.openAndLogin(host.port(), u"alice"_s, u"secret"_s));
+        client.send(RawBytes::command("srvn"));
+        QCOMPARE(client.read(8), RawBytes::ack() + QByteArray::fromHex("50A050A0"));
+        client.vanish();
+        QTRY_COMPARE(host.controller.count(), 0);
+    }
+
     void deletingTheControllerStopsAllSessionsSideBySide()
     {
         std::vector<std::unique_ptr<RawClient>> clients;

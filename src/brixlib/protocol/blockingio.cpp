@@ -39,6 +39,43 @@ bool handToSystem(QIODevice *device)
 
 } // namespace
 
+class BlockingIo::Pace
+{
+public:
+    explicit Pace(BlockingIo *io)
+        : m_io(*io)
+    {
+        if (m_io.m_minimumRate <= 0 || m_io.m_pace)
+            return;
+        m_io.m_pace = this;
+        m_since.start();
+    }
+    ~Pace()
+    {
+        if (m_io.m_pace == this)
+            m_io.m_pace = nullptr;
+    }
+    Q_DISABLE_COPY_MOVE(Pace)
+
+    bool isKept(qint64 moved)
+    {
+        m_moved += moved;
+        const qint64 grace = m_io.m_timeout < 0 ? kUnlimitedStopMs : m_io.m_timeout;
+        return m_since.elapsed() <= grace + m_moved * 1000 / m_io.m_minimumRate;
+    }
+
+private:
+    BlockingIo &m_io;
+    QElapsedTimer m_since;
+    qint64 m_moved = 0;
+};
+
+// Whether the peer is fast enough, after \a moved further bytes.
+bool BlockingIo::mayGoOn(qint64 moved)
+{
+    return !m_deadline.hasExpired() && (!m_pace || m_pace->isKept(moved));
+}
+
 // A peer that sends or takes a byte now and then would otherwise hold a stop up for ever.
 bool BlockingIo::isStopOverdue()
 {
@@ -62,7 +99,7 @@ bool BlockingIo::waitInSlices(QIODevice *device, Wait wait)
     waited.start();
     while (!isStopOverdue()) {
         const qint64 left = m_timeout < 0 ? kWaitSliceMs : m_timeout - waited.elapsed();
-        if (left <= 0)
+        if (left <= 0 || m_deadline.hasExpired())
             return false;
         if (wait(static_cast<int>(std::min<qint64>(left, kWaitSliceMs))))
             return true;
@@ -98,6 +135,8 @@ qint64 BlockingIo::readAll(QIODevice *device, char *buffer, qint64 size)
         if (count == 0)
             return done;
         done += count;
+        if (!mayGoOn(count) && done < size)
+            return -1;
     }
     return done;
 }
@@ -153,6 +192,8 @@ qint64 BlockingIo::writeAll(QIODevice *device, const char *data, qint64 size)
         if (count == 0)
             break;
         done += count;
+        if (!mayGoOn(count) && done < size)
+            return -1;
     }
     if (done == size)
         return done;
@@ -218,6 +259,7 @@ bool BlockingIo::writeWord64(QIODevice *device, quint64 word)
 
 bool BlockingIo::readBody(QIODevice *device, quint32 length, QByteArray *body)
 {
+    Pace pace(this);
     body->clear();
     quint32 done = 0;
     quint32 piece = std::min(length, kFirstPieceBytes);
@@ -246,8 +288,14 @@ bool BlockingIo::readReplyFrame(QIODevice *device, QByteArray *body)
 
 bool BlockingIo::writeFrame(QIODevice *device, const QByteArray &body)
 {
-    const quint32_be length(static_cast<quint32>(body.size()));
-    QByteArray frame(reinterpret_cast<const char *>(&length), sizeof length);
+    Pace pace(this);
+    const auto length = static_cast<quint32>(body.size());
+    // A copy of a large body would cost more than a packet of its own for the length.
+    if (body.size() >= kLargeBytes)
+        return writeWord(device, length) &&
+               writeAll(device, body.constData(), body.size()) == body.size();
+    const quint32_be word(length);
+    QByteArray frame(reinterpret_cast<const char *>(&word), sizeof word);
     frame.append(body);
     return writeAll(device, frame.constData(), frame.size()) == frame.size();
 }

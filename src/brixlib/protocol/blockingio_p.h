@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QtCore/QByteArray>
+#include <QtCore/QDeadlineTimer>
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QUuid>
 
@@ -25,6 +26,12 @@ public:
     //! Milliseconds that a wait may last; 0, the default, does not wait, negative has no limit.
     int timeout() const { return m_timeout; }
     void setTimeout(int milliseconds) { m_timeout = milliseconds; }
+
+    //! No wait lasts beyond \a deadline; by default there is none.
+    void setDeadline(const QDeadlineTimer &deadline) { m_deadline = deadline; }
+    //! Bytes per second at which the bodies of frames must move, counted from one timeout() after
+    //! the begin of each; 0, the default, for no minimum.
+    void setMinimumRate(qint64 bytesPerSecond) { m_minimumRate = bytesPerSecond; }
 
     //! Whether readyRead() of the socket has to tell of what a read waits for, large blocks aside;
     //! false by default.
@@ -58,7 +65,7 @@ public:
     bool readBody(QIODevice *device, quint32 length, QByteArray *body);
     //! Reads a length word and the body behind it; false also for the length 0.
     bool readReplyFrame(QIODevice *device, QByteArray *body);
-    //! Writes a length word and \a body in one go.
+    //! Writes a length word and \a body, a small one in one packet.
     bool writeFrame(QIODevice *device, const QByteArray &body);
 
     //! Reads what a server sends first, the session's uuid; null when none comes.
@@ -68,6 +75,10 @@ public:
     bool isStopOverdue();
 
 private:
+    //! Measures the body of a frame while it exists.
+    class Pace;
+
+    bool mayGoOn(qint64 moved);
     template<class Wait>
     bool waitInSlices(QIODevice *device, Wait wait);
     qint64 readSome(QIODevice *device, char *buffer, qint64 size);
@@ -77,6 +88,9 @@ private:
     int m_timeout = 0;
     bool m_isReadyReadWanted = false;
     QElapsedTimer m_sinceInterruption;
+    QDeadlineTimer m_deadline{QDeadlineTimer::Forever};
+    qint64 m_minimumRate = 0;
+    Pace *m_pace = nullptr;
 };
 
 } // namespace Talverine

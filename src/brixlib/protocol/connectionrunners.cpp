@@ -42,6 +42,7 @@ ConnectionRunners::~ConnectionRunners()
 SSimpleBackgroundRunner *ConnectionRunners::add(SSimpleWorker *worker)
 {
     auto *runner = new SSimpleBackgroundRunner(worker, parent());
+    m_unfinished.insert(runner);
     connect(this, &ConnectionRunners::interrupt, runner,
             &SSimpleBackgroundRunner::requestInterruption);
     connect(runner, &SSimpleBackgroundRunner::started, this, [this, runner] { insert(runner); });
@@ -70,6 +71,11 @@ int ConnectionRunners::count() const
     return static_cast<int>(m_running.size());
 }
 
+int ConnectionRunners::unfinished() const
+{
+    return static_cast<int>(m_unfinished.size());
+}
+
 void ConnectionRunners::insert(const QObject *runner)
 {
     m_running.insert(runner);
@@ -78,6 +84,7 @@ void ConnectionRunners::insert(const QObject *runner)
 
 void ConnectionRunners::remove(const QObject *runner)
 {
+    m_unfinished.remove(runner);
     if (m_running.remove(runner))
         Q_EMIT countChanged(count());
 }

@@ -34,6 +34,8 @@ public:
 
     //! Number of threads that run.
     int count() const;
+    //! Number of runners that were added and have not finished, whether they have started or not.
+    int unfinished() const;
 
 Q_SIGNALS:
     void countChanged(int count);
@@ -45,6 +47,7 @@ private:
     void remove(const QObject *runner);
 
     QSet<const QObject *> m_running;
+    QSet<const QObject *> m_unfinished;
 };
 
 } // namespace Talverine

@@ -8,12 +8,14 @@
 #include <brixlib/protocol/scommandid.h>
 #include <brixlib/workers/ssimpleworker.h>
 
+#include <QtCore/QDeadlineTimer>
 #include <QtCore/QList>
 #include <QtCore/QPointer>
 #include <QtCore/QStorageInfo>
 #include <QtCore/QString>
 #include <QtCore/QUuid>
 
+#include <functional>
 #include <memory>
 
 class QIODevice;
@@ -100,7 +102,8 @@ public:
     /*!
      * Copies a file over \a to. A missing source gives an empty target and true; a file copied onto
      * itself or a link to it stays as it is. False for a named pipe on either side, which could
-     * block for ever. With \a keepAliveOnSocket the waiting peer is sent keep-alive words.
+     * block for ever. With \a keepAliveOnSocket the waiting peer is sent keep-alive words, and the
+     * copy fails once the peer has gone.
      */
     Q_INVOKABLE bool copyFileLocal(const QString &from, const QString &to,
                                    bool keepAliveOnSocket = false);
@@ -198,6 +201,12 @@ protected:
     //! Where \a path, below \a sourceBase, lands when that is moved to \a targetBase.
     QString absoluteMovePath(const QString &path, const QString &sourceBase,
                              const QString &targetBase, const QString &root) const;
+    /*!
+     * Calls \a visit for each entry that listDirLocal() returns, in its order, until \a visit
+     * returns false. Returns false then, and true otherwise.
+     */
+    bool visitDirLocal(const QString &path, const QList<QString> &filters,
+                       const std::function<bool(const SFileEntry &entry)> &visit);
     //! Copies between two absolute paths, with keep-alive words on the socket if asked.
     bool copyFile(const QString &from, const QString &to, bool keepAliveOnSocket);
     //! With a strict jail, whether \a path, which lies in the jail by its name, is a link that
@@ -225,6 +234,14 @@ protected:
      */
     bool waitFor(QIODevice *device, bool (QIODevice::*wait)(int));
 
+    //! No wait on the socket lasts beyond \a deadline; by default there is none.
+    void setWaitDeadline(const QDeadlineTimer &deadline);
+    //! Bytes per second at which the bodies of frames must move, counted from one timeout() after
+    //! the begin of each; 0, the default, for no minimum.
+    void setMinimumRate(qint64 bytesPerSecond);
+    //! Whether the peer has ended the connection, or it is lost. Looks at the system's socket.
+    bool isPeerGone() const;
+
     //! Reads one big-endian word; 0 on any failure.
     quint32 readWord(QIODevice *device);
     bool readWord64(QIODevice *device, quint64 *value);
@@ -238,7 +255,7 @@ protected:
     bool readBody(QIODevice *device, quint32 length, QByteArray *body);
     //! Reads a length word and the body behind it; false also for the length 0.
     bool readReplyFrame(QIODevice *device, QByteArray *body);
-    //! Writes a length word and \a body in one go.
+    //! Writes a length word and \a body, a small one in one packet.
     bool writeFrame(QIODevice *device, const QByteArray &body);
     //! Reads what a server sends first, the session's uuid; null when none comes.
     QUuid readGreeting(QIODevice *device);
@@ -281,7 +298,7 @@ private:
                      bool keepAliveOnSocket);
     bool copyDevice(QIODevice *target, QIODevice *source, QIODevice *peer);
     bool pump(QIODevice *target, QIODevice *source, QIODevice *peer);
-    void sendKeepAlive(QIODevice *peer);
+    bool sendKeepAlive(QIODevice *peer);
 
     std::unique_ptr<BlockingIo> m_io;
     QPointer<STcpSocket> m_socket;

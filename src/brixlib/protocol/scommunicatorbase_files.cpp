@@ -289,7 +289,8 @@ bool SCommunicatorBase::listBelow(const QString &folder, QIODevice *peer, QList<
         entries->append(it.next());
         walk.add(it.fileInfo());
         if (peer && sinceKeepAlive.hasExpired(kKeepAliveIntervalMs)) {
-            sendKeepAlive(peer);
+            if (!sendKeepAlive(peer))
+                return false;
             sinceKeepAlive.start();
         }
     }
@@ -324,23 +325,33 @@ bool SCommunicatorBase::existsLocal(const QString &path)
 QList<SFileEntry> SCommunicatorBase::listDirLocal(const QString &path,
                                                   const QList<QString> &filters)
 {
+    QList<SFileEntry> entries;
+    visitDirLocal(path, filters, [&entries](const SFileEntry &entry) {
+        entries.append(entry);
+        return true;
+    });
+    return entries;
+}
+
+bool SCommunicatorBase::visitDirLocal(const QString &path, const QList<QString> &filters,
+                                      const std::function<bool(const SFileEntry &)> &visit)
+{
     const QString absolute = absoluteChildPath(path, rootPath());
     if (absolute.isEmpty())
-        return {};
+        return true;
 
-    QList<SFileEntry> entries;
     const QDir folder(absolute);
     const bool isTop = folder.isRoot() || (!m_rootPath.isEmpty() && folder == QDir(rootPath()));
-    if (!isTop)
-        entries.append(SFileEntry::fromFileName(u".."_s));
+    if (!isTop && !visit(SFileEntry::fromFileName(u".."_s)))
+        return false;
     QDirIterator it(absolute, filters, kEverything);
     while (it.hasNext()) {
         const QString entry = it.next();
-        if (!leadsOutside(entry))
-            entries.append(SFileEntry::fromFileName(entry));
+        if (!leadsOutside(entry) && !visit(SFileEntry::fromFileName(entry)))
+            return false;
     }
     Q_EMIT localDirListed(absolute);
-    return entries;
+    return true;
 }
 
 bool SCommunicatorBase::changePermissionsLocal(const QString &path, const FileEntryFlags &flags)
@@ -364,6 +375,9 @@ bool SCommunicatorBase::copyFile(const QString &from, const QString &to, bool ke
     if (SFileHelper::isSameFile(from, to))
         return true;
     if (isNamedPipe(from) || isNamedPipe(to))
+        return false;
+    // Opening the target empties it, and for nobody.
+    if (keepAliveOnSocket && isPeerGone())
         return false;
     QFile source(from);
     QFile target(to);
@@ -390,8 +404,8 @@ bool SCommunicatorBase::copyDevice(QIODevice *target, QIODevice *source, QIODevi
 bool SCommunicatorBase::pump(QIODevice *target, QIODevice *source, QIODevice *peer)
 {
     const auto buffer = std::make_unique_for_overwrite<char[]>(kCopyBufferBytes);
-    if (peer)
-        sendKeepAlive(peer);
+    if (peer && !sendKeepAlive(peer))
+        return false;
     QElapsedTimer sinceKeepAlive;
     sinceKeepAlive.start();
     while (!source->atEnd()) {
@@ -403,18 +417,19 @@ bool SCommunicatorBase::pump(QIODevice *target, QIODevice *source, QIODevice *pe
             isStopOverdue())
             return false;
         if (peer && sinceKeepAlive.hasExpired(kKeepAliveIntervalMs)) {
-            sendKeepAlive(peer);
+            if (!sendKeepAlive(peer))
+                return false;
             sinceKeepAlive.start();
         }
     }
     return flushed(target);
 }
 
-// A lost peer does not stop the copy; the exchange finds out at its end.
-void SCommunicatorBase::sendKeepAlive(QIODevice *peer)
+// A peer that has gone asks for nothing any more, and the work for it would hold up a thread. Its
+// last write succeeds mostly: only then does the system learn that nothing is there.
+bool SCommunicatorBase::sendKeepAlive(QIODevice *peer)
 {
-    if (peer->isOpen())
-        writeWord(peer, Wire::kKeepAliveWord);
+    return peer->isOpen() && !isPeerGone() && writeWord(peer, Wire::kKeepAliveWord);
 }
 
 bool SCommunicatorBase::isSyncRequired(const QString &path) const

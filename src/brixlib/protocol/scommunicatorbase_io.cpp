@@ -3,6 +3,9 @@
 #include <brixlib/protocol/scommunicatorbase.h>
 
 #include "blockingio_p.h"
+#include "stcpsockethangup_p.h"
+
+#include <brixlib/protocol/stcpsocket.h>
 
 namespace Talverine {
 
@@ -44,6 +47,22 @@ bool SCommunicatorBase::isStopOverdue()
 bool SCommunicatorBase::waitFor(QIODevice *device, bool (QIODevice::*wait)(int))
 {
     return m_io->waitFor(device, wait);
+}
+
+void SCommunicatorBase::setWaitDeadline(const QDeadlineTimer &deadline)
+{
+    m_io->setDeadline(deadline);
+}
+
+void SCommunicatorBase::setMinimumRate(qint64 bytesPerSecond)
+{
+    m_io->setMinimumRate(bytesPerSecond);
+}
+
+bool SCommunicatorBase::isPeerGone() const
+{
+    return !m_socket || m_socket->state() != QAbstractSocket::ConnectedState ||
+           socketHangUp(m_socket->socketDescriptor()) != SocketHangUp::None;
 }
 
 quint32 SCommunicatorBase::readWord(QIODevice *device)

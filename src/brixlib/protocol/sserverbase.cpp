@@ -26,8 +26,10 @@
 #include <QtCore/QCoreApplication>
 #include <QtNetwork/QHostInfo>
 
-// The device session stands in sserverbase_device.cpp, the phases of the link test in
-// scommunicatorbase_linktest.cpp.
+#include <new>
+
+// The device session is in sserverbase_device.cpp, the limits are in sserverbase_limits.cpp, the
+// phases of the link test in scommunicatorbase_linktest.cpp.
 namespace Talverine {
 
 using namespace Qt::StringLiterals;
@@ -236,6 +238,7 @@ bool SServerBase::workerInit()
     const QByteArray greeting = uuid().toRfc4122();
     if (writeAll(newSocket, greeting) != greeting.size())
         return false;
+    startLimits();
 
     // Only now: a client that speaks before it was greeted would call run() before its time. Its
     // bytes may lie in the socket already, and for those no signal comes any more.
@@ -251,9 +254,21 @@ bool SServerBase::doWork()
     if (isNull())
         return false;
     Q_EMIT busy();
-    const bool goesOn = isInterruptionRequested() || processCommands();
+    const bool goesOn = isInterruptionRequested() || processCommandsInMemory();
     Q_EMIT idle();
+    m_sinceCommand.start();
     return goesOn;
+}
+
+// A command that takes more memory than there is costs its session and nothing else.
+bool SServerBase::processCommandsInMemory()
+{
+    try {
+        return processCommands();
+    } catch (const std::bad_alloc &) {
+        qDebug() << "SServerBase::doWork: out of memory";
+        return false;
+    }
 }
 
 // A readyRead() that comes meanwhile is lost, so this goes on until no byte is left.
@@ -272,7 +287,7 @@ bool SServerBase::processCommands()
             return true;
         const bool succeeded = processCommand(&id);
         Q_EMIT commandResult(id, succeeded);
-        if (!succeeded)
+        if (!succeeded || hasExceededLogins())
             return false;
     } while (!isInterruptionRequested());
     return true;
@@ -292,6 +307,8 @@ bool SServerBase::processCommand(SCommandId *id)
     // part of that, and a slow one would hold up the stop until it has taken all before it.
     if (succeeded || !isInterruptionRequested() || socket()->bytesToWrite() == 0)
         writeWord(socket(), succeeded ? Wire::kAckWord : Wire::kNackWord);
+    if (m_place)
+        m_place->releaseListing();
     if (std::exchange(m_replyIsHeld, false))
         setSocketCorked(socket()->socketDescriptor(), false);
     return succeeded;
@@ -307,7 +324,7 @@ std::unique_ptr<SCommand> SServerBase::readCommand()
 {
     const quint32 length = readWord(socket());
     QByteArray body;
-    if (length == 0 || length > Wire::kBodyLimitBytes || !readBody(socket(), length, &body))
+    if (length == 0 || length > bodyLimit() || !readBody(socket(), length, &body))
         return nullptr;
     std::unique_ptr<SCommand> command(receivedCommand(body));
     if (command && command->isNull())
@@ -375,6 +392,7 @@ bool SServerBase::executeCommandAuthentication(const SCommandAuthentication &com
         generateHashedPassword(candidate->hashedPassword()) == command.hashedPassword() &&
         setEnvironment(candidate->username()))
         setAuthenticationStatus(AuthenticationStatus::Authenticated);
+    noteLogin(authenticationStatus() == AuthenticationStatus::Authenticated);
     Q_EMIT authenticationFinished(command.username(), authenticationStatus());
     return writeWord(socket(), static_cast<quint32>(authenticationStatus()));
 }

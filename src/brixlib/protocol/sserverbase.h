@@ -4,8 +4,12 @@
 #include <brixlib/brixlib_export.h>
 #include <brixlib/foundation/interfaces.h>
 #include <brixlib/protocol/scommunicatorbase.h>
+#include <brixlib/protocol/sconnectionguard.h>
 #include <brixlib/protocol/spluggable.h>
+#include <brixlib/protocol/sserverlimits.h>
 
+#include <QtCore/QDeadlineTimer>
+#include <QtCore/QElapsedTimer>
 #include <QtCore/QHash>
 #include <QtCore/QPointer>
 #include <QtNetwork/QHostAddress>
@@ -14,6 +18,7 @@
 #include <memory>
 
 class QDataStream;
+class QTimer;
 
 namespace Talverine {
 
@@ -57,6 +62,11 @@ public:
 
     //! Handles the commands that have arrived; false when the session is over.
     bool doWork() override;
+
+    //! Sets what the client may take; without limits by default. Must be called before the session
+    //! is served.
+    void setLimits(const SServerLimits &limits);
+    SServerLimits limits() const;
 
     // Reached by name from other threads; the order is fixed.
 
@@ -133,6 +143,13 @@ protected:
      */
     void holdReply();
 
+    /*!
+     * Whether a reply may take \a bytes of the memory that the connection guard grants to all
+     * listings together. Waits up to half the timeout() for others. The memory counts as taken
+     * until the command ends.
+     */
+    bool holdListing(qint64 bytes);
+
     void setSocketDescriptor(qint64 socketDescriptor);
     //! The accepted socket's descriptor; 0 for none.
     qint64 socketDescriptor() const;
@@ -150,6 +167,16 @@ private:
     bool setEnvironment(const QString &username);
     bool isLoginCurrent() const;
 
+    void startLimits();
+    void watchLimits();
+    qint64 remainingMs() const;
+    void noteLogin(bool hasSucceeded);
+    void setLoginDeadline();
+    bool hasExceededLogins() const;
+    bool isIdleTooLong() const;
+    quint32 bodyLimit() const;
+
+    bool processCommandsInMemory();
     bool processCommands();
     bool processCommand(SCommandId *id);
     std::unique_ptr<SCommand> readCommand();
@@ -166,6 +193,7 @@ private:
     bool executeCommandLinkTest(const SCommandLinkTest &command);
 
     class DeviceSession;
+    friend class SServerController;
 
     qint64 m_socketDescriptor = 0;
     bool m_replyIsHeld = false;
@@ -177,6 +205,12 @@ private:
     QString m_serverName;
     QHash<QString, QPointer<SPluggable>> m_pluggables;
     bool m_documentRootEnabled = false;
+    SServerLimits m_limits;
+    std::shared_ptr<SConnectionGuard::Place> m_place;
+    QTimer *m_limitTimer = nullptr;
+    QDeadlineTimer m_loginDeadline{QDeadlineTimer::Forever};
+    QElapsedTimer m_sinceCommand;
+    int m_failedLogins = 0;
 };
 
 } // namespace Talverine

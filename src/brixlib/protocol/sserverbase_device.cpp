@@ -66,10 +66,12 @@ public:
 private:
     STcpSocket *socket() const { return m_server.socket(); }
 
-    // An idle client may stay as long as it likes, unless the thread is to stop.
+    // A client without an idle limit may stay as long as it likes, unless the thread is to stop.
     bool waitForRequest()
     {
-        while (socket()->state() == QAbstractSocket::ConnectedState && !isInterruptionRequested()) {
+        m_server.m_sinceCommand.start();
+        while (socket()->state() == QAbstractSocket::ConnectedState && !isInterruptionRequested() &&
+               !m_server.isIdleTooLong()) {
             if (BlockingIo::waitForBytes(socket(), kIdleWaitMs))
                 return true;
         }

@@ -3,6 +3,8 @@
 
 #include "closeconnection_p.h"
 #include "connectionrunners_p.h"
+#include "socketpeer_p.h"
+#include "systemreserve_p.h"
 
 #include <brixlib/protocol/sserverbase.h>
 #include <brixlib/protocol/stcpserver.h>
@@ -12,6 +14,7 @@
 #include <QtCore/QMetaMethod>
 #include <QtCore/QTimer>
 
+#include <new>
 #include <utility>
 
 namespace Talverine {
@@ -19,6 +22,10 @@ namespace Talverine {
 namespace {
 
 constexpr int kAcceptRetryMs = 100;
+// What wakes a thread takes up to two descriptors, and its first file another.
+constexpr int kDescriptorsOfAThread = 3;
+// A session's objects and its first buffers; the stack of its thread is the system's to refuse.
+constexpr qint64 kMemoryOfASession = 1 << 20;
 
 // A parent would delete the server while its thread runs.
 bool isRefused(const SServerBase &server)
@@ -46,7 +53,7 @@ SServerController::SServerController(QObject *parent)
 
 SServerController::~SServerController()
 {
-    m_server->close();
+    close();
     delete m_runners;
 }
 
@@ -61,6 +68,9 @@ bool SServerController::listen(const QHostAddress &address, unsigned short port)
 void SServerController::close()
 {
     m_server->close();
+    const auto waiting = std::exchange(m_waiting, {});
+    for (auto it = waiting.cbegin(); it != waiting.cend(); ++it)
+        closeConnection(it.key());
 }
 
 bool SServerController::isListening() const
@@ -110,7 +120,7 @@ SSimpleBackgroundRunner *SServerController::serveNewConnection(SServerBase *serv
 {
     if (!server || isRefused(*server))
         return nullptr;
-    const QPointer<SSimpleBackgroundRunner> runner = m_runners->add(server);
+    const QPointer<SSimpleBackgroundRunner> runner = addRunner(server);
     if (autoDelete)
         connect(runner, &SSimpleBackgroundRunner::finished, runner, &QObject::deleteLater);
 
@@ -131,7 +141,7 @@ SSimpleBackgroundRunner *SServerController::serveNewConnectionAsync(SServerBase 
 {
     if (server && isRefused(*server))
         return nullptr;
-    SSimpleBackgroundRunner *runner = m_runners->add(server);
+    SSimpleBackgroundRunner *runner = addRunner(server);
     if (start)
         runner->start(QThread::InheritPriority);
     return runner;
@@ -154,7 +164,27 @@ void SServerController::setMaximumConnections(int maximum)
 
 bool SServerController::maximumConnectionsReached() const
 {
-    return m_maximumConnections >= 1 && count() >= m_maximumConnections;
+    return m_maximumConnections >= 1 && m_runners->unfinished() >= m_maximumConnections;
+}
+
+std::shared_ptr<SConnectionGuard> SServerController::connectionGuard() const
+{
+    return m_guard;
+}
+
+void SServerController::setConnectionGuard(std::shared_ptr<SConnectionGuard> guard)
+{
+    m_guard = std::move(guard);
+}
+
+int SServerController::reservedDescriptors() const
+{
+    return m_reservedDescriptors;
+}
+
+void SServerController::setReservedDescriptors(int count)
+{
+    m_reservedDescriptors = count;
 }
 
 void SServerController::interruptWorkers()
@@ -162,16 +192,95 @@ void SServerController::interruptWorkers()
     Q_EMIT interruptWorkersRequested();
 }
 
+// A derived session may have another descriptor, or none; it has no place then.
+SSimpleBackgroundRunner *SServerController::addRunner(SServerBase *server)
+{
+    if (server)
+        server->m_place = m_announced.take(server->socketDescriptor());
+    return m_runners->add(server);
+}
+
 void SServerController::onNewConnection(qint64 socketDescriptor)
 {
-    static const QMetaMethod signal = QMetaMethod::fromSignal(&SServerController::newConnection);
+    // The number may have been that of a connection that the application closed without serving it.
+    m_announced.remove(socketDescriptor);
     if (maximumConnectionsReached()) {
         qDebug() << "SServerController::onNewConnection: maximum connections reached";
         closeConnection(socketDescriptor);
-    } else if (!isSignalConnected(signal)) {
+    } else if (!admit(socketDescriptor)) {
         closeConnection(socketDescriptor);
-    } else {
+    } else if (!wait(socketDescriptor)) {
+        announce(socketDescriptor);
+    }
+}
+
+bool SServerController::admit(qint64 socketDescriptor)
+{
+    static const QMetaMethod signal = QMetaMethod::fromSignal(&SServerController::newConnection);
+    if (!isSignalConnected(signal))
+        return false;
+    if (!hasResources(socketDescriptor)) {
+        qDebug() << "SServerController::admit: too few descriptors or too little memory";
+        return false;
+    }
+    if (!m_guard)
+        return true;
+    std::shared_ptr<SConnectionGuard::Place> place =
+        m_guard->admit(peerAddressOf(socketDescriptor));
+    if (!place) {
+        qDebug() << "SServerController::admit: refused by the connection guard";
+        return false;
+    }
+    m_announced.insert(socketDescriptor, std::move(place));
+    return true;
+}
+
+bool SServerController::hasResources(qint64 newestDescriptor) const
+{
+    const int inTheMaking = m_runners->unfinished() - m_runners->count() + 1;
+    return SystemReserve::hasDescriptors(
+               newestDescriptor, m_reservedDescriptors + inTheMaking * kDescriptorsOfAThread) &&
+           SystemReserve::hasMemory(kMemoryOfASession);
+}
+
+// False when the connection is to be greeted at once. While it waits it has neither a thread nor
+// more than its one descriptor.
+bool SServerController::wait(qint64 socketDescriptor)
+{
+    const auto place = m_announced.value(socketDescriptor);
+    if (!place || place->delay().count() == 0)
+        return false;
+    m_waiting.insert(socketDescriptor, m_announced.take(socketDescriptor));
+    QTimer::singleShot(
+        place->delay(), this, [this, socketDescriptor, known = std::weak_ptr(place)] {
+            // After close() another connection may have the number.
+            if (!known.expired() && m_waiting.value(socketDescriptor) == known.lock())
+                endWait(socketDescriptor);
+        });
+    return true;
+}
+
+void SServerController::endWait(qint64 socketDescriptor)
+{
+    const auto place = m_waiting.take(socketDescriptor);
+    // Others may have closed lower numbers meanwhile.
+    constexpr qint64 kFromTheFirst = -1;
+    if (maximumConnectionsReached() || !hasResources(kFromTheFirst)) {
+        closeConnection(socketDescriptor);
+        return;
+    }
+    place->greeted();
+    m_announced.insert(socketDescriptor, place);
+    announce(socketDescriptor);
+}
+
+// A session that cannot be made for lack of memory costs its connection and nothing else.
+void SServerController::announce(qint64 socketDescriptor)
+{
+    try {
         Q_EMIT newConnection(socketDescriptor);
+    } catch (const std::bad_alloc &) {
+        qDebug() << "SServerController::announce: out of memory";
     }
 }
 

@@ -2,9 +2,13 @@
 #pragma once
 
 #include <brixlib/brixlib_export.h>
+#include <brixlib/protocol/sconnectionguard.h>
 
+#include <QtCore/QHash>
 #include <QtCore/QObject>
 #include <QtNetwork/QHostAddress>
+
+#include <memory>
 
 namespace Talverine {
 
@@ -36,7 +40,7 @@ public:
     //! Port 0 takes a free one, which serverPort() tells.
     [[nodiscard]] bool listen(const QHostAddress &address = QHostAddress::Any,
                               unsigned short port = 0);
-    //! Stops listening; the sessions go on.
+    //! Stops listening and closes the connections that wait for a greeting; the sessions go on.
     void close();
     bool isListening() const;
     /*!
@@ -68,11 +72,26 @@ public:
     //! 0 and below mean no limit.
     int maximumConnections() const;
     /*!
-     * Connections that come when there are so many sessions are closed without a greeting. Those
-     * that are being set up are not counted, so a burst can pass the limit by as many.
+     * Closes further connections without a greeting while \a maximum sessions were handed over to
+     * be served and have not finished, whether their threads have started or not.
      */
     void setMaximumConnections(int maximum);
     bool maximumConnectionsReached() const;
+
+    /*!
+     * Sets the guard that admits connections, or null, the default, for none. A connection that the
+     * guard refuses is closed without a greeting. One that the guard delays is announced by
+     * newConnection() after the delay. Sessions that exist keep the guard they came with.
+     */
+    void setConnectionGuard(std::shared_ptr<SConnectionGuard> guard);
+    std::shared_ptr<SConnectionGuard> connectionGuard() const;
+    /*!
+     * Number of descriptors that connections leave free for other uses; 0 by default. A connection
+     * is closed without a greeting when fewer would be left, counting those that the threads in the
+     * making need: without them Qt ends the process.
+     */
+    int reservedDescriptors() const;
+    void setReservedDescriptors(int count);
 
 public Q_SLOTS:
     //! Asks all sessions to end; each finishes its exchange, within its time-out. Does not wait.
@@ -89,10 +108,22 @@ private:
     void onNewConnection(qint64 socketDescriptor);
     void onAcceptError();
     void updateAccepting();
+    bool admit(qint64 socketDescriptor);
+    bool hasResources(qint64 newestDescriptor) const;
+    bool wait(qint64 socketDescriptor);
+    void endWait(qint64 socketDescriptor);
+    void announce(qint64 socketDescriptor);
+    SSimpleBackgroundRunner *addRunner(SServerBase *server);
 
     STcpServer *m_server;
     ConnectionRunners *m_runners;
+    std::shared_ptr<SConnectionGuard> m_guard;
+    // Places of the connections that wait for their greeting, and of those that were announced and
+    // are not served yet, by descriptor.
+    QHash<qint64, std::shared_ptr<SConnectionGuard::Place>> m_waiting;
+    QHash<qint64, std::shared_ptr<SConnectionGuard::Place>> m_announced;
     int m_maximumConnections = 0;
+    int m_reservedDescriptors = 0;
     bool m_isPaused = false;
     bool m_isServing = false;
 };
