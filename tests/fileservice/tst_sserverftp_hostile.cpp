@@ -321,6 +321,87 @@ private Q_SLOTS:
         QVERIFY(stopping.elapsed() < kShortTimeoutMs + 1000);
     }
 
+    void clientThatVanishesEndsItsSearch_data()
+    {
+        QTest::addColumn<qint32>("version");
+        QTest::newRow("with keep-alive words") << 0x00010100;
+        QTest::newRow("without") << 0x00010000;
+    }
+
+    // The patterns would take many minutes for the one name.
+    void clientThatVanishesEndsItsSearch()
+    {
+        QFETCH(qint32, version);
+        QVERIFY(FileTree::write(m_server->path(QString(240, u'a') + u"bc"_s), ""));
+        QVERIFY(login());
+        m_client->send(command(
+            "gfls", text(u"") + text(u"*a*a*a*a*ab;"_s.repeated(40000)) + text(u"") + u32(1),
+            version));
+        QCOMPARE(m_client->read(4), ack());
+        m_client->vanish();
+        QVERIFY(m_server->waitForEnd());
+    }
+
+    // Listings
+
+    void listingAboveTheBoundEndsItsSessionOnly_data()
+    {
+        QTest::addColumn<QByteArray>("request");
+        QTest::newRow("list") << command("lstd", text(u""));
+        QTest::newRow("search") << search(QString());
+        QTest::newRow("search of old clients")
+            << command("getd", i64(0) + text(u"") + text(u"") + '\0', 0x00010200);
+    }
+
+    void listingAboveTheBoundEndsItsSessionOnly()
+    {
+        QFETCH(QByteArray, request);
+        constexpr int kFiles = 3000;
+        for (int i = 0; i < kFiles; ++i)
+            QVERIFY(FileTree::write(m_server->path(u"a file with a long name %1"_s.arg(i)), ""));
+        auto guard =
+            std::make_shared<SConnectionGuard>(SConnectionGuard::Limits{.listingBytes = 100'000});
+        m_server->host().controller.setConnectionGuard(guard);
+        RawClient neighbour;
+        QVERIFY(neighbour.openAndLogin(m_server->host().port(), u"alice"_s, u"secret"_s));
+        QVERIFY(login());
+        m_client->send(request);
+        QCOMPARE(m_client->read(8), ack() + nack());
+        QVERIFY(m_client->endsHere());
+        QTRY_COMPARE(guard->connections(), 1);
+        QCOMPARE(guard->listingBytes(), 0);
+        neighbour.send(command("pwd_"));
+        QCOMPARE(neighbour.read(4), ack());
+        neighbour.vanish();
+    }
+
+    // Without a bound the same replies come.
+    void listingBelowTheBoundIsSent()
+    {
+        constexpr int kFiles = 3000;
+        for (int i = 0; i < kFiles; ++i)
+            QVERIFY(FileTree::write(m_server->path(u"a file with a long name %1"_s.arg(i)), ""));
+        QVERIFY(login());
+        m_client->send(command("lstd", text(u"")));
+        QCOMPARE(m_client->read(4), ack());
+        const QByteArray unbounded = m_client->readFrame();
+        QCOMPARE(m_client->read(4), ack());
+        QCOMPARE(unbounded.first(4), u32(kFiles));
+        m_client->vanish();
+
+        auto guard =
+            std::make_shared<SConnectionGuard>(SConnectionGuard::Limits{.listingBytes = 2 << 20});
+        m_server->host().controller.setConnectionGuard(guard);
+        RawClient client;
+        QVERIFY(client.openAndLogin(m_server->host().port(), u"alice"_s, u"secret"_s));
+        client.send(command("lstd", text(u"")));
+        QCOMPARE(client.read(4), ack());
+        QCOMPARE(client.readFrame(), unbounded);
+        QCOMPARE(client.read(4), ack());
+        QTRY_COMPARE(guard->listingBytes(), 0);
+        client.vanish();
+    }
+
     // A disk that takes no more
 
     void fullDiskEndsTheSessionAndKeepsTheOlderFile_data()

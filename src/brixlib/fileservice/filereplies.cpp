@@ -8,12 +8,6 @@ namespace Talverine::Replies {
 
 namespace {
 
-void writeEntry(QDataStream &stream, const SFileEntry &entry)
-{
-    stream << Wire::kEntryRecordVersion << entry.fileName() << entry.size()
-           << static_cast<quint32>(entry.flags()) << entry.lastModified();
-}
-
 SFileEntry readEntry(QDataStream &stream)
 {
     quint32 recordVersion = 0;
@@ -28,6 +22,12 @@ SFileEntry readEntry(QDataStream &stream)
 }
 
 } // namespace
+
+void writeEntry(QDataStream &stream, const SFileEntry &entry)
+{
+    stream << Wire::kEntryRecordVersion << entry.fileName() << entry.size()
+           << static_cast<quint32>(entry.flags()) << entry.lastModified();
+}
 
 void writeEntries(QDataStream &stream, const QList<SFileEntry> &entries)
 {

@@ -5,6 +5,7 @@
 #include "filecommands_p.h"
 #include "filetransfer_p.h"
 #include "incomingfile_p.h"
+#include "listingreply_p.h"
 
 #include <brixlib/fileservice/filefilterflags.h>
 #include <brixlib/fileservice/filereplies.h>
@@ -30,7 +31,6 @@
 #include <brixlib/fileservice/scommandstorageinfo.h>
 #include <brixlib/foundation/sdatastream.h>
 #include <brixlib/protocol/directorywalk_p.h>
-#include <brixlib/protocol/replies.h>
 #include <brixlib/protocol/stcpsocket.h>
 #include <brixlib/protocol/wire.h>
 
@@ -68,14 +68,16 @@ public:
             m_kept.append(compiled(wildcard));
     }
 
-    //! False when the thread was asked to stop meanwhile: a pattern full of asterisks takes some
-    //! 20 ms for one name, and a command has room for a hundred thousand of them.
-    bool fit(const QString &name) const
+    //! False also when \a isWanted() returns false, or the thread is asked to stop: a pattern full
+    //! of asterisks takes some 20 ms for one name, and a command has room for a hundred thousand of
+    //! them.
+    template<typename IsWanted>
+    bool fit(const QString &name, const IsWanted &isWanted) const
     {
         if (m_wildcards.isEmpty())
             return true;
         for (qsizetype i = 0; i < m_wildcards.size(); ++i) {
-            if (QThread::currentThread()->isInterruptionRequested())
+            if (QThread::currentThread()->isInterruptionRequested() || !isWanted())
                 return false;
             const QRegularExpression regular = pattern(i);
             // One that cannot be read fits nothing. Qt would warn of it at each name.
@@ -345,18 +347,38 @@ bool SServerFtp::executeCommandPwd(SCommandPwd &)
     return writeFrame(socket(), body);
 }
 
+// Whether the client is still there, which is looked at every 100 ms.
+bool SServerFtp::isStillWanted(QElapsedTimer *sinceLook) const
+{
+    if (!sinceLook->hasExpired(Wire::kKeepAliveIntervalMs))
+        return true;
+    sinceLook->start();
+    return !isPeerGone();
+}
+
+ListingReply SServerFtp::listingReply()
+{
+    return ListingReply([this](qint64 bytes) { return holdListing(bytes); });
+}
+
 bool SServerFtp::executeCommandListDir(SCommandListDir &command)
 {
     const QString folder = toLocal(command.value());
-    const auto entries = folder.isEmpty() ? QList<SFileEntry>() : listDirLocal(folder);
-    const auto isAbove = [](const SFileEntry &entry) { return entry.fileName() == u".."_s; };
-    if (m_strictListings && std::all_of(entries.begin(), entries.end(), isAbove) &&
-        isUnreadDirectory(folder))
+    ListingReply reply = listingReply();
+    reply.beginList();
+    QElapsedTimer sinceLook;
+    sinceLook.start();
+    bool isEmpty = true;
+    const auto add = [&](const SFileEntry &entry) {
+        isEmpty = isEmpty && entry.fileName() == u".."_s;
+        return isStillWanted(&sinceLook) &&
+               reply.add([&](QDataStream &stream) { Replies::writeEntry(stream, entry); });
+    };
+    if (!folder.isEmpty() && !visitDirLocal(folder, {}, add))
         return false;
-    QByteArray body;
-    SDataStream stream(&body, QIODevice::WriteOnly);
-    Replies::writeEntries(stream, entries);
-    return writeFrame(socket(), body);
+    if (m_strictListings && isEmpty && isUnreadDirectory(folder))
+        return false;
+    return writeFrame(socket(), reply.take());
 }
 
 bool SServerFtp::executeCommandGetFiles(SCommandGetFiles &command)
@@ -368,28 +390,31 @@ bool SServerFtp::executeCommandGetFiles(SCommandGetFiles &command)
     const bool keep = keepsAlive(command);
     const NamePatterns patterns(filterPatterns(command.filters()));
 
-    QList<QString> files;
+    ListingReply reply = listingReply();
+    reply.stream() << toNetwork(root);
+    reply.beginList();
     QElapsedTimer sinceKeepAlive;
+    QElapsedTimer sinceLook;
     sinceKeepAlive.start();
+    sinceLook.start();
+    const auto isWanted = [&] { return isStillWanted(&sinceLook); };
     QDirIterator it(root, kEveryEntry,
                     recursive ? QDirIterator::Subdirectories : QDirIterator::NoIteratorFlags);
     while (it.hasNext()) {
-        if (isInterruptionRequested())
+        if (isInterruptionRequested() || !isWanted())
             return false;
         const QString entry = it.next();
-        if (patterns.fit(it.fileName()) && it.fileInfo().isFile() && !leadsOutside(entry))
-            files.append(toNetwork(entry));
+        if (patterns.fit(it.fileName(), isWanted) && it.fileInfo().isFile() &&
+            !leadsOutside(entry) &&
+            !reply.add([&](QDataStream &stream) { stream << toNetwork(entry); }))
+            return false;
         if (keep && sinceKeepAlive.hasExpired(Wire::kKeepAliveIntervalMs)) {
             sinceKeepAlive.start();
-            writeWord(socket(), Wire::kKeepAliveWord);
+            if (!writeWord(socket(), Wire::kKeepAliveWord))
+                return false;
         }
     }
-
-    QByteArray body;
-    SDataStream stream(&body, QIODevice::WriteOnly);
-    stream << toNetwork(root);
-    Replies::writeTexts(stream, files);
-    return writeFrame(socket(), body);
+    return writeFrame(socket(), reply.take());
 }
 
 // The form for old clients, which expect each name as it is told here: the current directory is cut
@@ -401,10 +426,13 @@ bool SServerFtp::executeCommandGetDir(SCommandGetDir &command)
         return false;
     const QString current = absoluteChildPath(QString(), rootPath());
 
-    QList<QString> files;
+    ListingReply reply = listingReply();
+    reply.beginList();
+    QElapsedTimer sinceLook;
+    sinceLook.start();
     QDirIterator it(root, kEveryEntry, QDirIterator::Subdirectories);
     while (it.hasNext()) {
-        if (isInterruptionRequested())
+        if (isInterruptionRequested() || !isStillWanted(&sinceLook))
             return false;
         QString entry = it.next();
         if (leadsOutside(entry))
@@ -412,14 +440,11 @@ bool SServerFtp::executeCommandGetDir(SCommandGetDir &command)
         entry.remove(current);
         while (entry.startsWith(u'/'))
             entry.remove(0, 1);
-        if (it.fileInfo().isFile())
-            files.append(toNetwork(entry));
+        if (it.fileInfo().isFile() &&
+            !reply.add([&](QDataStream &stream) { stream << toNetwork(entry); }))
+            return false;
     }
-
-    QByteArray body;
-    SDataStream stream(&body, QIODevice::WriteOnly);
-    Replies::writeTexts(stream, files);
-    return writeFrame(socket(), body);
+    return writeFrame(socket(), reply.take());
 }
 
 bool SServerFtp::executeCommandFSSensitivity(SCommandFSSensitivity &)

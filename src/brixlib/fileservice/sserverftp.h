@@ -9,9 +9,12 @@
 
 #include <concepts>
 
+class QElapsedTimer;
+
 namespace Talverine {
 
 class FileTransfer;
+class ListingReply;
 class SCommandChangeDir;
 class SCommandCopyDir;
 class SCommandCopyFile;
@@ -128,6 +131,8 @@ private:
     template<typename Operation>
     bool replyOn(const QString &first, const QString &second, Operation operation);
     FileTransfer transfer(ProgressSignal moved);
+    bool isStillWanted(QElapsedTimer *sinceLook) const;
+    ListingReply listingReply();
 
     bool m_strictListings = false;
 };
