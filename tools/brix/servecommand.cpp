@@ -9,6 +9,7 @@
 #include "partialfiles.h"
 #include "processrights.h"
 #include "serveaudit.h"
+#include "serveguards.h"
 #include "sessionlog.h"
 #include "sessionrecorder.h"
 #include "tool.h"
@@ -42,7 +43,7 @@ struct ServeOptions
     quint16 port = 0;
     QString name;
     bool documentRoot = false;
-    int maximumConnections = 0;
+    ServeGuards guards;
     qint64 limitIn = 0;
     qint64 limitOut = 0;
     bool strictJail = false;
@@ -73,8 +74,6 @@ void declareServe(Command *command, ServeOptions *options)
                      "Show each user the own home folder as /");
     command->addFlag("--strict-jail", &options->strictJail,
                      "Keep users in their homes by resolving links and comparing whole names");
-    command->addNumber("--max-connections", &options->maximumConnections,
-                       "Connections at a time; 0 for no limit");
     command->addSize("--limit-in", &options->limitIn,
                      "Bytes a second that all clients together may send; 0 for no limit");
     command->addSize("--limit-out", &options->limitOut,
@@ -98,6 +97,7 @@ void declareServe(Command *command, ServeOptions *options)
     command->addFlag("--verbose", &options->verbose,
                      "A line on stderr for each login, command and end of a session");
     ServeAuditOptions::declare(command, &options->audit);
+    ServeGuards::declare(command, &options->guards);
 }
 
 // A session that keeps to the limits from its first byte on; the speed controller, which shares
@@ -153,7 +153,7 @@ public:
         });
         m_speed.setIncomingSpeed(options.limitIn);
         m_speed.setOutcomingSpeed(options.limitOut);
-        m_controller.setMaximumConnections(options.maximumConnections);
+        options.guards.apply(&m_controller);
         connect(&m_controller, &SServerController::newConnection, this, &FileServer::serve);
     }
 
@@ -187,6 +187,8 @@ public:
                                                            m_controller.errorString())};
         const QString where = place(m_controller.serverAddress(), m_controller.serverPort());
         m_output.result(u"listening on "_s + where, {{u"listening"_s, where}});
+        if (!m_descriptorLimit.isEmpty())
+            note(m_descriptorLimit);
         if (ProcessRights::isSuperuser())
             note(
                 u"running as root: clients can do with the files in their homes whatever root can; "
@@ -222,6 +224,7 @@ private:
     void serve(qint64 descriptor)
     {
         auto *session = new LimitedSession(descriptor, m_options.limitIn, m_options.limitOut);
+        session->setLimits(m_options.guards.sessionLimits());
         session->setAuthenticationDb(&m_users);
         session->enableDocumentRoot(m_options.documentRoot);
         session->setStrictJail(m_options.strictJail);
@@ -279,6 +282,7 @@ private:
 
     const Output &m_output;
     const ServeOptions &m_options;
+    const QString m_descriptorLimit = ServeGuards::prepareProcess();
     SAuthenticationDb m_users;
     UserFileWatch m_userFile;
     const HangupSignal m_hangup{[this] { m_userFile.reload(); }};
