@@ -8,9 +8,9 @@
 #include "shared/childpair.h"
 
 #include <brixlib/devices/sbuffereddevice.h>
-#include <brixlib/fileservice/sclientdevice.h>
+#include <brixlib/fileservice/device/sclientdevice.h>
 #include <brixlib/fileservice/sclientftp.h>
-#include <brixlib/protocol/sclientcontroller.h>
+#include <brixlib/protocol/client/sclientcontroller.h>
 #include <brixlib/protocol/wire.h>
 #include <brixsec/ssecurestring.h>
 

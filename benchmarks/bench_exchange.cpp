@@ -4,11 +4,11 @@
 // other connections have their prototypes in the registry.
 #include "shared/localserver.h"
 
-#include <brixlib/fileservice/sclientdevice.h>
+#include <brixlib/fileservice/commands/scommandexists.h>
+#include <brixlib/fileservice/device/sclientdevice.h>
 #include <brixlib/fileservice/sclientftp.h>
-#include <brixlib/fileservice/scommandexists.h>
 #include <brixlib/foundation/scontexthelper.h>
-#include <brixlib/protocol/sclientcontroller.h>
+#include <brixlib/protocol/client/sclientcontroller.h>
 #include <brixlib/protocol/scommandhelper.h>
 #include <brixlib/protocol/wire.h>
 

@@ -6,8 +6,8 @@
 //     bench_linktest [--seconds N] [--rounds N]
 #include "shared/childpair.h"
 
-#include <brixlib/protocol/sclientbase.h>
-#include <brixlib/protocol/sclientcontroller.h>
+#include <brixlib/protocol/client/sclientbase.h>
+#include <brixlib/protocol/client/sclientcontroller.h>
 #include <brixlib/protocol/wire.h>
 
 #include <QtCore/QCommandLineParser>

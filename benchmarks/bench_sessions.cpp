@@ -7,7 +7,7 @@
 #include "shared/procfs.h"
 
 #include <brixlib/fileservice/sclientftp.h>
-#include <brixlib/protocol/sclientcontroller.h>
+#include <brixlib/protocol/client/sclientcontroller.h>
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What an entry costs, beside a bare write of its bytes, and what opening a log costs that is
 // rotated by it, beside one that isn't.
-#include <brixlib/database/slogger.h>
+#include <brixlib/database/log/slogger.h>
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QFile>

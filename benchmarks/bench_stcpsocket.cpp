@@ -3,7 +3,7 @@
 // the same: the rate of writing and reading in blocks. Rows by the size of a block.
 #include "../tests/shared/rawpeer.h"
 
-#include <brixlib/protocol/stcpsocket.h>
+#include <brixlib/protocol/socket/stcpsocket.h>
 
 #include <QtCore/QCoreApplication>
 

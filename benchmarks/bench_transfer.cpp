@@ -8,7 +8,7 @@
 #include "shared/childpair.h"
 
 #include <brixlib/fileservice/sclientftp.h>
-#include <brixlib/protocol/sclientcontroller.h>
+#include <brixlib/protocol/client/sclientcontroller.h>
 
 #include <QtCore/QCommandLineParser>
 #include <QtCore/QCoreApplication>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <brixlib/protocol/stcpsocket.h>
+#include <brixlib/protocol/socket/stcpsocket.h>
 
 namespace Fuzz {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <brixlib/database/sdbrecord.h>
+#include <brixlib/database/records/sdbrecord.h>
 
 #include <QtCore/QByteArray>
 #include <QtCore/QList>

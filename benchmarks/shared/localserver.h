@@ -2,9 +2,9 @@
 #pragma once
 
 #include <brixlib/fileservice/sserverftp.h>
-#include <brixlib/protocol/sauthenticationdb.h>
-#include <brixlib/protocol/sservercontroller.h>
-#include <brixlib/protocol/suserdata.h>
+#include <brixlib/protocol/server/sservercontroller.h>
+#include <brixlib/protocol/users/sauthenticationdb.h>
+#include <brixlib/protocol/users/suserdata.h>
 #include <brixlib/workers/ssimplebackgroundrunner.h>
 
 #include <QtCore/QObject>

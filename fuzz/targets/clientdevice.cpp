@@ -7,7 +7,7 @@
 #include "../sessionbytes.h"
 #include "../targets.h"
 
-#include <brixlib/fileservice/sclientdevice.h>
+#include <brixlib/fileservice/device/sclientdevice.h>
 
 #include <QtCore/QBuffer>
 

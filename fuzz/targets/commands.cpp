@@ -5,7 +5,7 @@
 #include "../inputforms.h"
 #include "../targets.h"
 
-#include <brixlib/fileservice/scommandfile.h>
+#include <brixlib/fileservice/commands/scommandfile.h>
 #include <brixlib/fileservice/sserverftp.h>
 #include <brixlib/protocol/commands/scommandauthentication.h>
 #include <brixlib/protocol/scommand.h>

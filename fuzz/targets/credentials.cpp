@@ -3,8 +3,8 @@
 #include "../fuzztarget.h"
 #include "../targets.h"
 
-#include <brixlib/fileservice/sclientdevice.h>
-#include <brixlib/protocol/sclientbase.h>
+#include <brixlib/fileservice/device/sclientdevice.h>
+#include <brixlib/protocol/client/sclientbase.h>
 #include <brixsec/ssecurecredential.h>
 
 #include <QtCore/QUrl>

@@ -10,8 +10,8 @@
 #include "../targets.h"
 
 #include <brixlib/database/databasehead_p.h>
+#include <brixlib/database/records/ssignature.h>
 #include <brixlib/database/sdbtext.h>
-#include <brixlib/database/ssignature.h>
 
 #include <brixrt/scrc32.h>
 

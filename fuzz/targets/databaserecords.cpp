@@ -7,8 +7,8 @@
 #include "../plainrecords.h"
 #include "../targets.h"
 
-#include <brixlib/database/recordreader_p.h>
-#include <brixlib/database/recordwriter_p.h>
+#include <brixlib/database/records/recordreader_p.h>
+#include <brixlib/database/records/recordwriter_p.h>
 
 #include <QtCore/QBuffer>
 

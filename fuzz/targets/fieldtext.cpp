@@ -4,7 +4,7 @@
 #include "../fuzztarget.h"
 #include "../targets.h"
 
-#include <brixlib/database/sdbrecord.h>
+#include <brixlib/database/records/sdbrecord.h>
 
 #include <algorithm>
 #include <iterator>

@@ -3,9 +3,9 @@
 #include "../fuzztarget.h"
 #include "../targets.h"
 
-#include <brixlib/database/fieldindexes_p.h>
-#include <brixlib/database/indexfile_p.h>
-#include <brixlib/database/keyindex_p.h>
+#include <brixlib/database/index/fieldindexes_p.h>
+#include <brixlib/database/index/indexfile_p.h>
+#include <brixlib/database/index/keyindex_p.h>
 
 #include <QtCore/QBuffer>
 #include <QtCore/QMap>

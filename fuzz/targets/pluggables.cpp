@@ -3,9 +3,9 @@
 #include "../fuzztarget.h"
 #include "../targets.h"
 
-#include <brixlib/protocol/spluggablejson.h>
-#include <brixlib/protocol/spluggablestring.h>
-#include <brixlib/protocol/spluggablestringlist.h>
+#include <brixlib/protocol/pluggables/spluggablejson.h>
+#include <brixlib/protocol/pluggables/spluggablestring.h>
+#include <brixlib/protocol/pluggables/spluggablestringlist.h>
 
 using namespace Talverine;
 

@@ -10,10 +10,10 @@
 #include "../targets.h"
 
 #include <brixlib/fileservice/sserverftp.h>
-#include <brixlib/protocol/sauthenticationdb.h>
+#include <brixlib/protocol/pluggables/spluggablestringlist.h>
 #include <brixlib/protocol/scommand.h>
-#include <brixlib/protocol/spluggablestringlist.h>
-#include <brixlib/protocol/suserdata.h>
+#include <brixlib/protocol/users/sauthenticationdb.h>
+#include <brixlib/protocol/users/suserdata.h>
 
 #include <shared/streamversionscope.h>
 

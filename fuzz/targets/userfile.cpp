@@ -3,8 +3,8 @@
 #include "../fuzztarget.h"
 #include "../targets.h"
 
-#include <brixlib/protocol/sauthenticationdb.h>
-#include <brixlib/protocol/suserdata.h>
+#include <brixlib/protocol/users/sauthenticationdb.h>
+#include <brixlib/protocol/users/suserdata.h>
 
 #include <QtCore/QBuffer>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <brixrt/iprogress.h>
 
-#include <brixrt/unshared_p.h>
+#include "unshared_p.h"
 
 #include <utility>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <brixrt/s3rdparty.h>
 
-#include <brixrt/unshared_p.h>
+#include "unshared_p.h"
 
 #include <QtCore/QMutex>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <brixrt/senvironment.h>
 
-#include <brixrt/senvironment_p.h>
+#include "senvironment_p.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QDir>

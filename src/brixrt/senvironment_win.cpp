@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <brixrt/senvironment_p.h>
+#include "senvironment_p.h"
 
 #include <QtCore/QDir>
 

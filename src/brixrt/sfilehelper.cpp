@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <brixrt/sfilehelper.h>
 
-#include <brixrt/requestsize_p.h>
+#include "requestsize_p.h"
 
 #include "fileidentity_p.h"
 

@@ -4,7 +4,7 @@
 
 #include "sampledatabase.h"
 
-#include <brixlib/database/slogger.h>
+#include <brixlib/database/log/slogger.h>
 
 #include <QtCore/QDir>
 

@@ -2,7 +2,7 @@
 // How the file of a database is replaced: in which steps, and what stays as it was.
 #include "samplelog.h"
 
-#include <brixlib/database/slogger.h>
+#include <brixlib/database/log/slogger.h>
 
 #include <shared/filecallfaults.h>
 

@@ -2,7 +2,7 @@
 // Backups of a log that a program asks for, and reading them back.
 #include "samplelog.h"
 
-#include <brixlib/database/slogger.h>
+#include <brixlib/database/log/slogger.h>
 
 #include <brixrt/senvironment.h>
 

@@ -2,7 +2,7 @@
 // When a log gives way to a new one, what that keeps, and the backups beside it.
 #include "samplelog.h"
 
-#include <brixlib/database/slogger.h>
+#include <brixlib/database/log/slogger.h>
 
 #include <brixrt/senvironment.h>
 

@@ -4,8 +4,8 @@
 
 #include <shared/goldenbytes.h>
 
+#include <brixlib/database/records/ssignature.h>
 #include <brixlib/database/sdbtext.h>
-#include <brixlib/database/ssignature.h>
 
 #include <brixrt/slocale.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <brixlib/database/sha256_p.h>
+#include <brixlib/database/records/sha256_p.h>
 
 #include <shared/seededrandom.h>
 

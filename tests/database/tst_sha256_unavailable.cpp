@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // A machine may be configured so that the fast implementation has no such algorithm.
-#include <brixlib/database/sha256_p.h>
+#include <brixlib/database/records/sha256_p.h>
 
 #include <openssl/evp.h>
 #include <openssl/provider.h>

@@ -3,7 +3,7 @@
 #pragma once
 
 #include <brixlib/devices/siobuffer.h>
-#include <brixlib/fileservice/sclientdevice.h>
+#include <brixlib/fileservice/device/sclientdevice.h>
 
 #include <shared/rawserver.h>
 

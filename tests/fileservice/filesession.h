@@ -3,8 +3,8 @@
 
 #include <brixlib/fileservice/sclientftp.h>
 #include <brixlib/fileservice/sserverftp.h>
-#include <brixlib/protocol/sclientcontroller.h>
-#include <brixlib/protocol/stcpsocket.h>
+#include <brixlib/protocol/client/sclientcontroller.h>
+#include <brixlib/protocol/socket/stcpsocket.h>
 #include <brixlib/workers/ssimplebackgroundrunner.h>
 
 #include <shared/sessionhost.h>

@@ -2,7 +2,7 @@
 #include "filetree.h"
 
 #include <brixlib/fileservice/filetransfer_p.h>
-#include <brixlib/protocol/stcpsocket.h>
+#include <brixlib/protocol/socket/stcpsocket.h>
 
 #include <shared/rawpeer.h>
 

@@ -4,8 +4,8 @@
 #include "filesession.h"
 #include "filetree.h"
 
-#include <brixlib/fileservice/scommandgetdir.h>
-#include <brixlib/fileservice/scommandsendfile.h>
+#include <brixlib/fileservice/commands/scommandgetdir.h>
+#include <brixlib/fileservice/commands/scommandsendfile.h>
 
 #include <shared/memorypeak.h>
 #include <shared/processfacts.h>

@@ -4,10 +4,10 @@
 #include <shared/rawserver.h>
 #include <shared/signallog.h>
 
-#include <brixlib/protocol/sclientbase.h>
-#include <brixlib/protocol/sclientcontroller.h>
+#include <brixlib/protocol/client/sclientbase.h>
+#include <brixlib/protocol/client/sclientcontroller.h>
 #include <brixlib/protocol/sconcretecommand.h>
-#include <brixlib/protocol/stcpsocket.h>
+#include <brixlib/protocol/socket/stcpsocket.h>
 #include <brixlib/protocol/wire.h>
 #include <brixlib/workers/ssimplebackgroundrunner.h>
 

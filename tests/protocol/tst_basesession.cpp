@@ -5,7 +5,7 @@
 #include <shared/sessionhost.h>
 
 #include <brixlib/foundation/sdatastream.h>
-#include <brixlib/protocol/spluggable.h>
+#include <brixlib/protocol/pluggables/spluggable.h>
 
 using namespace Talverine;
 using namespace Qt::StringLiterals;

@@ -2,7 +2,7 @@
 // User names and passwords in URLs.
 #include <shared/rawbytes.h>
 
-#include <brixlib/protocol/sclientbase.h>
+#include <brixlib/protocol/client/sclientbase.h>
 #include <brixsec/saesstring.h>
 #include <brixsec/ssecurecredential.h>
 #include <brixsec/ssecurestring.h>

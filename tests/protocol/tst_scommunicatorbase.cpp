@@ -2,8 +2,8 @@
 #include <brixlib/protocol/commands/scommandwhoami.h>
 #include <brixlib/protocol/scommandhelper.h>
 #include <brixlib/protocol/scommunicatorbase.h>
-#include <brixlib/protocol/stcpsocket.h>
-#include <brixlib/protocol/stcpsocketspeedcontroller.h>
+#include <brixlib/protocol/socket/stcpsocket.h>
+#include <brixlib/protocol/socket/stcpsocketspeedcontroller.h>
 #include <brixlib/protocol/wire.h>
 
 #include <shared/descriptorshortage.h>

@@ -3,7 +3,7 @@
 
 #include <brixlib/protocol/scommunicatorbase.h>
 #include <brixlib/protocol/scommunicatorbaserequester.h>
-#include <brixlib/protocol/stcpsocketspeedcontroller.h>
+#include <brixlib/protocol/socket/stcpsocketspeedcontroller.h>
 #include <brixlib/workers/ssimplebackgroundrunner.h>
 
 #include <QtCore/QRegularExpression>

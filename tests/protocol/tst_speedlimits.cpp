@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <brixlib/protocol/stcpsocket.h>
-#include <brixlib/protocol/stcpsocketspeedcontroller.h>
+#include <brixlib/protocol/socket/stcpsocket.h>
+#include <brixlib/protocol/socket/stcpsocketspeedcontroller.h>
 
 #include <shared/rawpeer.h>
 

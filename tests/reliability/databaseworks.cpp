@@ -3,7 +3,7 @@
 
 #include <database/samplelog.h>
 
-#include <brixlib/database/slogger.h>
+#include <brixlib/database/log/slogger.h>
 
 #include <QtCore/QBuffer>
 #include <QtCore/QDir>

@@ -3,9 +3,9 @@
 
 #include <fileservice/filetree.h>
 
-#include <brixlib/fileservice/sclientdevice.h>
-#include <brixlib/fileservice/scommandgetdir.h>
-#include <brixlib/protocol/spluggablestring.h>
+#include <brixlib/fileservice/commands/scommandgetdir.h>
+#include <brixlib/fileservice/device/sclientdevice.h>
+#include <brixlib/protocol/pluggables/spluggablestring.h>
 #include <brixsec/ssecurestring.h>
 
 #include <QtCore/QBuffer>

@@ -3,7 +3,7 @@
 
 #include <fileservice/filetree.h>
 
-#include <brixlib/fileservice/sclientdevice.h>
+#include <brixlib/fileservice/device/sclientdevice.h>
 #include <brixlib/protocol/wire.h>
 #include <brixsec/ssecurestring.h>
 

@@ -5,7 +5,7 @@
 #include <shared/killedprocess.h>
 #include <shared/seededrandom.h>
 
-#include <brixlib/database/slogger.h>
+#include <brixlib/database/log/slogger.h>
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QElapsedTimer>

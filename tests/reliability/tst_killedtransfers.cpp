@@ -7,8 +7,8 @@
 #include <shared/seededrandom.h>
 #include <shared/toolprocess.h>
 
-#include <brixlib/protocol/sauthenticationdb.h>
-#include <brixlib/protocol/suserdata.h>
+#include <brixlib/protocol/users/sauthenticationdb.h>
+#include <brixlib/protocol/users/suserdata.h>
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QTemporaryDir>

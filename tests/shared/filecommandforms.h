@@ -3,26 +3,26 @@
 
 #include <shared/commandforms.h>
 
-#include <brixlib/fileservice/scommandchangedir.h>
-#include <brixlib/fileservice/scommandcopydir.h>
-#include <brixlib/fileservice/scommandcopyfile.h>
-#include <brixlib/fileservice/scommandexists.h>
-#include <brixlib/fileservice/scommandfssensitivity.h>
-#include <brixlib/fileservice/scommandgetdev.h>
-#include <brixlib/fileservice/scommandgetdir.h>
-#include <brixlib/fileservice/scommandgetfile.h>
-#include <brixlib/fileservice/scommandgetfiles.h>
-#include <brixlib/fileservice/scommandlistdir.h>
-#include <brixlib/fileservice/scommandmakedir.h>
-#include <brixlib/fileservice/scommandpwd.h>
-#include <brixlib/fileservice/scommandremovedir.h>
-#include <brixlib/fileservice/scommandremovefile.h>
-#include <brixlib/fileservice/scommandrenamedir.h>
-#include <brixlib/fileservice/scommandrenamefile.h>
-#include <brixlib/fileservice/scommandsenddev.h>
-#include <brixlib/fileservice/scommandsendfile.h>
-#include <brixlib/fileservice/scommandsetpermissions.h>
-#include <brixlib/fileservice/scommandstorageinfo.h>
+#include <brixlib/fileservice/commands/scommandchangedir.h>
+#include <brixlib/fileservice/commands/scommandcopydir.h>
+#include <brixlib/fileservice/commands/scommandcopyfile.h>
+#include <brixlib/fileservice/commands/scommandexists.h>
+#include <brixlib/fileservice/commands/scommandfssensitivity.h>
+#include <brixlib/fileservice/commands/scommandgetdev.h>
+#include <brixlib/fileservice/commands/scommandgetdir.h>
+#include <brixlib/fileservice/commands/scommandgetfile.h>
+#include <brixlib/fileservice/commands/scommandgetfiles.h>
+#include <brixlib/fileservice/commands/scommandlistdir.h>
+#include <brixlib/fileservice/commands/scommandmakedir.h>
+#include <brixlib/fileservice/commands/scommandpwd.h>
+#include <brixlib/fileservice/commands/scommandremovedir.h>
+#include <brixlib/fileservice/commands/scommandremovefile.h>
+#include <brixlib/fileservice/commands/scommandrenamedir.h>
+#include <brixlib/fileservice/commands/scommandrenamefile.h>
+#include <brixlib/fileservice/commands/scommandsenddev.h>
+#include <brixlib/fileservice/commands/scommandsendfile.h>
+#include <brixlib/fileservice/commands/scommandsetpermissions.h>
+#include <brixlib/fileservice/commands/scommandstorageinfo.h>
 
 #include <limits>
 

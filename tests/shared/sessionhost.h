@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <brixlib/protocol/sauthenticationdb.h>
-#include <brixlib/protocol/sserverbase.h>
-#include <brixlib/protocol/sservercontroller.h>
-#include <brixlib/protocol/suserdata.h>
+#include <brixlib/protocol/server/sserverbase.h>
+#include <brixlib/protocol/server/sservercontroller.h>
+#include <brixlib/protocol/users/sauthenticationdb.h>
+#include <brixlib/protocol/users/suserdata.h>
 #include <brixlib/workers/ssimplebackgroundrunner.h>
 
 #include <QtCore/QDir>

@@ -7,7 +7,7 @@
 #include <brixlib/protocol/replies.h>
 #include <brixlib/protocol/scommand.h>
 #include <brixlib/protocol/scommandhelper.h>
-#include <brixlib/protocol/stcpsocket.h>
+#include <brixlib/protocol/socket/stcpsocket.h>
 
 #include <shared/sessionhost.h>
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <brixlib/protocol/sauthenticationdb.h>
-#include <brixlib/protocol/suserdata.h>
+#include <brixlib/protocol/users/sauthenticationdb.h>
+#include <brixlib/protocol/users/suserdata.h>
 
 #include <shared/toolprocess.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <blockcounter.h>
+#include <compress/blockcounter.h>
 
 #include <shared/rawbytes.h>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <cli/command.h>
-#include <output.h>
+#include <cli/output.h>
 
 #include <QtCore/QDir>
 #include <QtTest/QtTest>

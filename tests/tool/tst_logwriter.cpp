@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "logwriter.h"
+#include <process/logwriter.h>
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QTemporaryDir>

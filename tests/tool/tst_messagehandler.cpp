@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "logwriter.h"
-#include "messagehandler.h"
+#include <process/logwriter.h>
+#include <process/messagehandler.h>
 
 #include <QtCore/QDir>
 #include <QtCore/QTemporaryDir>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <output.h>
+#include <cli/output.h>
 
 using namespace Brix;
 using namespace Qt::StringLiterals;

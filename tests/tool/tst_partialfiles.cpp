@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "partialfiles.h"
 #include "toolserver.h"
+#include <serve/partialfiles.h>
 
 #include <brixlib/fileservice/spartialfilemanager.h>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The prompt for a password, on a pseudo-terminal that plays the user's own.
-#include <brixlib/protocol/sauthenticationdb.h>
-#include <brixlib/protocol/suserdata.h>
+#include <brixlib/protocol/users/sauthenticationdb.h>
+#include <brixlib/protocol/users/suserdata.h>
 
 #include <shared/faketerminal.h>
 #include <shared/toolprocess.h>

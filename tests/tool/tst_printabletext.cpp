@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "printabletext.h"
+#include <cli/printabletext.h>
 
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>

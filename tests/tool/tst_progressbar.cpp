@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <progressbar.h>
+#include <cli/progressbar.h>
 
 using namespace Brix;
 using namespace Qt::StringLiterals;

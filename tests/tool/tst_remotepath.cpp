@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <remotepath.h>
+#include <remote/remotepath.h>
 
 using namespace Brix;
 using namespace Qt::StringLiterals;

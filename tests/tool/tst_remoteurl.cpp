@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <remoteurl.h>
+#include <remote/remoteurl.h>
 
 using namespace Brix;
 using namespace Qt::StringLiterals;

@@ -4,7 +4,7 @@
 
 #include <brixlib/fileservice/sserverftp.h>
 #include <brixlib/protocol/scommand.h>
-#include <brixlib/protocol/stcpsocket.h>
+#include <brixlib/protocol/socket/stcpsocket.h>
 #include <brixlib/protocol/wire.h>
 
 #include <shared/descriptorshortage.h>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Text of the server on its way to a terminal, to a pipe and into JSON.
 #include <brixlib/fileservice/sserverftp.h>
-#include <brixlib/protocol/spluggablejson.h>
-#include <brixlib/protocol/spluggablestring.h>
-#include <brixlib/protocol/spluggablestringlist.h>
+#include <brixlib/protocol/pluggables/spluggablejson.h>
+#include <brixlib/protocol/pluggables/spluggablestring.h>
+#include <brixlib/protocol/pluggables/spluggablestringlist.h>
 
 #include <shared/faketerminal.h>
 #include <shared/sessionhost.h>

@@ -2,7 +2,7 @@
 // Servers that send without end: replies, listings, and words that keep a client waiting.
 #include <brixlib/fileservice/sserverftp.h>
 #include <brixlib/protocol/scommand.h>
-#include <brixlib/protocol/stcpsocket.h>
+#include <brixlib/protocol/socket/stcpsocket.h>
 #include <brixlib/protocol/wire.h>
 
 #include <shared/rawserver.h>

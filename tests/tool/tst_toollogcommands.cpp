@@ -3,7 +3,7 @@
 #include "limitedprocess.h"
 #include "tooldatabase.h"
 
-#include <brixlib/database/slogger.h>
+#include <brixlib/database/log/slogger.h>
 #include <brixlib/foundation/sdotnetcompatibilityhelper.h>
 
 #include <shared/utctime.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <brixlib/protocol/sauthenticationdb.h>
-#include <brixlib/protocol/suserdata.h>
+#include <brixlib/protocol/users/sauthenticationdb.h>
+#include <brixlib/protocol/users/suserdata.h>
 
 #include <shared/toolprocess.h>
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // brix: one tool over the library. Each family of sub-commands has a source file of its own.
-#include "cli/commandline.h"
-#include "messagehandler.h"
-#include "standardstreams.h"
 #include "tool.h"
+#include <cli/commandline.h>
+#include <process/messagehandler.h>
+#include <process/standardstreams.h>
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QLoggingCategory>

@@ -2,10 +2,10 @@
 // The families of commands. Each function adds the commands of one family to the root.
 #pragma once
 
-#include "cli/command.h"
-#include "exitcode.h"
-#include "failure.h"
-#include "output.h"
+#include <cli/command.h>
+#include <cli/exitcode.h>
+#include <cli/failure.h>
+#include <cli/output.h>
 
 namespace Brix {
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include <brixlib/compression/blockreader_p.h>
+#include "blockreader_p.h"
 
-#include <brixlib/compression/framedblocks_p.h>
-#include <brixlib/compression/lookahead_p.h>
+#include "framedblocks_p.h"
+#include "lookahead_p.h"
 
 #include <algorithm>
 #include <cstring>

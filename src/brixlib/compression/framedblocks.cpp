@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <brixlib/compression/framedblocks_p.h>
+#include "framedblocks_p.h"
 
 #include <brixrt/requestsize_p.h>
 #include <brixrt/sfilehelper.h>

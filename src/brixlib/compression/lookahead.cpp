@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include <brixlib/compression/lookahead_p.h>
+#include "lookahead_p.h"
 
-#include <brixlib/compression/framedblocks_p.h>
+#include "framedblocks_p.h"
 
 #include <brixrt/requestsize_p.h>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include <brixlib/compression/lzwcodereader_p.h>
+#include "lzwcodereader_p.h"
 
-#include <brixlib/compression/lookahead_p.h>
+#include "lookahead_p.h"
 
 #include <brixrt/requestsize_p.h>
 

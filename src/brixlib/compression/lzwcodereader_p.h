@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <brixlib/compression/lzwcodes_p.h>
+#include "lzwcodes_p.h"
 
 #include <array>
 

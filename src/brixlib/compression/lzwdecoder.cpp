@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <brixlib/compression/lzwdecoder_p.h>
+#include "lzwdecoder_p.h"
 
 #include <QtCore/QDebug>
 #include <QtCore/QtEndian>

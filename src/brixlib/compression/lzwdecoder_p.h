@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <brixlib/compression/lzwcodereader_p.h>
-#include <brixlib/compression/lzwcodes_p.h>
+#include "lzwcodereader_p.h"
+#include "lzwcodes_p.h"
 
 #include <QtCore/QByteArray>
 

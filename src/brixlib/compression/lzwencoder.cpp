@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <brixlib/compression/lzwencoder_p.h>
+#include "lzwencoder_p.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <brixlib/compression/lzwcodes_p.h>
-#include <brixlib/compression/lzwcodewriter_p.h>
+#include "lzwcodes_p.h"
+#include "lzwcodewriter_p.h"
 
 #include <array>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <brixlib/compression/packbitscodec_p.h>
+#include "packbitscodec_p.h"
 
 #include <QtCore/QtEndian>
 

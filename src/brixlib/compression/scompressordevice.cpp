@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/compression/scompressordevice.h>
 
-#include <brixlib/compression/containername_p.h>
-#include <brixlib/compression/framedblocks_p.h>
+#include "containername_p.h"
+#include "framedblocks_p.h"
 #include <brixlib/foundation/saturated_p.h>
 #include <brixlib/foundation/underlyingdevice_p.h>
 

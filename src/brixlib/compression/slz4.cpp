@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/compression/slz4.h>
 
-#include <brixlib/compression/blockreader_p.h>
-#include <brixlib/compression/framedblocks_p.h>
+#include "blockreader_p.h"
+#include "framedblocks_p.h"
 
 #include <QtCore/QtEndian>
 

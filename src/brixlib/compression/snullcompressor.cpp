@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/compression/snullcompressor.h>
 
-#include <brixlib/compression/framedblocks_p.h>
+#include "framedblocks_p.h"
 
 #include <brixrt/sfilehelper.h>
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/compression/spackbits.h>
 
-#include <brixlib/compression/blockreader_p.h>
-#include <brixlib/compression/framedblocks_p.h>
-#include <brixlib/compression/lookahead_p.h>
-#include <brixlib/compression/packbitscodec_p.h>
+#include "blockreader_p.h"
+#include "framedblocks_p.h"
+#include "lookahead_p.h"
+#include "packbitscodec_p.h"
 
 #include <brixrt/requestsize_p.h>
 #include <brixrt/sfilehelper.h>

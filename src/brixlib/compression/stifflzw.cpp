@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/compression/stifflzw.h>
 
-#include <brixlib/compression/lzwdecoder_p.h>
-#include <brixlib/compression/lzwencoder_p.h>
+#include "lzwdecoder_p.h"
+#include "lzwencoder_p.h"
 
 #include <QtCore/QPointer>
 

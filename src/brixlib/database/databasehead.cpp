@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include <brixlib/database/databasehead_p.h>
+#include "databasehead_p.h"
 
-#include <brixlib/database/recordreader_p.h>
-#include <brixlib/database/recordwriter_p.h>
+#include <brixlib/database/records/recordreader_p.h>
+#include <brixlib/database/records/recordwriter_p.h>
 
 #include <brixrt/slocale.h>
 

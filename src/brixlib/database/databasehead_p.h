@@ -3,7 +3,7 @@
 
 #include <brixlib/database/databasespecialrecordfield.h>
 #include <brixlib/database/dbauthgrants.h>
-#include <brixlib/database/sdbrecord.h>
+#include <brixlib/database/records/sdbrecord.h>
 
 #include <QtCore/QLocale>
 #include <QtCore/QString>

@@ -4,7 +4,7 @@
 #include <brixlib/brixlib_export.h>
 #include <brixlib/database/dbauthgrants.h>
 #include <brixlib/database/dberror.h>
-#include <brixlib/database/sdbrecord.h>
+#include <brixlib/database/records/sdbrecord.h>
 
 #include <QtCore/QList>
 #include <QtCore/QLocale>

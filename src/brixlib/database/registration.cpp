@@ -4,9 +4,9 @@
 #include <brixlib/database/databasespecialrecordfield.h>
 #include <brixlib/database/dbauthgrants.h>
 #include <brixlib/database/dberror.h>
-#include <brixlib/database/dbrecordspecialfield.h>
-#include <brixlib/database/sdbfield.h>
-#include <brixlib/database/sdbrecord.h>
+#include <brixlib/database/records/dbrecordspecialfield.h>
+#include <brixlib/database/records/sdbfield.h>
+#include <brixlib/database/records/sdbrecord.h>
 
 #include <brixrt/svariantconvert.h>
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <brixlib/brixlib_export.h>
-#include <brixlib/database/sdbrecord.h>
+#include <brixlib/database/records/sdbrecord.h>
 
 #include <QtCore/QString>
 

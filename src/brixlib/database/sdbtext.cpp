@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/database/sdbtext.h>
 
-#include <brixlib/database/sdbtext_p.h>
+#include "sdbtext_p.h"
 
 #include <QtCore/QDebug>
 #include <QtCore/QFile>

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/database/sdbtext.h>
 
+#include "sdbtext_p.h"
 #include <brixlib/compression/containername_p.h>
 #include <brixlib/compression/slz4.h>
 #include <brixlib/compression/szip.h>
-#include <brixlib/database/diskfile_p.h>
-#include <brixlib/database/sdbtext_p.h>
+#include <brixlib/database/storage/diskfile_p.h>
 
 #include <brixrt/sfilehelper.h>
 

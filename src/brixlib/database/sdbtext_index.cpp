@@ -2,7 +2,7 @@
 // Finding records by the texts of their fields.
 #include <brixlib/database/sdbtext.h>
 
-#include <brixlib/database/sdbtext_p.h>
+#include "sdbtext_p.h"
 
 namespace Talverine {
 

@@ -2,7 +2,7 @@
 // What is done with two databases.
 #include <brixlib/database/sdbtext.h>
 
-#include <brixlib/database/sdbtext_p.h>
+#include "sdbtext_p.h"
 
 #include <QtCore/QBuffer>
 

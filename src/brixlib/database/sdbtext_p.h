@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "databasehead_p.h"
 #include <brixlib/compression/compressionalgorithm.h>
-#include <brixlib/database/databasehead_p.h>
 #include <brixlib/database/dberror.h>
-#include <brixlib/database/fieldindexes_p.h>
-#include <brixlib/database/keyindex_p.h>
-#include <brixlib/database/stextscramble.h>
+#include <brixlib/database/index/fieldindexes_p.h>
+#include <brixlib/database/index/keyindex_p.h>
+#include <brixlib/database/records/stextscramble.h>
 
 #include <QtCore/QIODevice>
 #include <QtCore/QLockFile>

@@ -2,7 +2,7 @@
 // Changing records, and walking through them.
 #include <brixlib/database/sdbtext.h>
 
-#include <brixlib/database/sdbtext_p.h>
+#include "sdbtext_p.h"
 #include <brixlib/foundation/outofmemory_p.h>
 
 namespace Talverine {

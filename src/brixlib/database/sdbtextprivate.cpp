@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The user, the device with its lock, and the head.
-#include <brixlib/database/sdbtext_p.h>
+#include "sdbtext_p.h"
 
-#include <brixlib/database/ssignature.h>
-#include <brixlib/database/stagedfile_p.h>
+#include <brixlib/database/records/ssignature.h>
+#include <brixlib/database/storage/stagedfile_p.h>
 
 #include <brixrt/sfilehelper.h>
 #include <brixrt/slocale.h>

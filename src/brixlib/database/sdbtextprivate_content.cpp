@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Replacing the whole content: of a file in one step, of any other device in place.
-#include <brixlib/database/sdbtext_p.h>
+#include "sdbtext_p.h"
 
-#include <brixlib/database/recordwriter_p.h>
-#include <brixlib/database/stagedfile_p.h>
+#include <brixlib/database/records/recordwriter_p.h>
+#include <brixlib/database/storage/stagedfile_p.h>
 
 #include <brixrt/sfilehelper.h>
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The indexes, and the file that keeps them.
-#include <brixlib/database/sdbtext_p.h>
+#include "sdbtext_p.h"
 
-#include <brixlib/database/indexfile_p.h>
-#include <brixlib/database/recordreader_p.h>
+#include <brixlib/database/index/indexfile_p.h>
+#include <brixlib/database/records/recordreader_p.h>
 #include <brixlib/foundation/outofmemory_p.h>
 
 #include <brixrt/scrc32.h>

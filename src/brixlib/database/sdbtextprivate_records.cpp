@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Single records, and where they are in the device.
-#include <brixlib/database/sdbtext_p.h>
+#include "sdbtext_p.h"
 
-#include <brixlib/database/recordreader_p.h>
-#include <brixlib/database/recordwriter_p.h>
+#include <brixlib/database/records/recordreader_p.h>
+#include <brixlib/database/records/recordwriter_p.h>
 #include <brixlib/foundation/outofmemory_p.h>
 
 #include <brixrt/sconvert.h>

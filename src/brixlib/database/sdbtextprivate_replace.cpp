@@ -10,10 +10,10 @@
  * Where that stops after step 2, the next open finds the separator and completes step 3. Where it
  * stops earlier, the old record stays in use. A torn new record is never in use.
  */
-#include <brixlib/database/sdbtext_p.h>
+#include "sdbtext_p.h"
 
-#include <brixlib/database/recordreader_p.h>
-#include <brixlib/database/recordwriter_p.h>
+#include <brixlib/database/records/recordreader_p.h>
+#include <brixlib/database/records/recordwriter_p.h>
 #include <brixlib/foundation/outofmemory_p.h>
 
 #include <brixrt/sfilehelper.h>

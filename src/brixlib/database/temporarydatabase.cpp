@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <brixlib/database/temporarydatabase_p.h>
+#include "temporarydatabase_p.h"
 
 #include <brixrt/senvironment.h>
 #include <brixrt/sfilehelper.h>

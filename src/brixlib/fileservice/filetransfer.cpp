@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "filetransfer_p.h"
 
-#include <brixlib/protocol/directsocket_p.h>
+#include <brixlib/protocol/socket/directsocket_p.h>
 #include <brixlib/protocol/wire.h>
 
 #include <brixrt/sfilehelper.h>

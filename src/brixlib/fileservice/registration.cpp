@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Registers at load what makes the arguments of this folder's signals and calls travel in queues.
-#include <brixlib/fileservice/filefilterflags.h>
+#include <brixlib/fileservice/commands/filefilterflags.h>
 
 #include <QtCore/QIODevice>
 

@@ -4,7 +4,7 @@
 #include <brixlib/brixlib_export.h>
 #include <brixlib/foundation/fileentryflags.h>
 #include <brixlib/foundation/sfileentry.h>
-#include <brixlib/protocol/sclientbase.h>
+#include <brixlib/protocol/client/sclientbase.h>
 
 #include <QtCore/QByteArray>
 #include <QtCore/QList>

@@ -3,7 +3,7 @@
 
 #include <brixlib/brixlib_export.h>
 #include <brixlib/foundation/fileentryflags.h>
-#include <brixlib/protocol/sclientbaserequester.h>
+#include <brixlib/protocol/client/sclientbaserequester.h>
 
 class QIODevice;
 

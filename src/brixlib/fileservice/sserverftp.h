@@ -2,7 +2,7 @@
 #pragma once
 
 #include <brixlib/brixlib_export.h>
-#include <brixlib/protocol/sserverbase.h>
+#include <brixlib/protocol/server/sserverbase.h>
 
 #include <QtCore/QList>
 #include <QtCore/QString>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <brixlib/brixlib_export.h>
-#include <brixlib/protocol/sserverbaserequester.h>
+#include <brixlib/protocol/server/sserverbaserequester.h>
 
 namespace Talverine {
 

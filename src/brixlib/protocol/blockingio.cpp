@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "blockingio_p.h"
 
-#include "directsocket_p.h"
+#include <brixlib/protocol/socket/directsocket_p.h>
 
 #include <brixlib/foundation/outofmemory_p.h>
 #include <brixlib/protocol/wire.h>

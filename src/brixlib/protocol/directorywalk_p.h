@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <brixlib/protocol/systempath_p.h>
+#include "systempath_p.h"
 
 #include <QtCore/QFileInfo>
 #include <QtCore/QSet>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Registers at load what makes the arguments of this folder's signals and calls travel in queues.
 #include <brixlib/protocol/scommandid.h>
-#include <brixlib/protocol/stcpsocketspeedcontroller.h>
+#include <brixlib/protocol/socket/stcpsocketspeedcontroller.h>
 
 #include <QtCore/QHash>
 #include <QtCore/QList>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/protocol/scommand.h>
 
-#include <brixlib/protocol/scommand_p.h>
+#include "scommand_p.h"
 
 #include <brixlib/foundation/sdatastream.h>
 

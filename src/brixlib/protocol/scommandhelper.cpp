@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/protocol/scommandhelper.h>
 
+#include "scommand_p.h"
 #include <brixlib/protocol/scommand.h>
-#include <brixlib/protocol/scommand_p.h>
 
 #include <brixlib/foundation/sdatastream.h>
 

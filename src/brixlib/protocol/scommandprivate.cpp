@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <brixlib/protocol/scommand_p.h>
+#include "scommand_p.h"
 
 namespace Talverine {
 

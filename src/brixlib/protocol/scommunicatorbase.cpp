@@ -2,13 +2,13 @@
 #include <brixlib/protocol/scommunicatorbase.h>
 
 #include "blockingio_p.h"
-#include "passwordhash_p.h"
+#include <brixlib/protocol/users/passwordhash_p.h>
 
 #include <brixlib/foundation/scontexthelper.h>
 #include <brixlib/protocol/scommand.h>
 #include <brixlib/protocol/scommandhelper.h>
-#include <brixlib/protocol/stcpsocket.h>
-#include <brixlib/protocol/stcpsocketspeedcontroller.h>
+#include <brixlib/protocol/socket/stcpsocket.h>
+#include <brixlib/protocol/socket/stcpsocketspeedcontroller.h>
 
 #include <QtCore/QDir>
 

@@ -6,7 +6,7 @@
 #include "namedpipe_p.h"
 #include "strictjail_p.h"
 
-#include <brixlib/protocol/stcpsocket.h>
+#include <brixlib/protocol/socket/stcpsocket.h>
 #include <brixlib/protocol/wire.h>
 
 #include <brixrt/sstorageinfo.h>

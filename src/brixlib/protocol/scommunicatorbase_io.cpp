@@ -3,9 +3,9 @@
 #include <brixlib/protocol/scommunicatorbase.h>
 
 #include "blockingio_p.h"
-#include "stcpsockethangup_p.h"
+#include <brixlib/protocol/socket/stcpsockethangup_p.h>
 
-#include <brixlib/protocol/stcpsocket.h>
+#include <brixlib/protocol/socket/stcpsocket.h>
 
 namespace Talverine {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The two phases of a link test, which either end plays from its side.
 #include <brixlib/protocol/scommunicatorbase.h>
-#include <brixlib/protocol/stcpsocket.h>
+#include <brixlib/protocol/socket/stcpsocket.h>
 
 #include "blockingio_p.h"
 

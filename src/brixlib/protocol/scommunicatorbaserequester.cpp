@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <brixlib/protocol/scommunicatorbaserequester.h>
 
-#include <brixlib/protocol/stcpsocketspeedcontroller.h>
+#include <brixlib/protocol/socket/stcpsocketspeedcontroller.h>
 #include <brixlib/workers/workerend_p.h>
 
 #include <QtCore/QSemaphore>
