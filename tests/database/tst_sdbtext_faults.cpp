@@ -35,6 +35,53 @@ QByteArray databaseOf(const QStringList &names)
     return device.data();
 }
 
+//! A device some of whose next writes fail halfway.
+class FailingWrites : public QIODevice
+{
+public:
+    explicit FailingWrites(QBuffer *disk)
+        : m_disk(disk)
+    {
+    }
+
+    //! Counted from 1, from now on; 0 for none.
+    void failFrom(int first, int count)
+    {
+        m_first = first;
+        m_count = count;
+        m_writes = 0;
+    }
+
+    bool open(OpenMode mode) override { return m_disk->open(mode) && QIODevice::open(mode); }
+    void close() override
+    {
+        QIODevice::close();
+        m_disk->close();
+    }
+    qint64 size() const override { return m_disk->size(); }
+    bool seek(qint64 position) override
+    {
+        return m_disk->seek(position) && QIODevice::seek(position);
+    }
+
+protected:
+    qint64 readData(char *data, qint64 size) override { return m_disk->read(data, size); }
+    qint64 writeData(const char *data, qint64 size) override
+    {
+        ++m_writes;
+        if (m_writes < m_first || m_writes >= m_first + m_count)
+            return m_disk->write(data, size);
+        m_disk->write(data, size / 2);
+        return -1;
+    }
+
+private:
+    QBuffer *m_disk;
+    int m_first = 0;
+    int m_count = 0;
+    int m_writes = 0;
+};
+
 //! Opens a database as ada.
 template<typename Where>
 bool openAsAda(SDBText &database, const Where &where)
@@ -167,6 +214,15 @@ class tst_SDBText_Faults : public QObject
 {
     Q_OBJECT
 
+private:
+    // Scrambled, a key of one character or of equal ones is that key.
+    static void addKeys()
+    {
+        QTest::addColumn<QString>("key");
+        for (const char *key : {"a", "aa", "cyan"})
+            QTest::newRow(key) << QString::fromLatin1(key);
+    }
+
 private Q_SLOTS:
     // Disks that fill up
 
@@ -276,16 +332,16 @@ private Q_SLOTS:
         made.setData(databaseOf({u"cyan"_s, u"x"_s}));
         const qint64 before = made.data().size();
         const qint64 recordBytes = databaseOf({u"cyan"_s}).size() - databaseOf({}).size();
-        // "name =$nayc", then a blank and a separator.
-        const qint64 oldIsMarked = recordBytes + 7;
-        const qint64 all = recordBytes + 11 + 1 + 4;
+        // The byte that decides, "name =$nayc", the blank, and the byte that is put back.
+        const qint64 isDecided = recordBytes + 1;
+        const qint64 all = isDecided + 11 + 1 + 1;
         for (qint64 stop = 0; stop < all; ++stop) {
             QBuffer disk;
             disk.setData(made.data());
             FaultDevice device(&disk, {.write = {.errorAt = stop}});
             SDBText database;
             QVERIFY(openAsAda(database, &device));
-            const bool isDone = stop >= recordBytes + 11 + 1;
+            const bool isDone = stop >= isDecided + 11 + 1;
             if (!isDone)
                 expectError("WriteError");
             QCOMPARE(database.replace(ink(u"cyan"_s, 2)), isDone);
@@ -294,7 +350,7 @@ private Q_SLOTS:
             QVERIFY(openAsAda(second, &disk));
             QCOMPARE(walk(second), (QStringList{u"cyan"_s, u"x"_s}));
             QVERIFY(second[u"cyan"_s].checkSignature());
-            const QString level = stop < oldIsMarked ? u"1"_s : u"2"_s;
+            const QString level = stop < isDecided ? u"1"_s : u"2"_s;
             QCOMPARE(second[u"cyan"_s].value(u"level"_s), QVariant(level));
             QVERIFY(disk.data().size() <= before + recordBytes);
             // It stays so, and can be changed.
@@ -303,6 +359,112 @@ private Q_SLOTS:
             QVERIFY(openAsAda(second, &disk));
             QCOMPARE(walk(second), (QStringList{u"cyan"_s, u"x"_s}));
             QCOMPARE(second[u"cyan"_s].value(u"level"_s), QVariant(u"3"_s));
+        }
+    }
+
+    // At each byte a program may be killed; the next one removes the record.
+    void recordRemovedAfterAnInterruptedReplaceStaysRemoved_data() { addKeys(); }
+    void recordRemovedAfterAnInterruptedReplaceStaysRemoved()
+    {
+        QFETCH(QString, key);
+        const QByteArray made = databaseOf({key, u"other"_s});
+        const qint64 all = databaseOf({key}).size() - databaseOf({}).size() + key.size() + 10;
+        for (qint64 stop = 0; stop < all; ++stop) {
+            QBuffer disk;
+            disk.setData(made);
+            FaultDevice device(&disk, {.write = {.errorAt = stop}});
+            SDBText database;
+            QVERIFY(openAsAda(database, &device));
+            static_cast<void>(database.replace(ink(key, 2)));
+            database.close();
+            SDBText next;
+            QVERIFY(openAsAda(next, &disk));
+            QVERIFY(next.remove(key));
+            QVERIFY(next.reindex());
+            QCOMPARE(walk(next), QStringList(u"other"_s));
+            next.close();
+            QVERIFY(openAsAda(next, &disk));
+            QCOMPARE(walk(next), QStringList(u"other"_s));
+            QVERIFY(next.purge());
+            QCOMPARE(walk(next), QStringList(u"other"_s));
+        }
+    }
+
+    // Here the program goes on when its disk works again.
+    void recordRemovedAfterAFailedReplaceStaysRemoved_data() { addKeys(); }
+    void recordRemovedAfterAFailedReplaceStaysRemoved()
+    {
+        QFETCH(QString, key);
+        const QByteArray made = databaseOf({key, u"other"_s});
+        // One of the writes of replace() fails, or one and some of those that put it right.
+        for (int first = 1; first <= 6; ++first) {
+            for (int failures = 1; failures <= 4; ++failures) {
+                QBuffer disk;
+                disk.setData(made);
+                FailingWrites device(&disk);
+                SDBText database;
+                QVERIFY(openAsAda(database, &device));
+                device.failFrom(first, failures);
+                const bool isDone = database.replace(ink(key, 2));
+                QCOMPARE(isDone, first > 4);
+                device.failFrom(1, 1);
+                // What is left is put right first. Without that, the removal itself fails.
+                expectError("WriteError");
+                QVERIFY(!database.remove(key));
+                device.failFrom(0, 0);
+                QVERIFY(database.insert(ink(u"third"_s)));
+                QCOMPARE(database[key].value(u"level"_s), QVariant(isDone ? u"2"_s : u"1"_s));
+                QVERIFY(database.remove(key));
+                QVERIFY(database.reindex());
+                QCOMPARE(walk(database), (QStringList{u"other"_s, u"third"_s}));
+                database.close();
+                QVERIFY(openAsAda(database, &disk));
+                QCOMPARE(walk(database), (QStringList{u"other"_s, u"third"_s}));
+            }
+        }
+    }
+
+    void failedReplaceOfAnIndentedRecordKeepsItsKey()
+    {
+        QBuffer disk;
+        disk.setData(databaseOf({u"cyan"_s, u"other"_s}).replace("name = cyan", "   name = cyan"));
+        FailingWrites device(&disk);
+        SDBText database;
+        QVERIFY(openAsAda(database, &device));
+        const QByteArray before = disk.data();
+        // The one that takes the mark off.
+        device.failFrom(4, 1);
+        expectError("WriteError");
+        QVERIFY(!database.replace(ink(u"cyan"_s, 2)));
+        QVERIFY(disk.data().startsWith(before));
+        QCOMPARE(database[u"cyan"_s].value(u"level"_s), QVariant(u"1"_s));
+        QVERIFY(openAsAda(database, &disk));
+        QCOMPARE(walk(database), (QStringList{u"cyan"_s, u"other"_s}));
+    }
+
+    // What can't be put right at the open is put right before the next change.
+    void replaceThatCannotBeCompletedAtTheOpenIsCompletedLater()
+    {
+        const QByteArray made = databaseOf({u"cyan"_s, u"other"_s});
+        const qint64 recordBytes = databaseOf({u"cyan"_s}).size() - databaseOf({}).size();
+        for (qint64 stop = recordBytes + 1; stop < recordBytes + 13; ++stop) {
+            QBuffer disk;
+            disk.setData(made);
+            FaultDevice device(&disk, {.write = {.errorAt = stop}});
+            SDBText database;
+            QVERIFY(openAsAda(database, &device));
+            static_cast<void>(database.replace(ink(u"cyan"_s, 2)));
+            database.close();
+            FailingWrites second(&disk);
+            second.failFrom(1, 2);
+            QVERIFY(openAsAda(database, &second));
+            QVERIFY(database.contains(u"cyan"_s));
+            QVERIFY(!database.insert(ink(u"new"_s)));
+            QVERIFY(database.insert(ink(u"new"_s)));
+            QCOMPARE(database[u"cyan"_s].value(u"level"_s), QVariant(u"2"_s));
+            QVERIFY(openAsAda(database, &disk));
+            QCOMPARE(walk(database), (QStringList{u"cyan"_s, u"new"_s, u"other"_s}));
+            QCOMPARE(database[u"cyan"_s].value(u"level"_s), QVariant(u"2"_s));
         }
     }
 

@@ -180,6 +180,18 @@ private:
         QByteArray live;
         QByteArray dead;
     };
+    //! Bytes to be written over those of the file.
+    struct Patch
+    {
+        qint64 position = 0;
+        QByteArray bytes;
+    };
+    //! What remains of a replacement, and the key line that is in use afterwards.
+    struct Repair
+    {
+        QList<Patch> patches;
+        KeyIndex::Entry entry;
+    };
 
     DBError appendRecord(SDBRecord *record, bool keepAsIs);
     DBError replaceRecord(const QString &key, SDBRecord *record);
@@ -188,9 +200,17 @@ private:
     bool hideTornRecord();
     bool overwrite(qint64 position, const QByteArray &bytes);
     DBError replaceByOtherKey(const QString &key, const KeyLineBytes &old, const SDBRecord &record);
-    //! Completes the replacement that ended the file, its last key line being at \a keyLine, if it
-    //! was interrupted after the old record was scrambled.
-    void finishReplacement(qint64 keyLine);
+    //! Completes the replacement that was interrupted after its decision, or clears the decision,
+    //! if there is one at the last key line of the file, \a keyLine.
+    DBError finishReplacement(qint64 keyLine);
+    bool isDecided(qint64 keyLine);
+    DBError planRepair(qint64 keyLine);
+    //! Does what has to come before any other change to the file; false if it has to be tried
+    //! again.
+    bool settle() { return hideTornRecord() && repair(); }
+    bool repair();
+    //! What was to be done was in a file that is no longer that of the database.
+    void forgetRepairs();
     bool takeLock(QIODevice *target);
     DBError replaceFile(const Write &write);
     DBError putInPlace(StagedFile *staged);
@@ -209,6 +229,7 @@ private:
     QString m_passwordHash;
     QString m_lockName;       //!< of the lock's file
     qint64 m_tornRecord = -1; //!< where a record begins that could not be written, or -1
+    Repair m_repair;
 };
 
 template<typename Use>

@@ -166,7 +166,7 @@ DBError SDBTextPrivate::openDevice()
         return DBError::OpenError;
     }
     isOpen = true;
-    m_tornRecord = -1;
+    forgetRepairs();
     if (isPlainFile())
         StagedFile::removeRemains(fileName());
     return DBError::NoError;
@@ -200,6 +200,7 @@ DBError SDBTextPrivate::writeEmpty(QIODevice *target, const DatabaseHead &newHea
 
 void SDBTextPrivate::close()
 {
+    static_cast<void>(settle());
     closeDevice(device);
     saveIndex();
 }
@@ -218,7 +219,7 @@ DBError SDBTextPrivate::truncate()
     isOpen = device && device->isOpen();
     hasIndex = isOpen;
     isHeadEndMissing = false;
-    m_tornRecord = -1;
+    forgetRepairs();
     clearIndexes();
     return result;
 }
@@ -316,6 +317,8 @@ DBError SDBTextPrivate::faultOfSource(const QIODevice *source) const
 
 DBError SDBTextPrivate::copyTo(QIODevice *target)
 {
+    // A copy of what can't be repaired is better than none.
+    static_cast<void>(settle());
     if (!hasOpenDevice() || !device->seek(0))
         return DBError::SeekError;
     if (isHeadFromCopy && !head.write(target))

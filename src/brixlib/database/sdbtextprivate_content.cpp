@@ -61,7 +61,7 @@ DBError SDBTextPrivate::putInPlace(StagedFile *staged)
         isOldContentGone = true;
         hasIndex = isOpen;
         isHeadEndMissing = false;
-        m_tornRecord = -1;
+        forgetRepairs();
         clearIndexes();
     }
     return isReplaced && isOpen ? DBError::NoError : DBError::ResetError;
@@ -93,7 +93,8 @@ DBError SDBTextPrivate::followFile()
         SFileHelper::isSameFile(*qobject_cast<QFile *>(device), QFile(fileName())))
         return DBError::NoError;
     device->close();
-    m_tornRecord = -1;
+    forgetRepairs();
+    isHeadFromCopy = false;
     DBError result = device->open(kDatabaseOpenMode) ? DBError::NoError : DBError::OpenError;
     if (result == DBError::NoError)
         result = load();

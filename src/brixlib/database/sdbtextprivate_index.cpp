@@ -65,26 +65,28 @@ DBError SDBTextPrivate::createIndex(SCrc32 *crc)
     if (!hasOpenDevice())
         return DBError::SeekError;
     const qint64 before = device->pos();
+    const bool isSettled = settle();
     if (!device->seek(0))
         return DBError::SeekError;
     clearIndexes();
     uniqueCounter = 0;
     KeyLineScanner scanner(device, head.key, 0);
     scanner.lines().setCrc(crc);
-    qint64 lastDeleted = -1;
+    qint64 lastKeyLine = -1;
     while (const std::optional<KeyLine> line = scanner.next()) {
-        lastDeleted = line->field.isDeletedKey() ? line->position : -1;
-        if (lastDeleted >= 0)
-            continue;
-        if (!loadKey(*line))
+        lastKeyLine = line->position;
+        if (!line->field.isDeletedKey() && !loadKey(*line))
             return DBError::ReadError;
     }
     keys.finishLoading();
     if (scanner.hasFailed())
         return DBError::ReadError;
+    // What this program is to repair yet must not pass for what a killed one has left.
+    if (isSettled && lastKeyLine >= 0) {
+        if (const DBError finished = finishReplacement(lastKeyLine); finished != DBError::NoError)
+            return finished;
+    }
     hasIndex = true;
-    if (lastDeleted >= 0)
-        finishReplacement(lastDeleted);
     return device->seek(before) ? DBError::NoError : DBError::SeekError;
 }
 

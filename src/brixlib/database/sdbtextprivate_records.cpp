@@ -70,7 +70,7 @@ DBError SDBTextPrivate::appendRecord(SDBRecord *record, bool keepAsIs)
 DBError SDBTextPrivate::appendLines(const QByteArray &separator, const QByteArray &lines,
                                     qint64 *position)
 {
-    if (!hideTornRecord())
+    if (!settle())
         return DBError::WriteError;
     const DBError end = seekEnd();
     if (end != DBError::NoError)
@@ -115,6 +115,12 @@ bool SDBTextPrivate::hideTornRecord()
     return true;
 }
 
+void SDBTextPrivate::forgetRepairs()
+{
+    m_tornRecord = -1;
+    m_repair = {};
+}
+
 bool SDBTextPrivate::overwrite(qint64 position, const QByteArray &bytes)
 {
     return device->seek(position) && writeAll(device, bytes);
@@ -150,12 +156,17 @@ DBError SDBTextPrivate::search(const QString &key, SDBRecord *record)
 
 DBError SDBTextPrivate::scrambleKey(const QString &key)
 {
+    if (keys.contains(key) && !settle())
+        return DBError::WriteError;
     KeyLineBytes line;
     const DBError found = findKeyLine(key, &line);
     if (found != DBError::NoError)
         return found;
-    if (!overwrite(line.position, line.dead))
+    if (!overwrite(line.position, line.dead)) {
+        m_repair = {{{line.position, line.live}}, {}};
+        static_cast<void>(repair());
         return DBError::WriteError;
+    }
     keys.remove(key);
     return DBError::NoError;
 }
@@ -173,8 +184,7 @@ DBError SDBTextPrivate::findKeyLine(const QString &key, KeyLineBytes *keyLine)
     const std::optional<FieldLine> line = parseFieldLine(bytes);
     if (!line || line->name != head.key || line->value != key)
         return DBError::UnknownError;
-    const QByteArray live = bytes.trimmed().toByteArray();
-    *keyLine = {*position, live, scrambledLine(live, scramble)};
+    *keyLine = {*position, bytes.toByteArray(), scrambledLine(bytes.trimmed(), scramble)};
     return DBError::NoError;
 }
 

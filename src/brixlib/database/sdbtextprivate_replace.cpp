@@ -3,12 +3,15 @@
  * Replacing a record so that a full disk or a killed program never loses it. Only bytes that are
  * already in the file change once the new record has been written:
  *
- * 1. The new record is appended, marked as deleted and with a separator of its own.
- * 2. The key line of the old record is scrambled.
- * 3. The mark of the new record is taken off, then its separator becomes the usual one.
+ * 1. The new record is appended, marked as removed.
+ * 2. One byte of its separator becomes "#". This decides the replacement.
+ * 3. The key line of the old record is scrambled.
+ * 4. The mark of the new record is taken off.
+ * 5. The byte of step 2 gets its usual value.
  *
- * Where that stops after step 2, the next open finds the separator and completes step 3. Where it
- * stops earlier, the old record stays in use. A torn new record is never in use.
+ * What stops before step 2 leaves a removed record. What stops later leaves the "#", and the next
+ * open completes the replacement. No other change is made to the file while the "#" is there: a
+ * record that is removed then would be taken for one of step 3 or 4.
  */
 #include "sdbtext_p.h"
 
@@ -26,11 +29,20 @@ namespace {
 
 constexpr int kReadPieceBytes = 65536;
 
-// As long as recordSeparator(), and blank for every reader. The first byte ends an unfinished line.
-const QByteArray &pendingSeparator()
+// The byte of a separator that decides a replacement, counted back from the key line. The line end
+// before it ends an unfinished line; with "#" the line is a comment.
+constexpr qsizetype kDecisionOffset = 2;
+
+QByteArray decidedSeparator()
 {
-    static const QByteArray bytes("\n#\r\n");
+    QByteArray bytes = recordSeparator();
+    bytes[bytes.size() - kDecisionOffset] = '#';
     return bytes;
+}
+
+QByteArray usualByte()
+{
+    return recordSeparator().last(kDecisionOffset).first(1);
 }
 
 // The mark takes the place of the blank before the value.
@@ -60,16 +72,21 @@ DBError SDBTextPrivate::replaceRecord(const QString &key, SDBRecord *record)
     QByteArray lines = recordLines(*record, head.culture);
     lines[markOf(lines)] = '$';
     qint64 position = 0;
-    const DBError written = appendLines(pendingSeparator(), lines, &position);
+    const DBError written = appendLines(recordSeparator(), lines, &position);
     if (written != DBError::NoError)
         return written;
-    if (!overwrite(old.position, old.dead) || !overwrite(position + markOf(lines), " ")) {
-        [[maybe_unused]] const bool isBack = overwrite(old.position, old.live);
+    const qint64 decision = position - kDecisionOffset;
+    const qint64 mark = position + markOf(lines);
+    const bool isReplaced =
+        overwrite(decision, "#") && overwrite(old.position, old.dead) && overwrite(mark, " ");
+    if (isReplaced)
+        m_repair = {{{decision, usualByte()}}, {}};
+    else
+        m_repair = {{{old.position, old.live}, {mark, "$"}, {decision, usualByte()}}, {}};
+    // What fails is done before the next change.
+    static_cast<void>(repair());
+    if (!isReplaced)
         return DBError::WriteError;
-    }
-    // Both separators read the same.
-    [[maybe_unused]] const bool isUsual =
-        overwrite(position - recordSeparator().size(), recordSeparator());
     keys.remove(key);
     addKey(key, position);
     return DBError::NoError;
@@ -85,36 +102,84 @@ DBError SDBTextPrivate::replaceByOtherKey(const QString &key, const KeyLineBytes
         keys.remove(key);
         return DBError::NoError;
     }
-    static_cast<void>(overwrite(old.position, old.live));
+    m_repair = {{{old.position, old.live}}, {}};
+    // The new one stays if the old one can't be put back before.
     static_cast<void>(scrambleKey(keyOf(record)));
     return DBError::WriteError;
 }
 
-void SDBTextPrivate::finishReplacement(qint64 keyLine)
+bool SDBTextPrivate::repair()
 {
-    const QByteArray &marker = pendingSeparator();
-    const qint64 begin = keyLine - marker.size();
-    if (begin < 0 || !device->isWritable() || !device->seek(begin) ||
-        SFileHelper::readAllBuffer(device, marker.size(), kReadPieceBytes) != marker)
-        return;
+    QList<Patch> &patches = m_repair.patches;
+    while (!patches.isEmpty()) {
+        if (!hasOpenDevice() || !overwrite(patches.first().position, patches.first().bytes))
+            return false;
+        patches.removeFirst();
+    }
+    if (!m_repair.entry.key.isEmpty()) {
+        keys.remove(m_repair.entry.key);
+        addKey(m_repair.entry.key, m_repair.entry.position);
+        m_repair.entry = {};
+    }
+    return true;
+}
+
+bool SDBTextPrivate::isDecided(qint64 keyLine)
+{
+    const QByteArray separator = decidedSeparator();
+    const qint64 begin = keyLine - separator.size();
+    return begin >= 0 && device->isWritable() && device->seek(begin) &&
+           SFileHelper::readAllBuffer(device, separator.size(), kReadPieceBytes) == separator;
+}
+
+DBError SDBTextPrivate::finishReplacement(qint64 keyLine)
+{
+    if (!isDecided(keyLine))
+        return DBError::NoError;
+    // Without the lock, another program may be in the middle of it.
+    const bool wasLocked = lock != nullptr;
+    if (!takeLock(device))
+        return DBError::NoError;
+    DBError result = DBError::NoError;
+    if (isDecided(keyLine))
+        result = planRepair(keyLine);
+    // What fails is done before the next change.
+    static_cast<void>(repair());
+    if (!wasLocked)
+        lock.reset();
+    return result;
+}
+
+DBError SDBTextPrivate::planRepair(qint64 keyLine)
+{
+    m_repair = {{{keyLine - kDecisionOffset, usualByte()}}, {}};
+    if (!device->seek(keyLine))
+        return DBError::SeekError;
     QByteArray lines =
         SFileHelper::readAllBuffer(device, device->size() - keyLine, kReadPieceBytes);
     const qsizetype mark = markOf(lines);
+    // The mark is off already.
     if (mark < 1 || mark >= lines.size() || lines.at(mark) != '$')
-        return;
+        return DBError::NoError;
     lines[mark] = ' ';
     QBuffer text(&lines);
     SDBRecord record;
-    if (!text.open(QIODevice::ReadOnly) || !RecordReader(&text, head.key, 0).next(&record))
-        return;
+    // A machine that stopped may have kept the decision and lost a part of the record.
+    if (!text.open(QIODevice::ReadOnly) || !RecordReader(&text, head.key, 0).next(&record) ||
+        !record.checkSignature())
+        return DBError::NoError;
     const QString key = keyOf(record);
-    // A record that was not written to its end, or whose old one was not scrambled yet.
-    if (!record.checkSignature() || keys.contains(key))
-        return;
-    if (!overwrite(keyLine + mark, " "))
-        return;
-    [[maybe_unused]] const bool isUsual = overwrite(begin, recordSeparator());
-    addKey(key, keyLine);
+    KeyLineBytes old;
+    const DBError found = findKeyLine(key, &old);
+    if (found != DBError::NoError && found != DBError::RecNotFound)
+        return found;
+    m_repair.patches.prepend({keyLine + mark, " "});
+    if (found == DBError::NoError)
+        m_repair.patches.prepend({old.position, old.dead});
+    else
+        addKey(key, keyLine);
+    m_repair.entry = {key, keyLine};
+    return DBError::NoError;
 }
 
 } // namespace Talverine
