@@ -124,6 +124,60 @@ private Q_SLOTS:
         QVERIFY(!calls.contains("ftruncate inks.db"));
     }
 
+    void headCopyThatFitsIsNotWrittenAgain()
+    {
+        const Place place;
+        {
+            SDBText made;
+            QVERIFY(create(made, place.file));
+        }
+        const QByteArray copy = bytesOf(place.beside(u".srec"_s));
+        QVERIFY(!copy.isEmpty());
+        SDBText database;
+        FileCallFaults::arm({});
+        const bool isOpen = database.open(place.file);
+        const QByteArrayList calls = FileCallFaults::disarm();
+        QVERIFY(isOpen);
+        QVERIFY(!calls.contains("write inks.db.srec"));
+        QVERIFY(!calls.contains("ftruncate inks.db.srec"));
+        QCOMPARE(bytesOf(place.beside(u".srec"_s)), copy);
+    }
+
+    void headCopyOfAnotherOwnerStays_data()
+    {
+        QTest::addColumn<QByteArray>("before");
+        QTest::addColumn<QByteArray>("after");
+        QTest::newRow("the same settings") << QByteArray("ada") << QByteArray("ada");
+        QTest::newRow("other settings") << QByteArray("ada") << QByteArray("ida");
+    }
+
+    // Only the owner of a file may set its permissions.
+    void headCopyOfAnotherOwnerStays()
+    {
+        QFETCH(const QByteArray, before);
+        QFETCH(const QByteArray, after);
+        const Place place;
+        const QString copyFile = place.beside(u".srec"_s);
+        {
+            SDBText made;
+            QVERIFY(create(made, place.file));
+        }
+        const QByteArray copy = bytesOf(copyFile).replace(before, after);
+        QVERIFY(setBytes(copyFile, copy));
+        const auto open = [&](const FileFaultPlan &plan) {
+            SDBText database;
+            QFile::setPermissions(copyFile, QFile::ReadOwner | QFile::WriteOwner);
+            FileCallFaults::arm(plan);
+            static_cast<void>(database.open(place.file));
+            return FileCallFaults::disarm();
+        };
+        const qsizetype call = open({}).indexOf("fchmod inks.db.srec");
+        QVERIFY(call >= 0);
+        QVERIFY(setBytes(copyFile, copy));
+        open({.call = int(call) + 1, .fault = FileFault::Fail});
+        QCOMPARE(bytesOf(copyFile), copy);
+    }
+
     void rotationFlushesTheBackupBeforeItReplacesTheLog()
     {
         const LogPlace place;

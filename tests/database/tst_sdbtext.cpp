@@ -353,6 +353,134 @@ private Q_SLOTS:
         QCOMPARE(database.version(), version);
     }
 
+    void closedIsEmittedBeforeOpened_data()
+    {
+        QTest::addColumn<bool>("isCreation");
+        QTest::newRow("open") << false;
+        QTest::newRow("create") << true;
+    }
+
+    void closedIsEmittedBeforeOpened()
+    {
+        QFETCH(bool, isCreation);
+        Place place;
+        QStringList names;
+        SDBText database;
+        QVERIFY(create(database, place.file));
+        connect(&database, &SDBText::databaseOpened, this,
+                [&](bool result) { names.append(result ? u"opened"_s : u"not opened"_s); });
+        connect(&database, &SDBText::databaseClosed, this, [&] { names.append(u"closed"_s); });
+        QVERIFY(isCreation ? create(database, place.file) : database.open(place.file));
+        QCOMPARE(names, (QStringList{u"closed"_s, u"opened"_s}));
+        disconnect(&database, nullptr, this, nullptr);
+    }
+
+    void failedOpenForgetsTheFormerSettings()
+    {
+        Place place;
+        const QString notes = place.folder.filePath(u"notes.txt"_s);
+        QVERIFY(setBytes(notes, "notes"));
+        SDBText database;
+        QVERIFY(create(database, place.file));
+        expectError("WrongDB");
+        QVERIFY(!database.open(notes));
+        QCOMPARE(database.fileName(), notes);
+        QCOMPARE(database.key(), QString());
+        QCOMPARE(database.owner(), QString());
+        QCOMPARE(database.version(), QString());
+    }
+
+    void fileThatIsNoDatabaseIsNotReplaced_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QByteArray>("error");
+        QTest::newRow("a text") << QByteArray("notes") << QByteArray("WrongDB");
+        QTest::newRow("a changed head")
+            << headOfAda().replace("1.2", "1.3") << QByteArray("SignError");
+    }
+
+    void fileThatIsNoDatabaseIsNotReplaced()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(QByteArray, error);
+        Place place;
+        QBuffer device;
+        SDBText other;
+        QVERIFY(create(other, &device, DBAuthGrants::All));
+        QBuffer backup;
+        QVERIFY(other.backup(&backup));
+        const QString file = place.folder.filePath(u"notes.txt"_s);
+        QVERIFY(setBytes(file, bytes));
+        SDBText database;
+        database.authenticate(kUser, kPassword);
+        expectError(error.constData());
+        QVERIFY(!database.open(file));
+        QSignalSpy modified(&database, &SDBText::databaseModified);
+        expectError("KeyIsNull");
+        QVERIFY(!database.clear());
+        QCOMPARE(database.error(), DBError::KeyIsNull);
+        expectError("KeyIsNull");
+        QVERIFY(!database.restore(&backup));
+        QCOMPARE(database.error(), DBError::KeyIsNull);
+        expectError("KeyIsNull");
+        database = other;
+        QCOMPARE(database.error(), DBError::KeyIsNull);
+        QVERIFY(database.isNull());
+        QCOMPARE(modified.size(), 0);
+        QCOMPARE(bytesOf(file), bytes);
+        QCOMPARE(QDir(place.folder.path()).entryList(QDir::Files), QStringList{u"notes.txt"_s});
+    }
+
+    void slotsCanBeCalledByName()
+    {
+        const QMetaObject &object = SDBText::staticMetaObject;
+        QList<QByteArray> names;
+        for (int i = object.methodOffset(); i < object.methodCount(); ++i)
+            names.append(object.method(i).methodSignature());
+        QCOMPARE(
+            names,
+            QList<QByteArray>(
+                {"close()", "setBackupCompressor(Talverine::Compression::CompressionAlgorithm)",
+                 "setBackupCompressor(Compression::CompressionAlgorithm)", "reindex()"}));
+        QBuffer device;
+        SDBText database;
+        QVERIFY(create(database, &device));
+        QSignalSpy closed(&database, &SDBText::databaseClosed);
+        QSignalSpy reindexed(&database, &SDBText::databaseReindexed);
+        bool result = false;
+        QVERIFY(QMetaObject::invokeMethod(&database, "reindex", Q_RETURN_ARG(bool, result)));
+        QVERIFY(result);
+        QCOMPARE(reindexed.size(), 1);
+        result = false;
+        QVERIFY(QMetaObject::invokeMethod(&database, "close", Q_RETURN_ARG(bool, result)));
+        QVERIFY(result);
+        QCOMPARE(closed.size(), 1);
+        QVERIFY(database.isNull());
+    }
+
+    void compressorIsSetByEitherSignature_data()
+    {
+        QTest::addColumn<QByteArray>("signature");
+        QTest::newRow("whole") << QByteArray(
+            "setBackupCompressor(Talverine::Compression::CompressionAlgorithm)");
+        QTest::newRow("short") << QByteArray(
+            "setBackupCompressor(Compression::CompressionAlgorithm)");
+    }
+
+    void compressorIsSetByEitherSignature()
+    {
+        QFETCH(QByteArray, signature);
+        using Compression::CompressionAlgorithm;
+        SDBText database;
+        const QMetaObject *object = database.metaObject();
+        const int index = object->indexOfSlot(signature.constData());
+        QVERIFY(index >= 0);
+        QVERIFY(object->method(index).invoke(
+            &database,
+            Q_ARG(Talverine::Compression::CompressionAlgorithm, CompressionAlgorithm::Zip)));
+        QCOMPARE(database.backupCompressor(), CompressionAlgorithm::Zip);
+    }
+
     void openBeginsWithClose()
     {
         Place place;

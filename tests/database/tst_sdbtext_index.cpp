@@ -307,6 +307,89 @@ private Q_SLOTS:
         QVERIFY(!database[u"b"_s].checkSignature());
     }
 
+    void indexOfAReplacedFileIsNotUsedWhenItDoesNotMatch()
+    {
+        Place place;
+        QVERIFY(makeFile(place.file));
+        SDBText database;
+        QVERIFY(database.open(place.file));
+        database.authenticate(kUser, kPassword);
+        QBuffer backup;
+        QVERIFY(database.backup(&backup));
+        {
+            SDBText other;
+            QVERIFY(other.open(place.file));
+            other.authenticate(kUser, kPassword);
+            QVERIFY(other.purge());
+        }
+        // A count of keys, or the text would be read while the file is compared.
+        QVERIFY(setBytes(place.beside(u".idx"_s), "IDX4" + array("0") + number(3)));
+        expectIndexLine("hash does not match!");
+        QVERIFY(database.insert(ink(u"d"_s)));
+        QCOMPARE(walk(database), (QStringList{u"a"_s, u"b"_s, u"c"_s, u"d"_s}));
+    }
+
+    void databaseInMemoryWritesNoIndexAndNoLine()
+    {
+        QBuffer device;
+        SDBText database;
+        QVERIFY(create(database, &device));
+        QVERIFY(insertAll(database, {u"a"_s}));
+        const QByteArray before = device.data();
+        const DebugLines lines;
+        QVERIFY(database.close());
+        QCOMPARE(lines.all(), QStringList());
+        QCOMPARE(device.data(), before);
+    }
+
+    void databaseThatClosesItselfForgetsItsKeys()
+    {
+        Place place;
+        QVERIFY(makeFile(place.file));
+        SDBText database;
+        QVERIFY(database.open(place.file));
+        database.authenticate(kUser, kPassword);
+        QBuffer backup;
+        QVERIFY(database.backup(&backup));
+        SDBText other;
+        QVERIFY(other.open(place.file));
+        other.authenticate(kUser, kPassword);
+        QVERIFY(QFile::remove(place.beside(u".idx"_s)));
+        QSignalSpy closed(&database, &SDBText::databaseClosed);
+        expectError("FileLockError");
+        QVERIFY(!database.clear());
+        QVERIFY(database.isNull());
+        QCOMPARE(database.count(), 0);
+        QVERIFY(!database.contains(u"a"_s));
+        QCOMPARE(closed.size(), 0);
+        QVERIFY(database.close());
+        QCOMPARE(closed.size(), 1);
+        QVERIFY(!QFile::exists(place.beside(u".idx"_s)));
+        QCOMPARE(other.count(), 3);
+    }
+
+    void databaseWhoseNewFileCantBeReadForgetsItsKeys()
+    {
+        Place place;
+        QVERIFY(makeFile(place.file));
+        SDBText database;
+        QVERIFY(database.open(place.file));
+        database.authenticate(kUser, kPassword);
+        QBuffer backup;
+        QVERIFY(database.backup(&backup));
+        QVERIFY(QFile::remove(place.beside(u".idx"_s)));
+        QVERIFY(QFile::remove(place.beside(u".srec"_s)));
+        QVERIFY(QFile::rename(place.file, place.beside(u".old"_s)));
+        QVERIFY(setBytes(place.file, "notes"));
+        expectError("WrongDB");
+        QVERIFY(!database.insert(ink(u"d"_s)));
+        QVERIFY(database.isNull());
+        QCOMPARE(database.count(), 0);
+        QVERIFY(database.close());
+        QVERIFY(!QFile::exists(place.beside(u".idx"_s)));
+        QCOMPARE(bytesOf(place.file), "notes");
+    }
+
     void databaseWithoutRecordsRemovesItsIndex()
     {
         Place place;

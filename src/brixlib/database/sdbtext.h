@@ -46,10 +46,12 @@ class StagedFile;
  * purge(), clear(), restore() without merging and operator=() replace the whole content. That of a
  * file is written to "FILE.brixnew", flushed to the disk and renamed: whatever stops the program or
  * the machine, the file has the old content or the new one. On an error the old content stays, and
- * the database is open as before, or closed if another program has locked it. Owner, group and
- * permissions stay; of a symbolic link the target is replaced; other hard links of the file keep
- * the old content. A device of any other class than QFile itself is emptied and rewritten, and
- * loses its content when that is stopped.
+ * the database is open as before. If another program has locked or replaced the file since a
+ * backup() and it can't be used, the database is closed and without keys, and databaseClosed() is
+ * not emitted. If open() has failed, clear(), restore() and operator=() fail with KeyIsNull and
+ * leave the file as it is. Owner, group and permissions stay; of a symbolic link the target is
+ * replaced; other hard links of the file keep the old content. A device of any other class than
+ * QFile itself is emptied and rewritten, and loses its content when that is stopped.
  *
  * Thread: fully shared; the device of open() is used in the thread that calls.
  */
@@ -159,6 +161,10 @@ public:
 public Q_SLOTS:
     //! Any other algorithm means Uncompressed.
     void setBackupCompressor(Talverine::Compression::CompressionAlgorithm algorithm);
+#ifdef Q_MOC_RUN
+    // The same slot under its short signature, for callers by name.
+    void setBackupCompressor(Compression::CompressionAlgorithm algorithm);
+#endif
 
 public:
     bool isEmpty() const override;
@@ -186,7 +192,10 @@ public Q_SLOTS:
 public:
     //! Whether both have the same settings and equal records; false without the right to read both.
     bool operator==(const SDBText &other) const;
-    bool operator!=(const SDBText &other) const { return !(*this == other); }
+    bool operator!=(const SDBText &other) const
+    {
+        return !(*this == other);
+    }
     /*!
      * Takes the records, settings, user and field indexes of \a other; what was in this database's
      * file or device is lost. Without either it gets a place in memory. Needs the right to write to

@@ -104,6 +104,8 @@ bool SDBText::assign(const SDBText &other)
     d->isOldContentGone = false;
     if (!d->mayWrite() || !other.d->mayWrite())
         return returnBool(DBError::AuthError);
+    if (d->isForeign())
+        return returnBool(DBError::KeyIsNull);
     // Emptying it would empty the other.
     if (d->device && other.d->isOwnDevice(d->device))
         return returnBool(DBError::OpenError);

@@ -60,6 +60,8 @@ public:
     bool isNull() const { return !device || !isOpen; }
     //! Whether \a other is the device of this database, or another device on the same file.
     bool isOwnDevice(const QIODevice *other) const;
+    //! Whether the device could not be opened as a database. Its content must not be replaced.
+    bool isForeign() const { return device && head.key.isEmpty(); }
     //! As !isNull(), and nobody has closed the device meanwhile.
     bool hasOpenDevice() const { return device && device->isOpen(); }
     //! As isOwnDevice(), also when the file of the open database was removed from its directory:
@@ -75,6 +77,9 @@ public:
     void close();
     //! Closes \a target, which may be another device, and lets go of the lock.
     void closeDevice(QIODevice *target);
+    //! Closes the device of a file that belongs to another program now, and discards the indexes:
+    //! no index is saved beside that file.
+    void abandon();
     DBError seekEnd();
     //! Makes the device empty, and the indexes with it.
     DBError truncate();

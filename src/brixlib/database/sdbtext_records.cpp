@@ -94,6 +94,8 @@ bool SDBText::clear()
     const QMutexLocker guard(&d->mutex);
     if (!d->mayWrite())
         return returnBool(DBError::AuthError);
+    if (d->isForeign())
+        return returnBool(DBError::KeyIsNull);
     const bool isFile = d->isPlainFile();
     DBError result = d->replaceContent([this](QIODevice *target) {
         return d->head.write(target) ? DBError::NoError : DBError::WriteError;

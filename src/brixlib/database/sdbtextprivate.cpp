@@ -2,12 +2,14 @@
 // The user, the device with its lock, and the head.
 #include "sdbtext_p.h"
 
+#include <brixlib/database/records/recordwriter_p.h>
 #include <brixlib/database/records/ssignature.h>
 #include <brixlib/database/storage/stagedfile_p.h>
 
 #include <brixrt/sfilehelper.h>
 #include <brixrt/slocale.h>
 
+#include <QtCore/QBuffer>
 #include <QtCore/QDebug>
 #include <QtCore/QFile>
 #include <QtCore/QFileDevice>
@@ -72,6 +74,23 @@ bool openTruncated(QIODevice *device, QIODevice::OpenMode mode)
     return !file || file->size() == 0 || file->resize(0);
 }
 
+// Opens for writing and keeps the content.
+bool openWithPermissions(QFile *file, const QIODevice *database)
+{
+    const auto *databaseFile = qobject_cast<const QFileDevice *>(database);
+    if (!databaseFile)
+        return false;
+    const QFileDevice::Permissions permissions = permissionsOf(*databaseFile);
+    return file->open(QIODevice::WriteOnly | QIODevice::Append, permissions) &&
+           (permissionsOf(*file) == permissions || file->setPermissions(permissions));
+}
+
+bool holds(const QString &fileName, const QByteArray &bytes)
+{
+    QFile file(fileName);
+    return file.open(QIODevice::ReadOnly) && file.size() == bytes.size() && file.readAll() == bytes;
+}
+
 } // namespace
 
 QString companionFile(const QIODevice *device, QLatin1String suffix)
@@ -80,16 +99,12 @@ QString companionFile(const QIODevice *device, QLatin1String suffix)
     return file && !file->fileName().isEmpty() ? file->fileName() + suffix : QString();
 }
 
-// Before anything is in it, it is closed to those who may not read the database: what lies beside
-// one holds its texts, and the hash of a password.
+// The permissions are set before the content is written: it has texts of the database and the hash
+// of a password. They are also set before the former content is discarded: only the owner of the
+// file can set them.
 bool openCompanion(QFile *file, const QIODevice *database)
 {
-    const auto *databaseFile = qobject_cast<const QFileDevice *>(database);
-    if (!databaseFile)
-        return false;
-    const QFileDevice::Permissions permissions = permissionsOf(*databaseFile);
-    return file->open(QIODevice::WriteOnly, permissions) &&
-           (permissionsOf(*file) == permissions || file->setPermissions(permissions));
+    return openWithPermissions(file, database) && file->resize(0);
 }
 
 void SDBTextPrivate::setUser(const QString &name, const QString &secret)
@@ -224,6 +239,13 @@ DBError SDBTextPrivate::truncate()
     return result;
 }
 
+void SDBTextPrivate::abandon()
+{
+    closeDevice(device);
+    hasIndex = false;
+    clearIndexes();
+}
+
 bool SDBTextPrivate::takeLock(QIODevice *target)
 {
     const QString name = companionFile(target, kLockSuffix);
@@ -289,8 +311,15 @@ void SDBTextPrivate::saveHeadCopy()
     const QString name = companionFile(device, kHeadSuffix);
     if (name.isEmpty() || isHeadFromCopy)
         return;
+    QBuffer text;
+    if (!text.open(QIODevice::WriteOnly) || !head.write(&text))
+        return;
     QFile file(name);
-    [[maybe_unused]] const bool isWritten = openCompanion(&file, device) && head.write(&file);
+    // The same bytes are not written again: if that failed halfway, there would be no copy.
+    if (holds(name, text.data()))
+        static_cast<void>(openWithPermissions(&file, device));
+    else if (openCompanion(&file, device))
+        static_cast<void>(writeAll(&file, text.data()));
 }
 
 // To be told before the target is emptied.
@@ -310,6 +339,8 @@ DBError SDBTextPrivate::faultOfSource(const QIODevice *source) const
         return DBError::AuthError;
     if (!source || isOwnDevice(source))
         return DBError::OpenError;
+    if (isForeign())
+        return DBError::KeyIsNull;
     // Opening it would create it. fileName() gives a temporary file its name; exists() does not.
     const auto *file = qobject_cast<const QFile *>(source);
     return file && !QFile::exists(file->fileName()) ? DBError::FileNotFound : DBError::NoError;

@@ -72,7 +72,7 @@ DBError SDBTextPrivate::relock()
     if (lock)
         return DBError::NoError;
     if (!takeLock(device)) {
-        closeDevice(device);
+        abandon();
         return DBError::FileLockError;
     }
     return followFile();
@@ -99,7 +99,7 @@ DBError SDBTextPrivate::followFile()
     if (result == DBError::NoError)
         result = load();
     if (result != DBError::NoError)
-        closeDevice(device);
+        abandon();
     return result;
 }
 

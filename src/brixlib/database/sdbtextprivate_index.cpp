@@ -92,6 +92,7 @@ DBError SDBTextPrivate::createIndex(SCrc32 *crc)
 
 bool SDBTextPrivate::loadIndex()
 {
+    hasIndex = false;
     const QString name = companionFile(device, kIndexSuffix);
     if (name.isEmpty())
         return false;
