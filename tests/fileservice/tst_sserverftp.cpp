@@ -423,6 +423,65 @@ private Q_SLOTS:
         QCOMPARE(m_client->read(4), ack());
     }
 
+    void directoryThatCannotBeReadEndsAStrictListOfFiles_data()
+    {
+        QTest::addColumn<bool>("isStrict");
+        QTest::addColumn<int>("left");
+        QTest::addColumn<QByteArray>("request");
+        QTest::addColumn<int>("count"); // -1 for a failure
+        const auto files = [](const QString &path, quint32 flags) {
+            return command("gfls", text(path) + text(u"") + text(u"") + u32(flags), 0x00010100);
+        };
+        const auto directory = [](const QString &path) {
+            return command("getd", fileFields(0x00010200, 0, path, u"x"_s, false), 0x00010200);
+        };
+        const auto row = [](const char *name, bool isStrict, int left, const QByteArray &request,
+                            int count) {
+            QTest::newRow(name) << isStrict << left << request << count;
+        };
+        row("gfls, no descriptors", false, 0, files(u"sub"_s, 1), 0);
+        row("gfls, no descriptors, strict", true, 0, files(u"sub"_s, 1), -1);
+        row("gfls, no descriptors, flat, strict", true, 0, files(u"sub"_s, 0), -1);
+        row("gfls, none for what is below, strict", true, 1, files(u"sub"_s, 1), -1);
+        row("gfls, all, strict", true, 100, files(u"sub"_s, 1), 2);
+        row("gfls, flat, strict", true, 100, files(u"sub"_s, 0), 1);
+        row("gfls, a slash at the end, strict", true, 100, files(u"sub/"_s, 1), 2);
+        row("gfls, the home directory, strict", true, 100, files(QString(), 1), 2);
+        row("gfls, empty, strict", true, 100, files(u"sub/empty"_s, 1), 0);
+        row("gfls, missing, strict", true, 100, files(u"missing"_s, 1), 0);
+        row("getd, no descriptors", false, 0, directory(u"sub"_s), 0);
+        row("getd, no descriptors, strict", true, 0, directory(u"sub"_s), -1);
+        row("getd, none for what is below, strict", true, 1, directory(u"sub"_s), -1);
+        row("getd, all, strict", true, 100, directory(u"sub"_s), 2);
+        row("getd, missing, strict", true, 100, directory(u"missing"_s), 0);
+    }
+    void directoryThatCannotBeReadEndsAStrictListOfFiles()
+    {
+        QFETCH(const bool, isStrict);
+        QFETCH(const int, left);
+        QFETCH(const QByteArray, request);
+        QFETCH(const int, count);
+        QVERIFY(FileTree::write(m_server->path(u"sub/a.txt"_s), "12345"));
+        QVERIFY(FileTree::write(m_server->path(u"sub/below/b.txt"_s), "12345"));
+        QVERIFY(QDir(m_server->home()).mkpath(u"sub/empty"_s));
+        m_server->configure = [isStrict](SServerFtp &session) {
+            session.setStrictListings(isStrict);
+        };
+        QVERIFY(login());
+        const DescriptorShortage shortage(left);
+        m_client->send(request);
+        QCOMPARE(m_client->read(4), ack());
+        if (count < 0) {
+            QCOMPARE(m_client->read(4), nack());
+            return;
+        }
+        const QByteArray body = m_client->readFrame();
+        QCOMPARE(request.contains("gfls") ? splitList(body).second.size()
+                                          : qsizetype(body.first(4).toHex().toUInt(nullptr, 16)),
+                 count);
+        QCOMPARE(m_client->read(4), ack());
+    }
+
     void folderIsListed()
     {
         QVERIFY(FileTree::write(m_server->path(u"sub/a.txt"_s), "12345"));

@@ -398,12 +398,14 @@ bool SServerFtp::executeCommandGetFiles(SCommandGetFiles &command)
     sinceKeepAlive.start();
     sinceLook.start();
     const auto isWanted = [&] { return isStillWanted(&sinceLook); };
-    QDirIterator it(root, kEveryEntry,
-                    recursive ? QDirIterator::Subdirectories : QDirIterator::NoIteratorFlags);
+    const auto depth = recursive ? QDirIterator::Subdirectories : QDirIterator::NoIteratorFlags;
+    DirectoryWalk walk(root, depth);
+    QDirIterator it(root, kEveryEntry, depth);
     while (it.hasNext()) {
         if (isInterruptionRequested() || !isWanted())
             return false;
         const QString entry = it.next();
+        walk.add(it.fileInfo());
         if (patterns.fit(it.fileName(), isWanted) && it.fileInfo().isFile() &&
             !leadsOutside(entry) &&
             !reply.add([&](QDataStream &stream) { stream << toNetwork(entry); }))
@@ -414,6 +416,8 @@ bool SServerFtp::executeCommandGetFiles(SCommandGetFiles &command)
                 return false;
         }
     }
+    if (m_strictListings && walk.hasUnread())
+        return false;
     return writeFrame(socket(), reply.take());
 }
 
@@ -430,11 +434,13 @@ bool SServerFtp::executeCommandGetDir(SCommandGetDir &command)
     reply.beginList();
     QElapsedTimer sinceLook;
     sinceLook.start();
+    DirectoryWalk walk(root, QDirIterator::Subdirectories);
     QDirIterator it(root, kEveryEntry, QDirIterator::Subdirectories);
     while (it.hasNext()) {
         if (isInterruptionRequested() || !isStillWanted(&sinceLook))
             return false;
         QString entry = it.next();
+        walk.add(it.fileInfo());
         if (leadsOutside(entry))
             continue;
         entry.remove(current);
@@ -444,6 +450,8 @@ bool SServerFtp::executeCommandGetDir(SCommandGetDir &command)
             !reply.add([&](QDataStream &stream) { stream << toNetwork(entry); }))
             return false;
     }
+    if (m_strictListings && walk.hasUnread())
+        return false;
     return writeFrame(socket(), reply.take());
 }
 

@@ -70,8 +70,9 @@ public:
 
     /*!
      * Whether a directory that is there but cannot be opened or read, for want of descriptors for
-     * instance, ends a listing with a failure, and the session with it. Off by default: it is
-     * listed like an empty one. Set before the session runs.
+     * instance, ends a listing with a failure, and the session with it, also the listing of all
+     * files below a directory. Off by default: it is listed like an empty one. Set before the
+     * session runs.
      */
     void setStrictListings(bool strict) { m_strictListings = strict; }
 

@@ -3,6 +3,7 @@
 
 #include "systempath_p.h"
 
+#include <QtCore/QDirIterator>
 #include <QtCore/QFileInfo>
 #include <QtCore/QSet>
 #include <QtCore/QString>
@@ -26,25 +27,27 @@ inline bool isUnreadDirectory(const QString &directory)
 }
 
 /*!
- * Notes the entries of a walk by QDirIterator, to find the directories that the walk could not
- * read.
+ * Notes the entries of a walk by QDirIterator with the same root and flags, to find the directories
+ * that the walk could not read.
  *
  * Thread: a value; one thread at a time.
  */
 class DirectoryWalk
 {
 public:
-    explicit DirectoryWalk(const QString &root)
+    DirectoryWalk(const QString &root, QDirIterator::IteratorFlags flags)
         : m_seeminglyEmpty({root})
+        , m_isRecursive(flags.testFlag(QDirIterator::Subdirectories))
     {
     }
 
     void add(const QFileInfo &entry)
     {
+        // Each directory that is opened lists itself, which keeps the set small.
+        m_seeminglyEmpty.remove(entry.path());
         if (entry.fileName() == QLatin1String(".") || entry.fileName() == QLatin1String(".."))
             return;
-        m_seeminglyEmpty.remove(entry.path());
-        if (entry.isDir() && !entry.isSymLink())
+        if (m_isRecursive && entry.isDir() && !entry.isSymLink())
             m_seeminglyEmpty.insert(entry.filePath());
     }
 
@@ -56,6 +59,7 @@ public:
 
 private:
     QSet<QString> m_seeminglyEmpty;
+    bool m_isRecursive;
 };
 
 } // namespace Talverine

@@ -281,7 +281,7 @@ bool SCommunicatorBase::listBelow(const QString &folder, QIODevice *peer, QList<
 {
     QElapsedTimer sinceKeepAlive;
     sinceKeepAlive.start();
-    DirectoryWalk walk(folder);
+    DirectoryWalk walk(folder, QDirIterator::Subdirectories);
     QDirIterator it(folder, kEverything, QDirIterator::Subdirectories);
     while (it.hasNext()) {
         if (isStopOverdue())
