@@ -2,8 +2,17 @@
 // brix cat and brix put with "-", as processes.
 #include "toolserver.h"
 
+#include <brixlib/fileservice/sserverftp.h>
+#include <brixlib/protocol/commands/scommandauthentication.h>
+#include <brixlib/protocol/commands/scommandcommandlist.h>
+#include <brixlib/protocol/commands/scommandservername.h>
+#include <brixlib/protocol/commands/scommandstreamversion.h>
+#include <brixlib/protocol/commands/scommandwhoami.h>
+#include <brixlib/protocol/scommandhelper.h>
+
 #include <shared/faketerminal.h>
 #include <shared/rawserver.h>
+#include <shared/sessionhost.h>
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QJsonDocument>
@@ -13,6 +22,7 @@
 
 #include <sys/resource.h>
 
+using namespace Talverine;
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -43,6 +53,22 @@ bool waitForEnd(const QProcess &process)
     return QTest::qWaitFor([&] { return process.state() == QProcess::NotRunning; }, kPatienceMs) &&
            process.exitStatus() == QProcess::NormalExit;
 }
+
+// A server that knows no remote devices.
+class ServerWithoutDevices final : public SServerFtp
+{
+public:
+    explicit ServerWithoutDevices(qint64 descriptor)
+        : SServerFtp(descriptor)
+    {
+        SCommandHelper::deregisterCommands(contextId());
+        registerCommand(new SCommandAuthentication);
+        registerCommand(new SCommandCommandList);
+        registerCommand(new SCommandServerName);
+        registerCommand(new SCommandStreamVersion(QDataStream::Qt_6_0));
+        registerCommand(new SCommandWhoAmI);
+    }
+};
 
 } // namespace
 
@@ -353,6 +379,23 @@ private Q_SLOTS:
         const QByteArray err = process.readAllStandardError();
         QVERIFY2(err.contains("ended the connection"), err.constData());
         QVERIFY2(err.contains("code 3"), err.constData());
+    }
+
+    void commandThatServerLacksIsToldByCat()
+    {
+        std::unique_ptr<SessionHost> host;
+        host = std::make_unique<SessionHost>([&](qint64 descriptor) {
+            auto *server = new ServerWithoutDevices(descriptor);
+            server->setAuthenticationDb(&host->users);
+            return server;
+        });
+        ToolProcess tool;
+        tool.password = u"secret"_s;
+        const auto result = tool.run(
+            {u"cat"_s, u"brix://alice@127.0.0.1:%1/file"_s.arg(QString::number(host->port()))});
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY2(result.err.contains("does not know this command"), result.err.constData());
+        QVERIFY(result.out.isEmpty());
     }
 
     void aSilentServerEndsCat()

@@ -18,10 +18,13 @@ RemoteFile::RemoteFile(const Login &login, const QString &path, const QString &n
     , m_buffered(&m_device, SBufferedDevice::networkFSBufferSize())
 {
     m_device.setTimeout(int(login.timeout.count()));
-    if (!m_device.open(mode))
+    if (!m_device.open(mode)) {
+        if (m_device.error() == Error::Connection && !login.interruption.isRequested())
+            throw NotOpened{ConnectionFailure::broken(login.url)};
         fail(mode.testFlag(QIODevice::ReadOnly)
                  ? u"the server has no file %1, or does not let it be read"_s
                  : u"the server does not let %1 be written"_s);
+    }
     if (!m_buffered.open(mode))
         fail({});
 }

@@ -22,6 +22,12 @@ public:
     {
     };
 
+    //! Thrown when the connection ends while the file is opened: the server does not know the
+    //! command, or the connection broke.
+    struct NotOpened : Failure
+    {
+    };
+
     //! Connects, logs in and opens \a path, which failures call \a name.
     RemoteFile(const Login &login, const QString &path, const QString &name,
                QIODevice::OpenMode mode);

@@ -66,19 +66,22 @@ void writeFile(const Login &login, const CatOptions &options, LiveProgress *prog
     }
 }
 
-// A server refuses a directory as it refuses a file that is missing.
-Failure explained(const Login &login, const Failure &refusal)
+// A server refuses a directory as it refuses a file that is missing, and ends the connection when
+// it does not know the command.
+Failure explained(const Login &login, const Failure &failure)
 {
     try {
         Session session(login);
         session.open();
         const QString path = requiredPath(login.url);
+        if (!session.commands().contains(CommandIds::kClientDevice))
+            return session.failure(Outcome::Unavailable);
         if (session.isFolder(path))
             return {ExitCode::Refused, u"%1 is a directory"_s.arg(path)};
     } catch (const Failure &) {
-        // The refusal is what the user has to know.
+        // The first failure is the one to report.
     }
-    return refusal;
+    return failure;
 }
 
 ExitCode cat(const Output &output, const CatOptions &options)
@@ -86,16 +89,18 @@ ExitCode cat(const Output &output, const CatOptions &options)
     return withLogin(options.remote, [&](const Login &login) {
         // On a terminal the bar would stand in the middle of the content.
         LiveProgress progress(output.quiet || Terminal::isOutput());
-        std::optional<Failure> refusal;
+        std::optional<Failure> unexplained;
         runBlocking(login.interruption, [&] {
             try {
                 writeFile(login, options, &progress);
             } catch (const RemoteFile::Refusal &failure) {
-                refusal = failure;
+                unexplained = failure;
+            } catch (const RemoteFile::NotOpened &failure) {
+                unexplained = failure;
             }
         });
-        if (refusal)
-            throw explained(login, *refusal);
+        if (unexplained)
+            throw explained(login, *unexplained);
         return ExitCode::Done;
     });
 }
