@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "copycheck.h"
 
+#include "listing.h"
 #include "remotepath.h"
 
 #include <algorithm>
@@ -23,19 +24,6 @@ constexpr int kDeepestDirectory = 200;
 QString below(const QString &directory, const QString &path)
 {
     return path.isEmpty() ? directory : RemotePath::join(directory, path);
-}
-
-// The entry of that name; without one, that of a server that ignores case.
-const SFileEntry *find(const QList<SFileEntry> &entries, const QString &name)
-{
-    const SFileEntry *similar = nullptr;
-    for (const SFileEntry &entry : entries) {
-        if (entry.fileName() == name)
-            return &entry;
-        if (entry.fileName().compare(name, Qt::CaseInsensitive) == 0)
-            similar = &entry;
-    }
-    return similar;
 }
 
 } // namespace
@@ -97,7 +85,7 @@ void CopyCheck::compareDirectory(const Directory &directory)
     const auto copies = m_session.list(below(m_to, directory.path));
     for (const File &file : directory.files) {
         const QString source = RemotePath::join(below(m_from, directory.path), file.name);
-        const SFileEntry *const copy = find(copies, file.name);
+        const SFileEntry *const copy = Listing::find(copies, file.name);
         // Pipes and links that lead nowhere are listed like files, but are not copied.
         if (!copy && !m_session.exists(source))
             continue;
@@ -109,7 +97,7 @@ void CopyCheck::compareDirectory(const Directory &directory)
 std::optional<CopyCheck::File> CopyCheck::listed(const QString &path)
 {
     const auto entries = m_session.list(RemotePath::parent(path));
-    const SFileEntry *const entry = find(entries, RemotePath::name(path));
+    const SFileEntry *const entry = Listing::find(entries, RemotePath::name(path));
     return entry ? std::optional(File{entry->fileName(), entry->size()}) : std::nullopt;
 }
 

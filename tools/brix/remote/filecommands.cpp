@@ -3,10 +3,13 @@
 #include "copycheck.h"
 #include "remotecommand.h"
 #include "remotepath.h"
+#include "replacement.h"
 
 #include <brixlib/protocol/wire.h>
 
 #include <QtCore/QRegularExpression>
+
+#include <optional>
 
 namespace Brix {
 
@@ -215,16 +218,67 @@ void copyFolder(Session &session, const QString &from, const QString &to)
     check.compareTree();
 }
 
+// Copies to \a place, which refusals call \a to.
+void copyFileTo(Session &session, const QString &from, const QString &place, const QString &to)
+{
+    CopyCheck check(session, from, place);
+    check.noteFile();
+    if (!session.ask(CommandIds::kCopyFile, [&](Server &server) { server.copyFile(from, place); })
+             .result)
+        refuse(u"the server does not copy %1 to %2"_s.arg(from, to));
+    check.compareFile();
+}
+
+// Removes a copy that is not whole, on a session of its own, since the first may be over. Returns
+// what is to be added to the message: nothing if the server confirms that the copy is not there.
+QString removedCopy(const Login &login, const QString &temporary)
+{
+    try {
+        Session session(login);
+        session.open();
+        if (session
+                .ask(CommandIds::kRemoveFile, [&](Server &server) { server.removeFile(temporary); })
+                .result ||
+            !session.exists(temporary))
+            return {};
+    } catch (const Failure &) {
+        // The first failure is the one to report.
+    }
+    return u"; an incomplete copy may be left as %1"_s.arg(temporary);
+}
+
+void moveIntoPlace(Session &session, const QString &temporary, const QString &to)
+{
+    std::optional<Replacement::Result> result;
+    Replacement::begin(session, temporary, to, Replacement::WhenRefused::RemoveTemporary,
+                       [&](const Replacement::Result &ended) { result = ended; });
+    session.waitWhile([&] { return !result; });
+    if (result->failure)
+        throw Failure{result->failure->code, u"%1: %2"_s.arg(to, result->failure->text)};
+}
+
+// A server empties the target before it copies to it. So the copy is made beside the older file,
+// which stays until the copy is whole.
+void replaceByCopy(Session &session, const QString &from, const QString &to)
+{
+    session.require(CommandIds::kRenameFile);
+    const QString temporary = Replacement::temporaryName(to);
+    try {
+        copyFileTo(session, from, temporary, to);
+    } catch (const Failure &failure) {
+        throw Failure{failure.code, failure.text + removedCopy(session.login(), temporary)};
+    }
+    moveIntoPlace(session, temporary, to);
+}
+
 void copyFile(Session &session, const QString &from, const QString &to)
 {
     if (session.isFolder(to))
         refuse(u"%1 is a folder; write %1/ to copy into it"_s.arg(to));
-    CopyCheck check(session, from, to);
-    check.noteFile();
-    if (!session.ask(CommandIds::kCopyFile, [&](Server &server) { server.copyFile(from, to); })
-             .result)
-        refuse(u"the server does not copy %1 to %2"_s.arg(from, to));
-    check.compareFile();
+    if (session.exists(to))
+        replaceByCopy(session, from, to);
+    else
+        copyFileTo(session, from, to, to);
 }
 
 ExitCode copy(const Output &, const RecursiveOptions &options)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "replacement.h"
 
+#include "listing.h"
 #include "remotepath.h"
 
 #include <brixlib/protocol/wire.h>
@@ -31,6 +32,16 @@ QString newIs(const QString &name)
     return u"the new file is %1"_s.arg(name);
 }
 
+// Without the user's bits, which depend on the process that makes the listing.
+FileEntryFlags permissionsOf(const SFileEntry &entry)
+{
+    constexpr quint32 kOwnerGroupOthers = 0x70770000;
+    constexpr int kFromOwnerToUser = 4;
+    const quint32 permissions = quint32(entry.flags()) & kOwnerGroupOthers;
+    const quint32 owner = permissions & 0x70000000;
+    return FileEntryFlags(permissions | owner >> kFromOwnerToUser);
+}
+
 } // namespace
 
 QString Replacement::temporaryName(const QString &path)
@@ -56,6 +67,7 @@ Replacement::Replacement(Session &session, const QString &temporary, const QStri
     , m_aside(temporaryName(path))
     , m_whenRefused(whenRefused)
     , m_done(done)
+    , m_refusal(u"the server does not store a file under the name %1"_s.arg(path))
 {
 }
 
@@ -82,6 +94,21 @@ void Replacement::askWhetherExists(Step next)
         continueWith(next));
 }
 
+void Replacement::list(const Session::Done &done)
+{
+    m_session.post(
+        CommandIds::kListDir,
+        [&](Session::Requester &server) { server.listDir(RemotePath::parent(m_path)); }, done);
+}
+
+void Replacement::setPermissions(FileEntryFlags permissions, Step next)
+{
+    m_session.post(
+        CommandIds::kSetPermissions,
+        [&](Session::Requester &server) { server.setFilePermissions(m_temporary, permissions); },
+        continueWith(next));
+}
+
 void Replacement::remove(const QString &path, Step next)
 {
     m_session.post(
@@ -105,11 +132,50 @@ void Replacement::onLookedForOlder(Outcome outcome, bool exists)
 {
     // A server without this command may have an older file all the same.
     if (outcome == Outcome::Unavailable || (outcome == Outcome::Done && exists))
-        moveOlderAside();
+        copyPermissions();
     else if (outcome == Outcome::Done)
         refuse();
     else
         fail(outcome, newIs(m_temporary));
+}
+
+void Replacement::copyPermissions()
+{
+    if (!m_session.commands().contains(CommandIds::kSetPermissions))
+        return moveOlderAside();
+    list([self = shared_from_this()](Outcome outcome, const Answer &answer) {
+        self->onListed(outcome, answer.entries);
+    });
+}
+
+void Replacement::onListed(Outcome outcome, const QList<SFileEntry> &entries)
+{
+    if (outcome == Outcome::Unavailable)
+        return moveOlderAside();
+    if (outcome != Outcome::Done)
+        return fail(outcome, olderIs(m_path) + u" and "_s + newIs(m_temporary));
+    const SFileEntry *const older = Listing::find(entries, RemotePath::name(m_path));
+    const SFileEntry *const newer = Listing::find(entries, RemotePath::name(m_temporary));
+    if (!older || !newer)
+        return refuse(u"the server does not list the permissions of %1"_s.arg(m_path));
+    const FileEntryFlags permissions = permissionsOf(*older);
+    // The protocol cannot take all permissions away, and some servers list none. A directory is not
+    // replaced.
+    if (older->isDirectory() || permissions == FileEntryFlags::None ||
+        permissions == permissionsOf(*newer))
+        moveOlderAside();
+    else
+        setPermissions(permissions, &Replacement::onPermissionsSet);
+}
+
+void Replacement::onPermissionsSet(Outcome outcome, bool isSet)
+{
+    if (outcome != Outcome::Done && outcome != Outcome::Unavailable)
+        fail(outcome, olderIs(m_path) + u" and "_s + newIs(m_temporary));
+    else if (outcome == Outcome::Done && isSet)
+        moveOlderAside();
+    else
+        refuse(u"the server does not set the permissions of %1 on the new file"_s.arg(m_path));
 }
 
 void Replacement::moveOlderAside()
@@ -166,6 +232,12 @@ void Replacement::onOlderRemoved(Outcome outcome, bool isRemoved)
                                  m_aside)}});
 }
 
+void Replacement::refuse(const QString &reason)
+{
+    m_refusal = reason;
+    refuse();
+}
+
 void Replacement::refuse()
 {
     if (m_whenRefused == WhenRefused::RemoveTemporary)
@@ -183,9 +255,7 @@ void Replacement::fail(Outcome outcome, const QString &whereFilesAre)
 {
     const bool isRefused = outcome == Outcome::Done || outcome == Outcome::Unavailable;
     Failure failure =
-        isRefused ? Failure{ExitCode::Refused,
-                            u"the server does not store a file under the name %1"_s.arg(m_path)}
-                  : m_session.failure(outcome);
+        isRefused ? Failure{ExitCode::Refused, m_refusal} : m_session.failure(outcome);
     if (!whereFilesAre.isEmpty())
         failure.text += u"; "_s + whereFilesAre;
     finish({false, failure});

@@ -14,6 +14,9 @@ namespace Brix {
  * the older one is renamed to a second temporary name first, and removed only after the new file
  * has its place.
  *
+ * The new file first gets the permissions of the older one from the server's listing, where the
+ * server has the commands for it; a new file that does not get them does not replace the older one.
+ *
  * Whichever exchange fails, both files are still on the server, and the failure names where.
  */
 class Replacement final : public std::enable_shared_from_this<Replacement>
@@ -46,11 +49,15 @@ private:
 
     void rename(const QString &from, const QString &to, Step next);
     void askWhetherExists(Step next);
+    void list(const Session::Done &done);
+    void setPermissions(Talverine::FileEntryFlags permissions, Step next);
     void remove(const QString &path, Step next);
     Session::Done continueWith(Step next);
 
     void onRenamed(Outcome outcome, bool isRenamed);
     void onLookedForOlder(Outcome outcome, bool exists);
+    void onListed(Outcome outcome, const QList<Talverine::SFileEntry> &entries);
+    void onPermissionsSet(Outcome outcome, bool isSet);
     void onOlderMovedAside(Outcome outcome, bool isRenamed);
     void onRenamedAfterOlder(Outcome outcome, bool isRenamed);
     void onOlderMovedBack(Outcome outcome, bool isRenamed);
@@ -58,8 +65,10 @@ private:
     void onOlderRemoved(Outcome outcome, bool isRemoved);
     void onTemporaryRemoved(Outcome outcome, bool isRemoved);
 
+    void copyPermissions();
     void moveOlderAside();
     void refuse();
+    void refuse(const QString &reason);
     void fail(Outcome outcome, const QString &whereFilesAre);
     void finish(const Result &result);
 
@@ -69,6 +78,7 @@ private:
     const QString m_aside; // the older file while the new one takes its place
     const WhenRefused m_whenRefused;
     const Done m_done;
+    QString m_refusal;
 };
 
 } // namespace Brix
