@@ -569,6 +569,73 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(m_server->path(u"target"_s)));
     }
 
+    // What the server has in its tree is nothing that the jail here could look at.
+    void strictClientKeepsTheTreeOfWhatItFetches_data()
+    {
+        QTest::addColumn<bool>("isDirectory");
+        QTest::newRow("getDir") << true;
+        QTest::newRow("getFiles") << false;
+    }
+    void strictClientKeepsTheTreeOfWhatItFetches()
+    {
+        QFETCH(const bool, isDirectory);
+        QVERIFY(FileTree::write(m_server->path(u"in/a.txt"_s), "a"));
+        QVERIFY(FileTree::write(m_server->path(u"in/sub/a.txt"_s), "b"));
+        makeClientStrict();
+        QVERIFY(m_client->open(m_server->port()));
+        QVERIFY(m_client->run(
+            [isDirectory](SClientFtp &client) {
+                if (isDirectory)
+                    client.getDir(u"in"_s, u"got"_s, false);
+                else
+                    client.getFiles(u"in"_s, u"*"_s, u"got"_s, true);
+            },
+            3));
+        QCOMPARE(FileTree::below(m_client->folder()),
+                 (QStringList{u"got/"_s, u"got/a.txt"_s, u"got/sub/"_s, u"got/sub/a.txt"_s}));
+        QCOMPARE(FileTree::read(m_client->path(u"got/a.txt"_s)), "a");
+        QCOMPARE(FileTree::read(m_client->path(u"got/sub/a.txt"_s)), "b");
+    }
+
+    void strictClientSendsALinkThatLeavesTheDirectoryButNotTheJail()
+    {
+        QVERIFY(FileTree::write(m_client->path(u"other.txt"_s), "other"));
+        QVERIFY(QDir(m_client->folder()).mkpath(u"out/sub"_s));
+        QVERIFY(QFile::link(m_client->path(u"other.txt"_s), m_client->path(u"out/sub/link.txt"_s)));
+        makeClientStrict();
+        QVERIFY(m_client->open(m_server->port()));
+        QVERIFY(m_client->run([](SClientFtp &client) { client.sendDir(u"out"_s, u"up"_s); }));
+        QCOMPARE(FileTree::below(m_server->home()),
+                 (QStringList{u"up/"_s, u"up/sub/"_s, u"up/sub/link.txt"_s}));
+        QCOMPARE(FileTree::read(m_server->path(u"up/sub/link.txt"_s)), "other");
+    }
+
+    void refusalOfAFetchIsKnown_data()
+    {
+        QTest::addColumn<bool>("isDevice");
+        QTest::newRow("getFile") << false;
+        QTest::newRow("getDevice") << true;
+    }
+    void refusalOfAFetchIsKnown()
+    {
+        QFETCH(const bool, isDevice);
+        QBuffer device;
+        std::atomic_bool isRefused = false;
+        m_client->configure = [&isRefused](SClientFtp &client) {
+            QObject::connect(
+                &client, &SClientFtp::commandResult, &client,
+                [&isRefused, &client] { isRefused = client.wasRefused(); }, Qt::DirectConnection);
+        };
+        QVERIFY(m_client->open(m_server->port()));
+        QVERIFY(!m_client->run([&](SClientFtp &client) {
+            if (isDevice)
+                client.getDevice(u"missing"_s, &device);
+            else
+                client.getFile(u"missing"_s);
+        }));
+        QVERIFY(isRefused);
+    }
+
     void replacedFileKeepsItsPermissions_data()
     {
         QTest::addColumn<bool>("isGet");
@@ -1000,6 +1067,14 @@ private:
             before = done;
         }
         QCOMPARE(before, size);
+    }
+
+    void makeClientStrict()
+    {
+        m_client->configure = [this](JailedClient &client) {
+            QVERIFY(client.setRootPath(m_client->folder()));
+            client.setStrictJail(true);
+        };
     }
 
     // Calls in the worker's thread and waits until it has been done.

@@ -435,7 +435,66 @@ private Q_SLOTS:
         QVERIFY(!isRead(reply.size() - 1));
     }
 
+    // A server that cannot give its list writes the nack word in the place of the length, and goes.
+    void refusalInThePlaceOfAReplyIsNoLength_data()
+    {
+        QTest::addColumn<qint64>("limit");
+        QTest::addColumn<QByteArray>("reply");
+        QTest::addColumn<bool>("isRefused");
+        QTest::addColumn<bool>("isTooLarge");
+        QTest::newRow("with a limit") << qint64(1000) << nack() << true << false;
+        QTest::newRow("without a limit") << qint64(0) << nack() << true << false;
+        QTest::newRow("a length beyond the limit")
+            << qint64(1000) << u32(1001) + QByteArray(1001, 'x') << false << true;
+        QTest::newRow("a length of that value, with bytes after it")
+            << qint64(0) << nack() + "more" << false << false;
+    }
+    void refusalInThePlaceOfAReplyIsNoLength()
+    {
+        QFETCH(const qint64, limit);
+        QFETCH(const QByteArray, reply);
+        QFETCH(const bool, isRefused);
+        QFETCH(const bool, isTooLarge);
+        RawServer server(scripted(today(), [&](auto &peer) {
+            peer.readCommand();
+            peer.send(ack() + reply);
+        }));
+        std::atomic_bool refused = false;
+        std::atomic_bool tooLarge = false;
+        m_client->configure = [&](JailedClient &client) {
+            client.setReplyLimit(SCommandId(qFromBigEndian<quint32>("lstd")), limit);
+            connect(
+                &client, &SClientFtp::commandResult, &client,
+                [&] {
+                    refused = client.wasRefused();
+                    tooLarge = client.wasReplyTooLarge();
+                },
+                Qt::DirectConnection);
+        };
+        QVERIFY(m_client->open(server.port()));
+        if (isTooLarge) {
+            QTest::ignoreMessage(QtDebugMsg,
+                                 QRegularExpression(u"^SClientBase::readReply: .* too large$"_s));
+        }
+        QVERIFY(!m_client->run(op(&SClientFtp::listDir, u"a"_s)));
+        QVERIFY(m_client->log.isEmpty());
+        QCOMPARE(refused, isRefused);
+        QCOMPARE(tooLarge, isTooLarge);
+    }
+
     // Keep-alive words
+
+    // The connection ends after it: it is a result that no word can begin with any more.
+    void singleByteOfAKeepAliveWordAtTheEndIsAResult()
+    {
+        RawServer server(scripted(today(), [](auto &peer) {
+            peer.readCommand();
+            peer.send(ack() + keepAlive() + keepAlive().first(1));
+        }));
+        QVERIFY(m_client->open(server.port()));
+        QVERIFY(!m_client->run(op(&SClientFtp::copyFile, u"a"_s, u"b"_s)));
+        QCOMPARE(m_client->log, QStringList{u"copyFileResult true"_s});
+    }
 
     void keepAliveWordsAreConsumed_data()
     {
@@ -1002,6 +1061,37 @@ private Q_SLOTS:
         QCOMPARE(FileTree::read(target), "older");
         QVERIFY(m_client->waitForEnd());
         QCOMPARE(FileTree::below(m_client->folder()), QStringList{u"a.txt"_s});
+    }
+
+    // The base is a directory of the server, which is missing here.
+    void strictClientKeepsTheTreeOfAnotherMachine_data()
+    {
+        QTest::addColumn<Operation>("operation");
+        QTest::newRow("getDir") << Operation(
+            [](SClientFtp &client) { client.getDir(u"in"_s, u"got"_s, false); });
+        QTest::newRow("getFiles") << Operation(
+            [](SClientFtp &client) { client.getFiles(u"in"_s, u"*"_s, u"got"_s, true); });
+    }
+    void strictClientKeepsTheTreeOfAnotherMachine()
+    {
+        QFETCH(const Operation, operation);
+        RawServer server(scripted(today(), [](auto &peer) {
+            peer.answer(frame(path(u"/absent/in"_s) +
+                              names({u"/absent/in/a.txt"_s, u"/absent/in/sub/a.txt"_s})));
+            peer.answer(u64(1) + 'a');
+            peer.answer(u64(1) + 'b');
+            peer.readToEnd();
+        }));
+        m_client->configure = [this](JailedClient &client) {
+            QVERIFY(client.setRootPath(m_client->folder()));
+            client.setStrictJail(true);
+        };
+        QVERIFY(m_client->open(server.port()));
+        QVERIFY(m_client->run(operation, 3));
+        QCOMPARE(FileTree::read(m_client->path(u"got/a.txt"_s)), "a");
+        QCOMPARE(FileTree::read(m_client->path(u"got/sub/a.txt"_s)), "b");
+        QCOMPARE(FileTree::below(m_client->folder()),
+                 (QStringList{u"got/"_s, u"got/a.txt"_s, u"got/sub/"_s, u"got/sub/a.txt"_s}));
     }
 
     void negativeSizeMeansNoBytes()

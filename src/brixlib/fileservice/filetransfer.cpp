@@ -17,6 +17,8 @@
 #include <memory>
 #include <utility>
 
+using namespace Qt::StringLiterals;
+
 namespace Talverine {
 
 namespace {
@@ -88,10 +90,12 @@ bool FileTransfer::receive(QIODevice *target, qint64 size)
         const qint64 count = receiveSome(buffer.get(), std::min(size - meter.done(), kBufferBytes));
         if (count < 0)
             return false;
+        if (count == 0)
+            continue;
         if (!SFileHelper::writeAll(target, {buffer.get(), count}))
             return failAt(target);
-        if (count > 0)
-            idle.start();
+        // After the write: what a slow disk takes is no silence of the peer.
+        idle.start();
         meter.add(count);
     }
     return isFlushed(target) || failAt(target);
@@ -133,6 +137,8 @@ bool FileTransfer::send(QIODevice *source, qint64 size)
         meter.add(count);
     }
     // A file that grew or shrank meanwhile has put the peer out of step; it must not be removed.
+    if (meter.done() != size)
+        m_deviceError = u"the content changed while it was sent"_s;
     return meter.done() == size;
 }
 

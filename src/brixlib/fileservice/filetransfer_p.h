@@ -38,7 +38,8 @@ public:
     //! Copies \a source to its end to the socket; false also if that was not \a size bytes. A
     //! source that gives nothing is at its end.
     [[nodiscard]] bool send(QIODevice *source, qint64 size);
-    //! Why the device could not be read or written; empty when the transfer did not fail there.
+    //! Why the device could not be read or written, or that it was not of the size to send; empty
+    //! when the transfer did not fail there.
     QString deviceError() const { return m_deviceError; }
     //! Whether send() failed because the peer wrote the nack word and closed the connection.
     bool isRefused() const { return m_isRefused; }

@@ -368,10 +368,8 @@ bool SClientFtp::executeCommandGetFile(SCommandGetFile &command)
 }
 
 // A server that cannot read its file sends no size, but the last word of a failed exchange, and
-// goes. The file is empty then, as also when a server falls silent, and the exchange fails in its
-// last word. False when the connection was lost instead: nobody has said then that there is no such
-// file.
-bool SClientFtp::readFileSize(qint64 *size)
+// closes the connection.
+bool SClientFtp::readSize(qint64 *size)
 {
     quint32_be high;
     quint32_be low;
@@ -383,11 +381,22 @@ bool SClientFtp::readFileSize(qint64 *size)
         *size = static_cast<qint64>(quint64(high) << 32 | low);
         return true;
     }
+    if (hasHigh && high == Wire::kNackWord)
+        setRefused();
+    return false;
+}
+
+// The file is empty after a refusal, as also when a server falls silent, and the exchange fails in
+// its last word. False when the connection was lost instead: the server has not said then that
+// there is no such file.
+bool SClientFtp::readFileSize(qint64 *size)
+{
+    if (readSize(size))
+        return true;
     *size = 0;
-    const bool isTakenBack = hasHigh && high == Wire::kNackWord;
     const bool isSilent =
         socket()->state() == QAbstractSocket::ConnectedState && !isInterruptionRequested();
-    return isTakenBack || isSilent;
+    return wasRefused() || isSilent;
 }
 
 bool SClientFtp::executeCommandSendDev(SCommandSendDev &command)
@@ -421,10 +430,9 @@ bool SClientFtp::executeCommandGetDev(SCommandGetDev &command)
         return failLocally(device->errorString());
     Q_EMIT getDeviceStarted(device);
 
-    quint64 word = 0;
-    if (!readWord64(socket(), &word))
+    qint64 size = 0;
+    if (!readSize(&size))
         return false;
-    const auto size = static_cast<qint64>(word);
     FileTransfer content = transfer(&SClientFtp::getDeviceTransferredSize);
     if (!content.receive(device, size))
         return failLocally(content.deviceError());
@@ -511,12 +519,14 @@ void SClientFtp::keepAliveLoop(QIODevice *device)
     while (device) {
         if (device->bytesAvailable() == 0 && !waitFor(device, &QIODevice::waitForReadyRead))
             return;
-        // A word may arrive in two parts. What was cut off is taken as well: no result begins like
-        // it, and it must not be read as one.
+        // A word may arrive in two parts. What was cut off is taken as well, as it must not be read
+        // as a result; but a single byte at the end of the connection can be a result.
         QByteArray head = device->peek(kWord.size());
         while (isBeginning(head) && waitFor(device, &QIODevice::waitForReadyRead))
             head = device->peek(kWord.size());
         if (head != kWord && !isBeginning(head))
+            return;
+        if (head.size() == 1 && socket()->state() != QAbstractSocket::ConnectedState)
             return;
         if (readAll(device, head) != kWord.size())
             return;

@@ -236,6 +236,7 @@ private:
     bool readResultOfCopy(SCommand &command, ResultSignal result);
     void keepAliveLoop(QIODevice *device);
     bool readBytes(QByteArray *bytes);
+    bool readSize(qint64 *size);
     bool readFileSize(qint64 *size);
     bool failLocally(const QString &reason);
     bool failSending(const FileTransfer &content);

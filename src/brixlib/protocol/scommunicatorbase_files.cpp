@@ -117,7 +117,10 @@ QString SCommunicatorBase::absoluteMovePath(const QString &path, const QString &
                                             const QString &targetBase, const QString &root) const
 {
     const QString base = absoluteChildPath(sourceBase, QString());
-    QString relative = base.isEmpty() ? QString() : absoluteChildPath(path, base);
+    // By text alone, also in a strict jail: the base may be a directory of the peer.
+    QString relative = base.isEmpty() ? QString() : absoluteChildPath(path, QString());
+    if (relative.isEmpty() || !relative.startsWith(base, Qt::CaseInsensitive))
+        return QString();
     if (relative.startsWith(base))
         relative.remove(0, base.size());
     if (relative.isEmpty())

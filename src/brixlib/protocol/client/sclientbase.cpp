@@ -332,7 +332,8 @@ bool SClientBase::exchange(SCommand *command)
 bool SClientBase::readVerdict()
 {
     const quint32 word = readWord(socket());
-    m_wasRefused = word == Wire::kNackWord;
+    if (word == Wire::kNackWord)
+        setRefused();
     return word == Wire::kAckWord;
 }
 

@@ -63,7 +63,19 @@ bool SClientBase::readReply(QByteArray *body)
 bool SClientBase::readReplyBody(quint32 length, QByteArray *body)
 {
     const qint64 limit = replyLimit(m_commandUnderWay);
-    m_wasReplyTooLarge = limit > 0 && length > limit;
+    const bool isBeyondLimit = limit > 0 && length > limit;
+    const auto endsHere = [this] {
+        return socket()->bytesAvailable() == 0 &&
+               !waitFor(socket(), &QIODevice::waitForReadyRead) &&
+               socket()->state() != QAbstractSocket::ConnectedState;
+    };
+    // A server that cannot give its reply writes the last word of a failed exchange in the place of
+    // the length, and closes the connection.
+    if (length == Wire::kNackWord && (isBeyondLimit || endsHere())) {
+        setRefused();
+        return false;
+    }
+    m_wasReplyTooLarge = isBeyondLimit;
     if (m_wasReplyTooLarge) {
         qDebug() << "SClientBase::readReply: the reply of" << length << "bytes is too large";
         return false;
