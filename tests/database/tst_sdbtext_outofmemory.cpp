@@ -12,6 +12,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+constexpr int kMiB = 1 << 20;
 constexpr qint64 kHugeBytes = 4 * MemoryLimit::kBytes;
 
 //! A database of the records "a" and "z", and between them the lines \a before a text of kHugeBytes
@@ -97,6 +98,47 @@ private Q_SLOTS:
         expectError("WrongDB");
         QVERIFY(!database.open(place.file));
         QVERIFY(database.isNull());
+    }
+
+    void purgeForWhichMemoryMayNotDoLosesNothing()
+    {
+        for (int size = 4; size <= 16; ++size) {
+            Place place;
+            SDBText database;
+            QVERIFY(create(database, place.file));
+            const QString text(size * kMiB, u'x');
+            QVERIFY(database.insert(ink(u"b"_s, text)));
+            QVERIFY(insertAll(database, {u"a"_s}));
+            {
+                const MemoryLimit limit;
+                const bool isPurged = database.purge();
+                QCOMPARE(database.error() == DBError::NoError, isPurged);
+            }
+            QCOMPARE(walk(database), (QStringList{u"a"_s, u"b"_s}));
+            QCOMPARE(database[u"b"_s].value(u"level"_s), QVariant(text));
+            QVERIFY(!QFile::exists(place.beside(u".brixnew"_s)));
+            QVERIFY(database.open(place.file));
+            QCOMPARE(walk(database), (QStringList{u"a"_s, u"b"_s}));
+        }
+    }
+
+    // The file is copied in pieces.
+    void assignmentOfAFileNeedsNoMemoryForIt()
+    {
+        const Place place;
+        const Place source;
+        QVERIFY(makeHuge(source, "\r\n\r\nname = huge\r\ntext = x"));
+        SDBText other;
+        QVERIFY(other.open(source.file));
+        QVERIFY(other.authenticate(kUser, kPassword));
+        SDBText database;
+        QVERIFY(create(database, place.file));
+        QVERIFY(insertAll(database, {u"old"_s}));
+        const MemoryLimit limit;
+        database = other;
+        QCOMPARE(database.error(), DBError::NoError);
+        QCOMPARE(database.count(), 3);
+        QVERIFY(!database.contains(u"old"_s));
     }
 
     void copyInMemoryThatIsTooLargeFails()

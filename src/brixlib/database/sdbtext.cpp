@@ -171,6 +171,7 @@ DBAuthGrants SDBText::grants() const
 qint64 SDBText::bytes() const
 {
     const QMutexLocker guard(&d->mutex);
+    static_cast<void>(d->followFile());
     return d->device ? d->device->size() : 0;
 }
 

@@ -140,8 +140,10 @@ public:
     /*!
      * A closed \a device is opened, emptied and closed again, one that is open is written to from
      * where it stands, and closed. With a compressor it has to be closed. Afterwards this database
-     * is open still, but no longer locked: another program may open the file. With \a clearAfter it
-     * stays locked, and a backup in a file is flushed to the disk before the database is cleared.
+     * is open still, but no longer locked: another program may open the file, and when that
+     * replaces the file, each operation here first opens the new one. With \a clearAfter the
+     * database is locked before it is copied and stays locked, and a backup in a file is flushed to
+     * the disk before the database is cleared.
      */
     bool backup(QIODevice *device, bool clearAfter = false) override;
     //! A new file gets the permissions of the database's.
@@ -232,6 +234,7 @@ private:
     void finishInsert(const SDBRecord &record, bool notify);
     bool walkTo(const QString &key, SDBRecord *record);
     bool followFile();
+    bool areFollowed(const SDBText &other) const;
     bool purgeFile(const SDBText &copy);
     bool purgeInPlace(const SDBText &copy);
     bool assign(const SDBText &other);

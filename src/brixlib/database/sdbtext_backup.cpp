@@ -122,6 +122,8 @@ void SDBText::setBackupCompressor(CompressionAlgorithm algorithm)
 bool SDBText::backup(const QString &fileName, bool clearAfter)
 {
     const QMutexLocker guard(&d->mutex);
+    if (!followFile())
+        return false;
     QFile file(fileName);
     if (d->faultOfBackup(&file) == DBError::NoError && !file.exists()) {
         // The same people may read it, from its first byte on.
@@ -134,12 +136,18 @@ bool SDBText::backup(const QString &fileName, bool clearAfter)
 bool SDBText::backup(QIODevice *device, bool clearAfter)
 {
     const QMutexLocker guard(&d->mutex);
+    if (!followFile())
+        return false;
     if (const DBError fault = d->faultOfBackup(device); fault != DBError::NoError)
+        return returnBool(fault);
+    // What another program inserts between the copy and the clearing would be lost.
+    const bool mayClear = clearAfter && d->mayWrite();
+    if (const DBError fault = mayClear ? d->prepareReplacing() : DBError::NoError;
+        fault != DBError::NoError)
         return returnBool(fault);
     const CompressionAlgorithm algorithm = backupCompressor();
     QTemporaryFile plain;
     const bool isPlain = algorithm == CompressionAlgorithm::Uncompressed;
-    // What another program inserts between the copy and the clearing would be lost.
     const DBError copied = d->copyToClosed(isPlain ? device : &plain, clearAfter);
     if (copied != DBError::NoError)
         return returnBool(copied);
@@ -159,7 +167,12 @@ bool SDBText::restore(const QString &fileName, bool merge)
 bool SDBText::restore(QIODevice *device, bool merge)
 {
     const QMutexLocker guard(&d->mutex);
+    if (!followFile())
+        return false;
     if (const DBError fault = d->faultOfSource(device); fault != DBError::NoError)
+        return returnBool(fault);
+    if (const DBError fault = merge ? DBError::NoError : d->prepareReplacing();
+        fault != DBError::NoError)
         return returnBool(fault);
     if (device->isOpen())
         device->close();
@@ -191,6 +204,9 @@ bool SDBText::mergeFrom(const SDBText &other)
     const bool isUnique = d->head.key == SDBRecord::uniqueIncKey();
     bool isMerged = true;
     const DBError read = other.d->forEachRecord([&](const QString &key, const SDBRecord &record) {
+        isMerged = followFile();
+        if (!isMerged)
+            return false;
         const bool isKnown = !isUnique && d->keys.contains(key);
         isMerged = isKnown ? _replace(record, false) : _insert(record, false);
         return isMerged;

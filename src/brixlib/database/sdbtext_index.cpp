@@ -43,6 +43,8 @@ bool SDBText::isFieldIndexed(const QString &name)
 bool SDBText::searchField(const SDBField &field, QList<SDBRecord> &records)
 {
     const QMutexLocker guard(&d->mutex);
+    if (!followFile())
+        return false;
     if (!d->mayRead())
         return returnBool(DBError::AuthError);
     if (field.isEmpty() || !d->fields.contains(field.key()))
@@ -72,6 +74,8 @@ QList<SDBField> SDBText::values(const QString &name)
 {
     const QMutexLocker guard(&d->mutex);
     QList<SDBField> list;
+    if (!followFile())
+        return list;
     if (!d->mayRead()) {
         d->error = DBError::AuthError;
         return list;
@@ -103,6 +107,8 @@ QList<QString> SDBText::fieldsIndexed() const
 bool SDBText::reindex()
 {
     const QMutexLocker guard(&d->mutex);
+    if (!followFile())
+        return false;
     if (!d->mayRead())
         return returnBool(DBError::AuthError);
     d->fields.clear(d->head.key);

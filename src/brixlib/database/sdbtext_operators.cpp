@@ -49,6 +49,8 @@ bool SDBText::operator==(const SDBText &other) const
     if (this == &other)
         return true;
     const BothLocked guard(&d->mutex, &other.d->mutex);
+    if (!areFollowed(other))
+        return false;
     if (!d->mayRead() || !other.d->mayRead() || d->keys.count() != other.d->keys.count() ||
         d->head != other.d->head)
         return false;
@@ -102,6 +104,8 @@ bool SDBText::assign(const SDBText &other)
 {
     const BothLocked guard(&d->mutex, &other.d->mutex);
     d->isOldContentGone = false;
+    if (!areFollowed(other))
+        return false;
     if (!d->mayWrite() || !other.d->mayWrite())
         return returnBool(DBError::AuthError);
     if (d->isForeign())
@@ -115,6 +119,8 @@ bool SDBText::assign(const SDBText &other)
         d->ownDevice = std::make_unique<QBuffer>();
         d->device = d->ownDevice.get();
     }
+    if (const DBError fault = d->prepareReplacing(); fault != DBError::NoError)
+        return returnBool(fault);
     const DBError result =
         d->replaceContent([&other](QIODevice *target) { return other.d->copyTo(target); });
     if (result != DBError::NoError)
@@ -126,12 +132,22 @@ bool SDBText::assign(const SDBText &other)
     return opened;
 }
 
+bool SDBText::areFollowed(const SDBText &other) const
+{
+    DBError result = d->followFile();
+    if (result == DBError::NoError)
+        result = other.d->followFile();
+    if (result != DBError::NoError)
+        d->error = result;
+    return result == DBError::NoError;
+}
+
 bool SDBText::isReplaceable()
 {
     const QMutexLocker guard(&d->mutex);
     if (!d->hasOpenDevice())
         return returnBool(DBError::SeekError);
-    return returnBool(d->mayWrite() ? d->relock() : DBError::AuthError);
+    return returnBool(d->prepareReplacing());
 }
 
 bool SDBText::stageCopy(StagedFile *staged)
@@ -151,6 +167,8 @@ bool SDBText::add(const SDBText &other)
     const BothLocked guard(&d->mutex, &other.d->mutex);
     if (!d->device)
         return assign(other);
+    if (!areFollowed(other))
+        return false;
     if (!d->mayWrite() || !other.d->mayRead())
         return returnBool(DBError::AuthError);
     if (d->head.key != other.d->head.key)
@@ -176,6 +194,8 @@ bool SDBText::subtract(const SDBText &other)
     const BothLocked guard(&d->mutex, &other.d->mutex);
     if (!d->device)
         return true;
+    if (!areFollowed(other))
+        return false;
     if (!d->mayWrite() || !other.d->mayRead())
         return returnBool(DBError::AuthError);
     if (d->head.key != other.d->head.key)

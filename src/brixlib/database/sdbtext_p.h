@@ -104,8 +104,11 @@ public:
     //! Takes the lock again that a backup has let go of, and follows the file. Closes the device if
     //! another program has the lock.
     DBError relock();
-    //! Opens the file again if another program has replaced it meanwhile, and reads its head and
-    //! its keys. Closes the device if that fails.
+    //! Relocks a plain file that is open and asks for the right to write, whose answer may be
+    //! another one by then. Returns what forbids replacing the content, or NoError.
+    DBError prepareReplacing();
+    //! Opens the file again if it is not locked and another program has replaced it meanwhile, and
+    //! reads its head and its keys. Closes the device if that fails.
     DBError followFile();
 
     // The head
@@ -218,6 +221,7 @@ private:
     void forgetRepairs();
     bool takeLock(QIODevice *target);
     DBError replaceFile(const Write &write);
+    DBError reopenReplacedFile();
     DBError putInPlace(StagedFile *staged);
     DBError writeRecords(QIODevice *target, SDBTextPrivate *source, KeyIndex *written);
     void removeIndexFile();

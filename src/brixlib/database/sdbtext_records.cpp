@@ -10,6 +10,8 @@ namespace Talverine {
 bool SDBText::insert(const QString &key, const SDBField &field)
 {
     const QMutexLocker guard(&d->mutex);
+    if (!followFile())
+        return false;
     SDBRecord record;
     if (!key.isEmpty()) {
         if (value(key, record)) {
@@ -46,17 +48,15 @@ bool SDBText::remove(const QString &key)
 bool SDBText::remove(const SDBRecord &record)
 {
     const QMutexLocker guard(&d->mutex);
-    return _remove(d->keyOf(record), true);
+    return followFile() && _remove(d->keyOf(record), true);
 }
 
 bool SDBText::purge()
 {
     const QMutexLocker guard(&d->mutex);
-    if (!d->mayWrite())
-        return returnBool(DBError::AuthError);
+    if (const DBError fault = d->prepareReplacing(); fault != DBError::NoError)
+        return returnBool(fault);
     const bool isFile = d->hasOpenDevice() && d->isPlainFile();
-    if (const DBError locked = isFile ? d->relock() : DBError::NoError; locked != DBError::NoError)
-        return returnBool(locked);
     const SDBText copy(*this);
     if (copy.d->error != DBError::NoError) {
         d->error = copy.d->error;
@@ -92,8 +92,8 @@ bool SDBText::purgeInPlace(const SDBText &copy)
 bool SDBText::clear()
 {
     const QMutexLocker guard(&d->mutex);
-    if (!d->mayWrite())
-        return returnBool(DBError::AuthError);
+    if (const DBError fault = d->prepareReplacing(); fault != DBError::NoError)
+        return returnBool(fault);
     if (d->isForeign())
         return returnBool(DBError::KeyIsNull);
     const bool isFile = d->isPlainFile();
@@ -136,6 +136,8 @@ bool SDBText::last(SDBRecord &record)
 bool SDBText::next(const QString &key, SDBRecord &record)
 {
     const QMutexLocker guard(&d->mutex);
+    if (!followFile())
+        return false;
     QString other;
     if (key.isEmpty())
         other = d->keys.first();
@@ -147,12 +149,16 @@ bool SDBText::next(const QString &key, SDBRecord &record)
 bool SDBText::previous(const QString &key, SDBRecord &record)
 {
     const QMutexLocker guard(&d->mutex);
+    if (!followFile())
+        return false;
     return walkTo(d->keys.contains(key) ? d->keys.below(key) : d->keys.last(), &record);
 }
 
 bool SDBText::value(const QString &key, SDBRecord &record)
 {
     const QMutexLocker guard(&d->mutex);
+    if (!followFile())
+        return false;
     return returnBool(d->mayRead() ? d->search(key, &record) : DBError::AuthError);
 }
 
@@ -196,6 +202,7 @@ SDBReverseIterator SDBText::rend()
 SDBIterator SDBText::find(int index)
 {
     const QMutexLocker guard(&d->mutex);
+    static_cast<void>(followFile());
     const QString key = d->keys.at(index);
     SDBRecord record;
     if (!key.isEmpty())
@@ -205,10 +212,10 @@ SDBIterator SDBText::find(int index)
 
 bool SDBText::_insert(const SDBRecord &record, bool notify)
 {
-    if (!d->mayInsert())
-        return returnBool(DBError::AuthError);
     if (!followFile())
         return false;
+    if (!d->mayInsert())
+        return returnBool(DBError::AuthError);
     SDBRecord copy(record);
     if (d->head.key == SDBRecord::uniqueIncKey())
         copy.insert(d->head.key, d->nextUniqueKey());
@@ -221,7 +228,7 @@ bool SDBText::_insert(const SDBRecord &record, bool notify)
     if (end != DBError::NoError)
         return returnBool(end);
     d->stamp(&copy);
-    // What was written of it stays, and the error is that of the operation before.
+    // What was written of it is marked as removed. The error is that of the operation before.
     if (d->append(copy, false) != DBError::NoError)
         return false;
     finishInsert(copy, notify);
@@ -284,7 +291,7 @@ bool SDBText::_remove(const QString &key, bool notify)
 // After a backup, the file is not locked, and another program may have replaced it.
 bool SDBText::followFile()
 {
-    const DBError result = d->lock ? DBError::NoError : d->followFile();
+    const DBError result = d->followFile();
     return result == DBError::NoError || returnBool(result);
 }
 

@@ -215,6 +215,8 @@ DBError SDBTextPrivate::writeEmpty(QIODevice *target, const DatabaseHead &newHea
 
 void SDBTextPrivate::close()
 {
+    // The index is saved for the file that has the name.
+    static_cast<void>(followFile());
     static_cast<void>(settle());
     closeDevice(device);
     saveIndex();
@@ -328,7 +330,7 @@ DBError SDBTextPrivate::faultOfBackup(const QIODevice *target) const
     if (!mayRead())
         return DBError::AuthError;
     // Opening it would empty the database.
-    if (isOwnDevice(target))
+    if (isOwnPlace(target))
         return DBError::OpenError;
     return hasOpenDevice() ? DBError::NoError : DBError::SeekError;
 }
@@ -337,7 +339,7 @@ DBError SDBTextPrivate::faultOfSource(const QIODevice *source) const
 {
     if (!mayWrite())
         return DBError::AuthError;
-    if (!source || isOwnDevice(source))
+    if (!source || isOwnPlace(source))
         return DBError::OpenError;
     if (isForeign())
         return DBError::KeyIsNull;

@@ -4,6 +4,7 @@
 
 #include <brixlib/database/records/recordwriter_p.h>
 #include <brixlib/database/storage/stagedfile_p.h>
+#include <brixlib/foundation/outofmemory_p.h>
 
 #include <brixrt/sfilehelper.h>
 
@@ -75,7 +76,20 @@ DBError SDBTextPrivate::relock()
         abandon();
         return DBError::FileLockError;
     }
-    return followFile();
+    return reopenReplacedFile();
+}
+
+DBError SDBTextPrivate::prepareReplacing()
+{
+    if (const DBError followed = followFile(); followed != DBError::NoError)
+        return followed;
+    // Who may not write must not lock others out.
+    if (!mayWrite())
+        return DBError::AuthError;
+    if (!hasOpenDevice() || !isPlainFile())
+        return DBError::NoError;
+    const DBError locked = relock();
+    return locked == DBError::NoError && !mayWrite() ? DBError::AuthError : locked;
 }
 
 DBError SDBTextPrivate::stageCopy(StagedFile *staged)
@@ -89,12 +103,18 @@ DBError SDBTextPrivate::stageCopy(StagedFile *staged)
 
 DBError SDBTextPrivate::followFile()
 {
+    return lock ? DBError::NoError : reopenReplacedFile();
+}
+
+DBError SDBTextPrivate::reopenReplacedFile()
+{
     if (!hasOpenDevice() || !isPlainFile() ||
         SFileHelper::isSameFile(*qobject_cast<QFile *>(device), QFile(fileName())))
         return DBError::NoError;
     device->close();
     forgetRepairs();
     isHeadFromCopy = false;
+    hasIndex = false;
     DBError result = device->open(kDatabaseOpenMode) ? DBError::NoError : DBError::OpenError;
     if (result == DBError::NoError)
         result = load();
@@ -107,14 +127,18 @@ DBError SDBTextPrivate::rewriteSorted(SDBTextPrivate *source)
 {
     KeyIndex written;
     const DBError result = replaceContent([&](QIODevice *target) {
-        return head.write(target) ? writeRecords(target, source, &written) : DBError::WriteError;
+        return orOutOfMemory(DBError::WriteError, [&] {
+            return head.write(target) ? writeRecords(target, source, &written)
+                                      : DBError::WriteError;
+        });
     });
     if (result != DBError::NoError)
         return result;
     isHeadFromCopy = false;
     uniqueCounter = 0;
-    written.forEach([this](const KeyIndex::Entry &entry) {
-        addKey(entry.key, entry.position);
+    keys = std::move(written);
+    keys.forEach([this](const KeyIndex::Entry &entry) {
+        noteUniqueKey(entry.key);
         return true;
     });
     return DBError::NoError;

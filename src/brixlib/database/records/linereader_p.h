@@ -105,7 +105,8 @@ bool LineReader::next(QByteArrayView *line, Wanted wanted)
         } else if (fill()) {
             searched = m_begin + rest;
         } else {
-            return takeRest(line) && wanted(*line, true);
+            // After a failure the rest may be a part of a line only.
+            return !m_failed && takeRest(line) && wanted(*line, true);
         }
     }
 }
