@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Many clients do random operations for a long time, through a proxy that delays and cuts, with a
 // server that is a process of its own. BRIX_SOAK_MINUTES says how long; 30 by default.
-#include "processwatch.h"
+#include "flatness.h"
 #include "soakplayer.h"
 
 #include <shared/eventwait.h>
@@ -26,15 +26,6 @@ constexpr int kPlayers = 50;
 constexpr auto kSampleEvery = 2s;
 // Longer than a stall and the time-outs of both ends together: no session works there any more.
 constexpr auto kSettled = 60s;
-
-//! What "flat" means for one of the fields of a sample, once the first minutes are over.
-struct Flatness
-{
-    const char *name;
-    ProcessWatch::Field field;
-    qint64 rise;    //!< how far the last third's median may lie above that of the first third
-    qint64 highest; //!< what no sample is above
-};
 
 int soakMinutes()
 {
@@ -115,20 +106,6 @@ private:
               qlonglong(m_score.files), qlonglong(m_score.fileBytes >> 20),
               qlonglong(m_score.sessions), qlonglong(m_score.broken), qlonglong(sample.memoryKiB),
               qlonglong(sample.threads), qlonglong(sample.descriptors));
-    }
-
-    // Empty when the field stays flat between the two times.
-    static QString check(const Flatness &flat, const ProcessWatch &watch, qint64 first, qint64 last)
-    {
-        const QList<qint64> values = watch.between(first, last, flat.field);
-        const qint64 rise = ProcessWatch::rise(values);
-        const auto [lowest, highest] = std::minmax_element(values.begin(), values.end());
-        qInfo("%s: median %lld, from %lld to %lld (at most %lld), rise %lld (at most %lld)",
-              flat.name, qlonglong(ProcessWatch::median(values)), qlonglong(*lowest),
-              qlonglong(*highest), qlonglong(flat.highest), qlonglong(rise), qlonglong(flat.rise));
-        return rise <= flat.rise && *highest <= flat.highest
-                   ? QString()
-                   : QLatin1StringView(flat.name) + u" not flat"_s;
     }
 
     void playFor(std::chrono::milliseconds time, ProcessWatch *watch)
@@ -214,7 +191,7 @@ private Q_SLOTS:
              {Flatness{"memory in KiB", &Sample::memoryKiB, 4096, rest.memoryKiB + 65536},
               Flatness{"threads", &Sample::threads, 10, rest.threads + sessions},
               Flatness{"descriptors", &Sample::descriptors, 20, rest.descriptors + 4 * sessions}})
-            QCOMPARE(check(flat, watch, settled.count(), end), QString());
+            QCOMPARE(flat.check(watch, settled.count(), end), QString());
     }
 };
 
