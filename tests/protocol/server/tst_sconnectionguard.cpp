@@ -195,6 +195,22 @@ private Q_SLOTS:
         QVERIFY(guard.admit(kFirst));
     }
 
+    // All of them would guess before the first has failed.
+    void onlyAFewConnectionsTryToLogInAfterAFailure()
+    {
+        SConnectionGuard guard{
+            Limits{.firstDelay = 1ms, .longestDelay = 1ms, .delayedPerAddress = 2}};
+        fail(guard, kFirst, 1);
+        QTRY_COMPARE(guard.admit(kFirst)->delay(), 0ms);
+        Place a = guard.admit(kFirst);
+        const Place b = guard.admit(kFirst);
+        QVERIFY(a && b);
+        QVERIFY(!guard.admit(kFirst));
+        QVERIFY(guard.admit(kSecond));
+        a.reset();
+        QVERIFY(guard.admit(kFirst));
+    }
+
     void failuresOfManyAddressesTakeBoundedMemory()
     {
         SConnectionGuard guard{Limits{.firstDelay = 1s}};

@@ -64,7 +64,16 @@ bool ConnectionBook::hasRoom(const Entry &entry, Msec delay) const
     return !isReached(entry.connections, limits.perAddress) &&
            !isReached(m_pending, limits.pendingLogins) &&
            !isReached(entry.pending, limits.pendingLoginsPerAddress) &&
-           !(delay.count() > 0 && isReached(entry.delayed, limits.delayedPerAddress));
+           !(delay.count() > 0 && isReached(entry.delayed, limits.delayedPerAddress)) &&
+           !(delay.count() == 0 && isSuspect(entry) &&
+             isReached(entry.pending - entry.delayed, limits.delayedPerAddress));
+}
+
+// Until those that were greeted have failed, the time of the next greeting is not known: without a
+// limit a guesser would have many greeted at once.
+bool ConnectionBook::isSuspect(const Entry &entry) const
+{
+    return entry.failures > 0 && limits.firstDelay.count() > 0;
 }
 
 // The time counts from the last failure, so that a user who has waited is greeted at once.

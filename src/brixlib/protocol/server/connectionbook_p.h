@@ -56,6 +56,7 @@ private:
     };
 
     bool hasRoom(const Entry &entry, Msec delay) const;
+    bool isSuspect(const Entry &entry) const;
     Msec delayOf(const Entry &entry, Clock::time_point now) const;
     bool isForgotten(const Entry &entry, Clock::time_point now) const;
     void forgetIfUnused(const QHostAddress &address);

@@ -47,7 +47,7 @@ public:
         std::chrono::milliseconds firstDelay{0};
         std::chrono::milliseconds longestDelay{std::chrono::minutes(1)};
         std::chrono::milliseconds forgetAfter{std::chrono::minutes(10)};
-        //! Connections of one address that may wait for such a greeting.
+        //! Connections of one address that may wait for such a greeting, and that may use it.
         int delayedPerAddress = 4;
         //! Bytes that the replies to all listings may take together.
         qint64 listingBytes = 0;
