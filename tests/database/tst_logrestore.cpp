@@ -6,6 +6,7 @@
 
 #include <brixrt/senvironment.h>
 
+#include <shared/filesizelimit.h>
 #include <shared/seededrandom.h>
 #include <shared/signallog.h>
 #include <shared/utctime.h>
@@ -89,6 +90,90 @@ private Q_SLOTS:
         QVERIFY(!inMemory.restore(given.folder.path(), QString(), false));
         QVERIFY(inMemory.backup(given.folder.path(), u"named"_s));
         QCOMPARE(idsIn(given.folder.filePath(u"named"_s)), numbered(1, 3));
+    }
+
+    void mergeIntoALogInMemoryWritesNoNote()
+    {
+        BackedUpLog given;
+        QVERIFY(given.isMade);
+        SLogger inMemory(given.log);
+        const QTemporaryDir directory;
+        const QString current = QDir::currentPath();
+        QVERIFY(QDir::setCurrent(directory.path()));
+        const bool isMade = setBytes(u".brixrestoration"_s, "precious");
+        const bool isMerged = inMemory.restore(given.folder.path(), kCopy, true, SLogger::logId());
+        QVERIFY(QDir::setCurrent(current));
+        QVERIFY(isMade);
+        QVERIFY(isMerged);
+        QCOMPARE(bytesOf(directory.filePath(u".brixrestoration"_s)), "precious");
+    }
+
+    void errorTellsWhyAMergeFailed_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<DBError>("error");
+
+        QTest::newRow("missing") << u"none"_s << DBError::FileNotFound;
+        QTest::newRow("not a database") << u"text"_s << DBError::WrongDB;
+        QTest::newRow("of another owner") << u"foreign"_s << DBError::AuthError;
+    }
+
+    void errorTellsWhyAMergeFailed()
+    {
+        QFETCH(const QString, name);
+        QFETCH(const DBError, error);
+        BackedUpLog given;
+        QVERIFY(given.isMade);
+        QVERIFY(setBytes(given.folder.filePath(u"text"_s), "no database at all\r\n"));
+        {
+            SLogger foreign(given.folder.filePath(u"foreign"_s), kLarge);
+            QVERIFY(foreign.open(u"bob"_s, u"other"_s));
+        }
+        QVERIFY(given.log.append(u"e4"_s));
+        QVERIFY(!given.log.restore(given.folder.path(), name, true, SLogger::logId()));
+        QCOMPARE(given.log.error(), error);
+        QCOMPARE(given.log.count(), 4);
+    }
+
+    void errorTellsThatAMergeHadNoRoom()
+    {
+        BackedUpLog given;
+        QVERIFY(given.isMade);
+        bool isMerged = true;
+        {
+            const FileSizeLimit limit(given.log.bytes() / 2);
+            isMerged = given.log.restore(given.folder.path(), kCopy, true, SLogger::logId());
+        }
+        QVERIFY(!isMerged);
+        QCOMPARE(given.log.error(), DBError::WriteError);
+        QCOMPARE(given.log.count(), 3);
+    }
+
+    void errorTellsThatARestoreFromTheRingHadNoRoom()
+    {
+        BackedUpLog given;
+        QVERIFY(given.isMade);
+        QVERIFY(QFile::copy(given.copy, given.place.backup(0)));
+        bool isRestored = true;
+        {
+            const FileSizeLimit limit(given.log.bytes() / 2);
+            isRestored = given.log.restore(given.place.folder.path(), u"machine.B00"_s, false);
+        }
+        QVERIFY(!isRestored);
+        QCOMPARE(given.log.error(), DBError::WriteError);
+        QCOMPARE(idsOf(given.log), numbered(1, 3));
+        QCOMPARE(given.place.backups(), QList<int>{0});
+    }
+
+    void logThatWasRemovedWhileOpenIsRestored()
+    {
+        BackedUpLog given;
+        QVERIFY(given.isMade);
+        QVERIFY(given.log.append(u"e4"_s));
+        QVERIFY(QFile::remove(given.place.file));
+        QVERIFY(given.log.restore(given.folder.path(), kCopy, false));
+        QCOMPARE(idsOf(given.log), numbered(1, 3));
+        QCOMPARE(idsIn(given.place.backup(0)), numbered(1, 3) + QStringList{u"e4"_s});
     }
 
     void backupToAFolderThatIsNotThereFails()

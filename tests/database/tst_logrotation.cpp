@@ -63,6 +63,47 @@ bool touch(const QString &path)
     return setBytes(path, "x");
 }
 
+//! The bytes of the ten backups of a full ring, which are told apart by them.
+QByteArray oldBackup(int number)
+{
+    return "backup " + QByteArray::number(number);
+}
+
+bool fillRing(const LogPlace &place)
+{
+    for (int number = 0; number < 10; ++number) {
+        if (!QFile::exists(place.backup(number)) &&
+            !setBytes(place.backup(number), oldBackup(number)))
+            return false;
+    }
+    return true;
+}
+
+QStringList filesIn(const LogPlace &place)
+{
+    return QDir(place.folder.path()).entryList(QDir::Files | QDir::Hidden);
+}
+
+//! The files that are neither the log's nor a backup.
+QStringList remainsIn(const LogPlace &place)
+{
+    return filesIn(place).filter(u"brix"_s);
+}
+
+//! The date in the first entry of a log, by which a renamed backup names its rotation.
+QString stampOf(SLogger &log)
+{
+    return QString::number(log.first().value(SLogger::logDate()).toLongLong());
+}
+
+//! The name of a renamed backup.
+QString asideOf(const LogPlace &place, int number, int next, const QString &stamp)
+{
+    return u"%1.brixaside.0%2.0%3.%4"_s.arg(place.file).arg(number).arg(next).arg(stamp);
+}
+
+const QString kOtherStamp = u"123456789"_s;
+
 } // namespace
 
 class tst_LogRotation : public QObject
@@ -223,6 +264,253 @@ private Q_SLOTS:
         QCOMPARE(place.backups(), (QList<int>{0, 1}));
         QCOMPARE(idsIn(place.backup(0)), numbered(1, 2));
         QCOMPARE(idsOf(log), QStringList{kMarker});
+    }
+
+    void logUnderTheNameOfItsNextBackupIsNotRotated()
+    {
+        const LogPlace place;
+        QVERIFY(fillRing(place));
+        QVERIFY(QFile::remove(place.backup(9)));
+        SLogger log(place.backup(9), kSmall);
+        QVERIFY(log.open(kUser, kPassword));
+        QVERIFY(appendNumbered(log, 1, 3));
+        const QByteArray before = bytesOf(place.backup(9));
+        expectError("OpenError");
+        QVERIFY(!log.rotate(false));
+        QCOMPARE(log.error(), DBError::OpenError);
+        QCOMPARE(bytesOf(place.backup(9)), before);
+        QCOMPARE(idsOf(log), numbered(1, 3));
+        for (int number = 0; number < 9; ++number)
+            QCOMPARE(bytesOf(place.backup(number)), oldBackup(number));
+        QCOMPARE(remainsIn(place), QStringList());
+    }
+
+    void logThatItsNextBackupIsALinkToIsNotRotated()
+    {
+        const LogPlace place;
+        SLogger log(place.file, kSmall);
+        QVERIFY(log.open(kUser, kPassword));
+        QVERIFY(appendNumbered(log, 1, 3));
+        QVERIFY(QFile::link(place.file, place.backup(9)));
+        QVERIFY(fillRing(place));
+        const QByteArray before = bytesOf(place.file);
+        expectError("OpenError");
+        QVERIFY(!log.rotate(false));
+        QCOMPARE(log.error(), DBError::OpenError);
+        QCOMPARE(bytesOf(place.file), before);
+        QVERIFY(QFileInfo(place.backup(9)).isSymLink());
+        QCOMPARE(place.backups().size(), 10);
+    }
+
+    void logThatWasRemovedWhileOpenIsRotatedToItsBackup()
+    {
+        const LogPlace place;
+        SLogger log(place.file, kSmall);
+        QVERIFY(log.open(kUser, kPassword));
+        QVERIFY(appendNumbered(log, 1, 3));
+        QVERIFY(QFile::remove(place.file));
+        QVERIFY(log.rotate(false));
+        QCOMPARE(idsIn(place.backup(0)), numbered(1, 3));
+        // Nobody else may read what had an access that can't be known any more.
+        QCOMPARE(QFile::permissions(place.backup(0)) &
+                     (QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther),
+                 QFile::Permissions());
+        QCOMPARE(idsOf(log), QStringList{kMarker});
+    }
+
+    void newBackupHasTheAccessOfTheLogAndNotOfTheBackupBefore()
+    {
+        const LogPlace place;
+        SLogger log(place.file, kSmall);
+        QVERIFY(log.open(kUser, kPassword));
+        QVERIFY(fillRing(place));
+        const QFile::Permissions own = QFile::ReadOwner | QFile::WriteOwner;
+        QVERIFY(QFile::setPermissions(place.file, own));
+        QVERIFY(QFile::setPermissions(place.backup(9), own | QFile::ReadOther));
+        QVERIFY(log.rotate(false));
+        QVERIFY(!QFile::permissions(place.backup(9)).testFlag(QFile::ReadOther));
+    }
+
+    void backupThatIsALinkIsReplacedAndNotFollowed()
+    {
+        const LogPlace place;
+        const QTemporaryDir other;
+        const QString elsewhere = other.filePath(u"elsewhere"_s);
+        QVERIFY(setBytes(elsewhere, "precious"));
+        QVERIFY(QFile::link(elsewhere, place.backup(9)));
+        QVERIFY(fillRing(place));
+        SLogger log(place.file, kSmall);
+        QVERIFY(log.open(kUser, kPassword));
+        QVERIFY(appendNumbered(log, 1, 3));
+        QVERIFY(log.rotate(false));
+        QCOMPARE(bytesOf(elsewhere), "precious");
+        QVERIFY(!QFileInfo(place.backup(9)).isSymLink());
+        QCOMPARE(idsIn(place.backup(9)), numbered(1, 3));
+    }
+
+    // What a kill leaves with all ten names taken: by the steps of the rotation, from the first
+    // renaming to the last removal.
+    void killedRotationOfAFullRing_data()
+    {
+        QTest::addColumn<QList<int>>("aside");
+        QTest::addColumn<bool>("hasNewBackup");
+        QTest::addColumn<bool>("hasNewLog");
+
+        QTest::newRow("09 renamed") << QList<int>{9} << false << false;
+        QTest::newRow("both renamed") << QList<int>{9, 1} << false << false;
+        QTest::newRow("backup in place") << QList<int>{9, 1} << true << false;
+        QTest::newRow("01 back again") << QList<int>{9} << true << false;
+        QTest::newRow("log in place") << QList<int>{9, 1} << true << true;
+        QTest::newRow("09 removed") << QList<int>{1} << true << true;
+        QTest::newRow("01 removed") << QList<int>{9} << true << true;
+    }
+
+    void killedRotationOfAFullRing()
+    {
+        QFETCH(const QList<int>, aside);
+        QFETCH(const bool, hasNewBackup);
+        QFETCH(const bool, hasNewLog);
+        const LogPlace place;
+        {
+            SLogger log(place.file, kLarge);
+            QVERIFY(log.open(kUser, kPassword));
+            QVERIFY(appendNumbered(log, 1, 3));
+        }
+        const QByteArray rotatedLog = bytesOf(place.file);
+        QString stamp = kOtherStamp;
+        if (hasNewLog) {
+            SLogger log(place.file, kLarge);
+            QVERIFY(log.open(kUser, kPassword));
+            QVERIFY(log.rotate(false));
+            stamp = stampOf(log);
+            QVERIFY(QFile::remove(place.backup(0)));
+        }
+        QVERIFY(fillRing(place));
+        for (const int number : aside)
+            QVERIFY(QFile::rename(place.backup(number), asideOf(place, number, 9, stamp)));
+        if (hasNewLog && !aside.contains(1))
+            QVERIFY(QFile::remove(place.backup(1)));
+        if (hasNewBackup)
+            QVERIFY(setBytes(place.backup(9), rotatedLog));
+
+        SLogger log(place.file, kLarge);
+        QVERIFY(log.open(kUser, kPassword));
+        QCOMPARE(remainsIn(place), QStringList());
+        QCOMPARE(place.backups().contains(1), !hasNewLog);
+        for (const int number : place.backups()) {
+            const bool isNew = number == 9 && hasNewLog;
+            QCOMPARE(bytesOf(place.backup(number)), isNew ? rotatedLog : oldBackup(number));
+        }
+        QCOMPARE(place.backups().size(), hasNewLog ? 9 : 10);
+        QCOMPARE(idsOf(log), hasNewLog ? QStringList{kMarker} : numbered(1, 3));
+    }
+
+    void finishedRotationOfAnEmptyLogIsNotUndone()
+    {
+        const LogPlace place;
+        SLogger log(place.file, kLarge);
+        QVERIFY(log.open(kUser, kPassword));
+        const QByteArray empty = bytesOf(place.file);
+        QVERIFY(log.rotate(false));
+        QVERIFY(setBytes(asideOf(place, 1, 0, stampOf(log)), oldBackup(1)));
+        QVERIFY(log.close());
+        QVERIFY(log.open(kUser, kPassword));
+        QCOMPARE(bytesOf(place.backup(0)), empty);
+        QCOMPARE(place.backups(), QList<int>{0});
+        QCOMPARE(remainsIn(place), QStringList());
+    }
+
+    void unfinishedRotationRemovesItsBackupAndBringsTheOldestBack()
+    {
+        const LogPlace place;
+        SLogger log(place.file, kLarge);
+        QVERIFY(log.open(kUser, kPassword));
+        QVERIFY(appendNumbered(log, 1, 3));
+        QVERIFY(log.close());
+        QVERIFY(setBytes(place.backup(0), bytesOf(place.file)));
+        QVERIFY(setBytes(asideOf(place, 1, 0, kOtherStamp), oldBackup(1)));
+        QVERIFY(log.open(kUser, kPassword));
+        QCOMPARE(place.backups(), QList<int>{1});
+        QCOMPARE(bytesOf(place.backup(1)), oldBackup(1));
+        QCOMPARE(remainsIn(place), QStringList());
+    }
+
+    void backupThatTheLogHasNotIsNeverRemoved()
+    {
+        const LogPlace place;
+        SLogger log(place.file, kLarge);
+        QVERIFY(log.open(kUser, kPassword));
+        QVERIFY(log.close());
+        // Another log of the same base name has used the ring in the meantime.
+        QVERIFY(setBytes(place.backup(9), "of another log"));
+        QVERIFY(setBytes(asideOf(place, 1, 9, kOtherStamp), oldBackup(1)));
+        QVERIFY(setBytes(asideOf(place, 9, 9, kOtherStamp), oldBackup(9)));
+        QVERIFY(log.open(kUser, kPassword));
+        QCOMPARE(bytesOf(place.backup(9)), "of another log");
+        QCOMPARE(bytesOf(place.backup(1)), oldBackup(1));
+        // Its own name is taken: it has the first that is free.
+        QCOMPARE(bytesOf(place.backup(0)), oldBackup(9));
+        QCOMPARE(remainsIn(place), QStringList());
+    }
+
+    void logOfTheSameBaseNameLeavesTheRemainsOfTheOther()
+    {
+        const LogPlace place;
+        const QString aside = asideOf(place, 1, 9, kOtherStamp);
+        QVERIFY(setBytes(aside, oldBackup(1)));
+        SLogger other(place.folder.filePath(u"machine.txt"_s), kLarge);
+        QVERIFY(other.open(kUser, kPassword));
+        QCOMPARE(bytesOf(aside), oldBackup(1));
+        QCOMPARE(place.backups(), QList<int>());
+    }
+
+    void namesThatAreNoRenamedBackupsAreLeft()
+    {
+        const LogPlace place;
+        const QStringList names{u".brixaside"_s,         u".brixaside.01"_s,
+                                u".brixaside.1.9.5"_s,   u".brixaside.01.09.x"_s,
+                                u".brixaside.01.10.5"_s, u".brixaside.01.09.5.6"_s,
+                                u".brixaside.+1.09.5"_s};
+        for (const QString &name : names)
+            QVERIFY(touch(place.file + name));
+        SLogger log(place.file, kLarge);
+        QVERIFY(log.open(kUser, kPassword));
+        QCOMPARE(remainsIn(place).size(), names.size());
+        QCOMPARE(place.backups(), QList<int>());
+    }
+
+    void slotOnRotatedFindsASettledDirectory()
+    {
+        const LogPlace place;
+        SLogger log(place.file, kSmall);
+        QVERIFY(log.open(kUser, kPassword));
+        QVERIFY(fillRing(place));
+        QVERIFY(appendNumbered(log, 1, 3));
+        QList<QStringList> found;
+        const auto look = [&] { found.append(remainsIn(place)); };
+        connect(&log, &SLogger::rotated, this, look, Qt::DirectConnection);
+        connect(&log, &SLogger::changed, this, look, Qt::DirectConnection);
+        QVERIFY(log.rotate(true));
+        QCOMPARE(found, (QList<QStringList>{{}, {}}));
+    }
+
+    void slotOnRotatedMayOpenTheLogAgain()
+    {
+        const LogPlace place;
+        SLogger log(place.file, kSmall);
+        QVERIFY(log.open(kUser, kPassword));
+        QVERIFY(fillRing(place));
+        QVERIFY(appendNumbered(log, 1, 3));
+        QList<bool> opened;
+        connect(
+            &log, &SLogger::rotated, this,
+            [&] { opened.append(log.close() && log.open(kUser, kPassword)); },
+            Qt::DirectConnection);
+        QVERIFY(log.rotate(false));
+        QCOMPARE(opened, QList<bool>{true});
+        QCOMPARE(idsOf(log), QStringList{kMarker});
+        QCOMPARE(idsIn(place.backup(9)), numbered(1, 3));
+        QCOMPARE(remainsIn(place), QStringList());
     }
 
     void newLogStartsWithTheMarker()

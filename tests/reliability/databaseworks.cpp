@@ -273,6 +273,16 @@ Files logWithBackups(int entries)
     return files;
 }
 
+//! As logWithBackups(), with the free name taken by a copy of the newest backup. The oldest one is
+//! 01, which makes room with that.
+Files logWithAllBackups(int entries)
+{
+    Files files = logWithBackups(entries);
+    files[u"machine.B09"_s] = files.value(u"machine.B08"_s);
+    files[u"machine.B00"_s].swap(files[u"machine.B01"_s]);
+    return files;
+}
+
 QStringList rotatedFiles(const QString &directory)
 {
     return QDir(directory).entryList({u"machine.log"_s, u"machine.B0?"_s}, QDir::Files);
@@ -317,6 +327,24 @@ QString logFault(const QString &directory, const Files &before, const RotatePara
     const QStringList strange =
         strangeFiles(directory, rotatedFiles(directory) + QStringList{u"copy.log"_s});
     return strange.isEmpty() ? QString() : u"left behind: "_s + strange.join(u' ');
+}
+
+// Each of the ten backups is as before, or what the rotation makes of it.
+QString fullRingFault(const QString &directory, const Files &before, bool *isNew)
+{
+    if (const QString fault = logFault(directory, before, kUnlimited, isNew); !fault.isEmpty())
+        return fault;
+    for (int number = 0; number < 10; ++number) {
+        const QString name = u"machine.B0%1"_s.arg(number);
+        QByteArray expected = before.value(name);
+        if (*isNew && number == 9)
+            expected = before.value(kLog);
+        const bool isExpected = !*isNew || number != 1;
+        if (QFile::exists(in(directory, name)) != isExpected ||
+            (isExpected && bytesOf(in(directory, name)) != expected))
+            return u"not as it should be: "_s + name;
+    }
+    return {};
 }
 
 bool rotateLog(const QString &directory, const Step &begin, const Step &end)
@@ -375,6 +403,7 @@ const QList<DatabaseWork> &databaseWorks()
         backupAndClear(),
         onLog(u"rotate"_s, rotateLog, kTight),
         onLog(u"restore-log"_s, restoreLog, kUnlimited),
+        {u"rotate-full-ring"_s, logWithAllBackups, rotateLog, fullRingFault},
     };
     return works;
 }

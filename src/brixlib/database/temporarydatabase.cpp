@@ -68,6 +68,8 @@ TemporaryDatabase::~TemporaryDatabase()
 // What cannot be noted is left only if this program is killed.
 void TemporaryDatabase::writeNote()
 {
+    if (m_note.isEmpty())
+        return;
     QFile note(m_note);
     m_hasNote = note.open(QIODevice::WriteOnly | QIODevice::Unbuffered);
     if (m_hasNote)

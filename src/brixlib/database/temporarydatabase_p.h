@@ -14,7 +14,8 @@ namespace Talverine {
 class TemporaryDatabase
 {
 public:
-    //! \a note is a file name that only one such object uses at a time.
+    //! \a note is a file name that only one such object uses at a time. None is
+    //! written without one.
     explicit TemporaryDatabase(const QString &note);
     //! Removes the file, what a database puts beside it, and the note.
     ~TemporaryDatabase();

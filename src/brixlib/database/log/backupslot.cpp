@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "backupslot_p.h"
 
+#include "asidename_p.h"
 #include "logbackups_p.h"
 #include <brixlib/database/storage/diskfile_p.h>
 #include <brixlib/database/storage/stagedfile_p.h>
@@ -10,12 +11,13 @@
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 
+#include <utility>
+
 namespace Talverine {
 
 namespace {
 
 constexpr QLatin1String kStagedSuffix(".brixbackup");
-constexpr QLatin1String kAsideSuffix(".brixaside");
 constexpr qint64 kPieceBytes = 32768;
 
 // Whether the log still has all that was copied to its backup.
@@ -33,22 +35,37 @@ bool beginsWith(const QString &logFile, const QString &backupFile)
     return true;
 }
 
-QString asideOf(const QString &backupFile)
+bool isThere(const QString &name)
 {
-    return backupFile + kAsideSuffix;
+    const QFileInfo file(name);
+    return file.exists() || file.isSymLink();
 }
 
-// Removes what was moved aside, or brings it back in the opposite order: the oldest backup is the
-// last one aside, whenever this is stopped.
-void settle(const QStringList &movedAside, bool isDone)
+// To its own name. Where that has been given to another file, to one that is free.
+void bringBack(const QString &aside, const QString &name, const LogBackups &backups)
 {
-    if (isDone) {
-        for (const QString &name : movedAside)
-            QFile::remove(asideOf(name));
+    const QString home = isThere(name) ? backups.nextName() : name;
+    if (!isThere(home))
+        static_cast<void>(DiskFile::moveOver(aside, home));
+}
+
+// The steps of take() from the last to the first: for as long as anything is renamed, a backup that
+// has the name of the new one is the new one.
+void undo(const AsideName &aside, const LogBackups &backups, const QString &logFile)
+{
+    const QString name = backups.names().at(aside.number());
+    const QString next = backups.names().at(aside.next());
+    // Only what the log still has goes.
+    const bool isNewThere = !SFileHelper::isSameFile(next, logFile) && beginsWith(logFile, next);
+    if (isNewThere && name == next) {
+        static_cast<void>(DiskFile::moveOver(aside.path(), name));
         return;
     }
-    for (auto name = movedAside.crbegin(); name != movedAside.crend(); ++name)
-        static_cast<void>(DiskFile::moveOver(asideOf(*name), *name));
+    // Of two, the other one is moved over it.
+    if (isNewThere &&
+        !isThere(AsideName(logFile, aside.next(), aside.next(), aside.stamp()).path()))
+        QFile::remove(next);
+    bringBack(aside.path(), name, backups);
 }
 
 } // namespace
@@ -62,9 +79,20 @@ BackupSlot::BackupSlot(const QString &logFile)
 
 BackupSlot::~BackupSlot()
 {
-    if (m_isTaken && !m_isKept)
+    if (m_isKept) {
+        for (const Moved &moved : std::as_const(m_moved))
+            QFile::remove(moved.aside);
+        return;
+    }
+    if (m_isTaken && !isLogItself())
         QFile::remove(m_path);
-    settle(m_movedAside, m_isKept);
+    for (auto moved = m_moved.crbegin(); moved != m_moved.crend(); ++moved)
+        static_cast<void>(DiskFile::moveOver(moved->aside, moved->name));
+}
+
+bool BackupSlot::isLogItself() const
+{
+    return SFileHelper::isSameFile(m_path, m_logFile);
 }
 
 QString BackupSlot::stagedName() const
@@ -72,42 +100,42 @@ QString BackupSlot::stagedName() const
     return m_logFile + kStagedSuffix;
 }
 
-bool BackupSlot::take(StagedFile *backup)
+// What would be written over is the first to be renamed and the last to come back.
+bool BackupSlot::take(StagedFile *backup, const QString &stamp)
 {
-    m_isTaken = moveAside(m_oldest) && moveAside(m_path) && backup->putInPlace();
+    m_isTaken = !isLogItself() && moveAside(m_path, stamp) && moveAside(m_oldest, stamp) &&
+                backup->putInPlace();
     return m_isTaken;
 }
 
-bool BackupSlot::moveAside(const QString &name)
+bool BackupSlot::moveAside(const QString &name, const QString &stamp)
 {
+    const QFileInfo file(name);
     // A backup that was opened as a log has a name of its own ring.
-    if (!QFileInfo(name).isFile() || SFileHelper::isSameFile(name, m_logFile))
+    if ((!file.isFile() && !file.isSymLink()) || SFileHelper::isSameFile(name, m_logFile))
         return true;
-    if (!DiskFile::moveOver(name, asideOf(name)))
+    const LogBackups backups(m_logFile);
+    const AsideName aside(m_logFile, backups.numberOf(name), backups.numberOf(m_path), stamp);
+    if (!DiskFile::moveOver(name, aside.path()))
         return false;
-    m_movedAside.append(name);
+    m_moved.append({name, aside.path()});
     return true;
 }
 
-// A rotation that was killed before the log had its new content is undone: it is made again.
-void BackupSlot::removeRemains(const QString &logFile)
+void BackupSlot::removeRemains(const QString &logFile, const std::function<QString()> &stampOfLog)
 {
     QFile::remove(logFile + kStagedSuffix);
-    const LogBackups backups(logFile);
-    QStringList movedAside;
-    for (const QString &name : backups.names()) {
-        if (QFile::exists(asideOf(name)))
-            movedAside.append(name);
-    }
-    if (movedAside.isEmpty())
+    const QList<AsideName> remains = AsideName::findAll(logFile);
+    if (remains.isEmpty())
         return;
-    // Of two, the other one was to be written over, and is the last.
-    const QString backup =
-        movedAside.size() > 1 ? movedAside.last() : backups.nameBefore(movedAside.first());
-    const bool isDone = QFile::exists(backup) && !beginsWith(logFile, backup);
-    if (!isDone && !movedAside.contains(backup) && QFile::exists(backup))
-        QFile::remove(backup);
-    settle(movedAside, isDone);
+    const LogBackups backups(logFile);
+    const QString stamp = stampOfLog();
+    for (const AsideName &aside : remains) {
+        if (aside.stamp() == stamp)
+            QFile::remove(aside.path());
+        else
+            undo(aside, backups, logFile);
+    }
 }
 
 } // namespace Talverine

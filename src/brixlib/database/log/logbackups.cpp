@@ -49,9 +49,9 @@ QStringList LogBackups::names() const
     return names;
 }
 
-QString LogBackups::nameBefore(const QString &name) const
+int LogBackups::numberOf(const QString &name) const
 {
-    return nameOf((static_cast<int>(names().indexOf(name)) + kSlots - 1) % kSlots);
+    return static_cast<int>(names().indexOf(name));
 }
 
 int LogBackups::firstFree() const

@@ -23,8 +23,8 @@ public:
     QString oldestName() const;
     //! The ten names in the order of their numbers.
     QStringList names() const;
-    //! The name that comes before \a name in the ring.
-    QString nameBefore(const QString &name) const;
+    //! The number of one of the ten names.
+    int numberOf(const QString &name) const;
 
 private:
     int firstFree() const;

@@ -181,7 +181,8 @@ public:
      *
      * The backup is on the disk before the log is replaced in one step. Whatever stops the program
      * or the machine, no entry is lost, and the next open() removes what is left of the rotation.
-     * If it fails, the log and its backups are as before; error() returns why.
+     * If it fails, the log and its backups are as before; error() returns why. It is OpenError for
+     * a log that has the name of its own next backup. At rotated() all that is done.
      */
     bool rotate(bool keep);
 
@@ -210,8 +211,10 @@ private:
     QFuture<bool> backgroundOpen() const;
 
     bool isOverLimits() const;
+    bool giveWay(bool keep);
     int keptEntries() const;
-    bool backupAndReplace(const SDBText &fresh, BackupSlot *slot);
+    bool backupAndReplace(const SDBText &fresh, BackupSlot *slot, const QString &stamp);
+    static QString stampOf(const SDBRecord &marker);
     QString rotationNote() const;
     QString restorationNote() const;
     void removeRemains();
@@ -221,7 +224,8 @@ private:
     QString outsidePath(const QString &dir, const QString &name) const;
     bool restoreInPlace(const QString &source);
     bool mergeNew(const QString &source, const QString &uniqueField);
-    bool copyAndRemoveDuplicated(const QString &source, const QString &field, const QString &copy);
+    DBError copyAndRemoveDuplicated(const QString &source, const QString &field,
+                                    const QString &copy);
 
     QString m_user;
     QString m_password;

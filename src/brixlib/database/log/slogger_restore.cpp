@@ -10,6 +10,8 @@
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 namespace Talverine {
@@ -19,12 +21,36 @@ namespace {
 constexpr int kCopyPieceBytes = 32768;
 
 // Not by QFile::copy(): the copy of a read-only file must not be read-only.
-bool copyFile(const QString &source, const QString &target)
+DBError copyFile(const QString &source, const QString &target)
 {
     QFile from(source);
+    if (!from.open(QIODevice::ReadOnly))
+        return from.exists() ? DBError::OpenError : DBError::FileNotFound;
     QFile to(target);
-    return to.open(QIODevice::WriteOnly) && SFileHelper::copyDevice(&to, &from, kCopyPieceBytes) &&
-           to.flush();
+    const bool isDone = !target.isEmpty() && to.open(QIODevice::WriteOnly) &&
+                        SFileHelper::copyDevice(&to, &from, kCopyPieceBytes) && to.flush();
+    return isDone ? DBError::NoError : DBError::WriteError;
+}
+
+// A failed write leaves the error of the operation before.
+DBError failureOf(const SDBText &database)
+{
+    const DBError error = database.error();
+    return error == DBError::NoError ? DBError::WriteError : error;
+}
+
+// Removes the entries whose text in the field is one of the known.
+DBError sift(SDBText *database, const QList<SDBField> &known)
+{
+    for (const SDBField &field : known) {
+        QList<SDBRecord> doubles;
+        database->searchField(field, doubles);
+        for (const SDBRecord &record : std::as_const(doubles)) {
+            if (!database->remove(record))
+                return failureOf(*database);
+        }
+    }
+    return database->close() ? DBError::NoError : failureOf(*database);
 }
 
 } // namespace
@@ -66,33 +92,30 @@ bool SLogger::restoreInPlace(const QString &source)
         return rotate(false) && m_database.restore(source, false);
     // The rotation may remove the backup that is asked for, or write over it.
     const TemporaryDatabase aside(restorationNote());
-    return copyFile(source, aside.path()) && rotate(false) &&
+    return m_database.returnBool(copyFile(source, aside.path())) && rotate(false) &&
            m_database.restore(aside.path(), false);
 }
 
 bool SLogger::mergeNew(const QString &source, const QString &uniqueField)
 {
     const TemporaryDatabase sifted(restorationNote());
-    return copyAndRemoveDuplicated(source, uniqueField, sifted.path()) &&
+    return m_database.returnBool(copyAndRemoveDuplicated(source, uniqueField, sifted.path())) &&
            m_database.restore(sifted.path(), true);
 }
 
-bool SLogger::copyAndRemoveDuplicated(const QString &source, const QString &field,
-                                      const QString &copy)
+DBError SLogger::copyAndRemoveDuplicated(const QString &source, const QString &field,
+                                         const QString &copy)
 {
-    if (!copyFile(source, copy))
-        return false;
+    if (const DBError copied = copyFile(source, copy); copied != DBError::NoError)
+        return copied;
     SDBText database;
-    if (!database.open(copy) || !database.authenticate(m_user, m_password) ||
-        !database.addFieldIndex(field))
-        return false;
-    for (const SDBField &known : m_database.values(field)) {
-        QList<SDBRecord> doubles;
-        database.searchField(known, doubles);
-        for (const SDBRecord &record : doubles)
-            database.remove(record);
-    }
-    return database.close();
+    if (!database.open(copy))
+        return failureOf(database);
+    if (!database.authenticate(m_user, m_password))
+        return DBError::AuthError;
+    if (!database.addFieldIndex(field))
+        return failureOf(database);
+    return sift(&database, m_database.values(field));
 }
 
 } // namespace Talverine

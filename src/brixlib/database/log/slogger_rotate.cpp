@@ -7,6 +7,8 @@
 #include <brixlib/database/storage/stagedfile_p.h>
 #include <brixlib/database/temporarydatabase_p.h>
 
+#include <brixrt/sconvert.h>
+
 #include <QtCore/QFileInfo>
 
 #include <algorithm>
@@ -18,6 +20,7 @@ namespace Talverine {
 namespace {
 
 constexpr int kKeptShare = 3;
+constexpr QLatin1String kMarkerId("LogRotate");
 
 SDBRecord rotationMarker(const QString &backupFile, int count)
 {
@@ -33,11 +36,21 @@ bool SLogger::rotate(bool keep)
 {
     const QMutexLocker guard(&m_mutex);
     // Whatever forbids the rotation must not cost a backup.
-    if (m_pathName.isEmpty() || !m_database.isReplaceable())
+    if (m_pathName.isEmpty() || !m_database.isReplaceable() || !giveWay(keep))
         return false;
+    Q_EMIT rotated();
+    return true;
+}
+
+// At its end nothing is left beside the log but its backups.
+bool SLogger::giveWay(bool keep)
+{
     BackupSlot slot(m_pathName);
+    // A log may have the name of one of its own backups.
+    if (slot.isLogItself())
+        return m_database.returnBool(DBError::OpenError);
     SDBRecord marker = rotationMarker(slot.path(), m_database.count());
-    updateRecord(u"LogRotate"_s, &marker);
+    updateRecord(kMarkerId, &marker);
     const TemporaryDatabase place(rotationNote());
     SDBText fresh;
     fresh.authenticate(m_user, m_password);
@@ -51,25 +64,31 @@ bool SLogger::rotate(bool keep)
         m_database.d->error = error == DBError::NoError ? DBError::WriteError : error;
         return false;
     }
-    if (!backupAndReplace(fresh, &slot))
-        return false;
-    Q_EMIT rotated();
-    return true;
+    return backupAndReplace(fresh, &slot, stampOf(marker));
 }
 
 // The backup is on the disk before the log has its new content.
-bool SLogger::backupAndReplace(const SDBText &fresh, BackupSlot *slot)
+bool SLogger::backupAndReplace(const SDBText &fresh, BackupSlot *slot, const QString &stamp)
 {
     StagedFile backup(slot->path(), slot->stagedName());
     if (!m_database.stageCopy(&backup))
         return false;
-    if (!slot->take(&backup))
+    if (!slot->take(&backup, stamp))
         return m_database.returnBool(DBError::OpenError);
     m_database = fresh;
     // Also where the new content can't be opened.
     if (m_database.isOldContentGone())
         slot->keep();
     return m_database.error() == DBError::NoError;
+}
+
+// By its date a marker tells its rotation from all others of the log. Empty for another entry.
+QString SLogger::stampOf(const SDBRecord &marker)
+{
+    const QLocale locale = marker.locale(QLocale::c());
+    if (SConvert::toString(marker.value(logId()), locale) != kMarkerId)
+        return {};
+    return QString::number(SConvert::toInt64(marker.value(logDate()), locale));
 }
 
 QString SLogger::rotationNote() const
@@ -79,12 +98,12 @@ QString SLogger::rotationNote() const
 
 QString SLogger::restorationNote() const
 {
-    return m_pathName + QLatin1String(".brixrestoration");
+    return m_pathName.isEmpty() ? QString() : m_pathName + QLatin1String(".brixrestoration");
 }
 
 void SLogger::removeRemains()
 {
-    BackupSlot::removeRemains(m_pathName);
+    BackupSlot::removeRemains(m_pathName, [this] { return stampOf(first()); });
     TemporaryDatabase::removeRemains(rotationNote());
     TemporaryDatabase::removeRemains(restorationNote());
 }

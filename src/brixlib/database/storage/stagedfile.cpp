@@ -24,7 +24,7 @@ QString resolved(const QString &name)
 } // namespace
 
 StagedFile::StagedFile(const QString &target, const QString &stagedName)
-    : m_target(resolved(target))
+    : m_target(stagedName.isEmpty() ? resolved(target) : target)
     , m_file(stagedName.isEmpty() ? m_target + kSuffix : stagedName)
 {
 }
@@ -47,12 +47,14 @@ bool StagedFile::open()
 
 bool StagedFile::sync(const QString &model)
 {
-    const QString accessModel = QFileInfo::exists(m_target) ? m_target : model;
+    const QString accessModel = model.isEmpty() ? m_target : model;
+    // Without a model, as for an open file that was removed, it stays a file for its owner alone.
+    const bool hasModel = QFileInfo::exists(accessModel);
     // A program that has the target by another name, and so with another lock, would put its own
     // staged file there.
-    const bool isDone = m_file.flush() && DiskFile::copyAccess(&m_file, accessModel) &&
-                        DiskFile::sync(&m_file) &&
-                        SFileHelper::isSameFile(m_file, QFile(m_file.fileName()));
+    const bool isDone =
+        m_file.flush() && (!hasModel || DiskFile::copyAccess(&m_file, accessModel)) &&
+        DiskFile::sync(&m_file) && SFileHelper::isSameFile(m_file, QFile(m_file.fileName()));
     m_file.close();
     return isDone;
 }

@@ -15,8 +15,8 @@ namespace Talverine {
  *     if (!staged.open() || !write(staged.device()) || !staged.sync() || !staged.putInPlace())
  *         return false;
  *
- * A link is followed: the file that it leads to gets the new content. Of a file with several names
- * (hard links) the others keep the old content.
+ * A link is followed unless the staged file has a name of its own: the file that it leads to gets
+ * the new content. Of a file with several names (hard links) the others keep the old content.
  *
  * Whoever uses one holds a lock for the file: the name of the staged file is always the same, so
  * that removeRemains() finds what a killed program has left.
@@ -25,7 +25,7 @@ class StagedFile final
 {
 public:
     //! For \a target, which need not exist. With \a stagedName the staged file has that name, which
-    //! must be one of the same directory.
+    //! must be one of the same directory, and a link at the target is replaced, not followed.
     explicit StagedFile(const QString &target, const QString &stagedName = QString());
     //! Removes the staged file unless it was put in place.
     ~StagedFile();
@@ -36,7 +36,8 @@ public:
     QFile *device() { return &m_file; }
     /*!
      * Flushes the staged file to the disk and closes it. It has the owner and the permissions of
-     * the target by then, or of \a model if there is no target yet.
+     * \a model by then, or of the target without a \a model. It stays a file for its owner alone if
+     * that file isn't there.
      */
     [[nodiscard]] bool sync(const QString &model = QString());
     //! Replaces the target. Follows sync().
