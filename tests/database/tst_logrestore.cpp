@@ -165,6 +165,19 @@ private Q_SLOTS:
         QCOMPARE(given.place.backups(), QList<int>{0});
     }
 
+    void slotOnRotatedMayOpenALogThatIsRestoredFromTheRing()
+    {
+        BackedUpLog given;
+        QVERIFY(given.isMade);
+        QVERIFY(QFile::copy(given.copy, given.place.backup(0)));
+        QVERIFY(given.log.append(u"e4"_s));
+        connect(
+            &given.log, &SLogger::rotated, this,
+            [&] { given.log.close() && given.log.open(kUser, kPassword); }, Qt::DirectConnection);
+        QVERIFY(given.log.restore(given.place.folder.path(), u"machine.B00"_s, false));
+        QCOMPARE(idsOf(given.log), numbered(1, 3));
+    }
+
     void logThatWasRemovedWhileOpenIsRestored()
     {
         BackedUpLog given;

@@ -83,6 +83,9 @@ void TemporaryDatabase::removeRemains(const QString &note)
         return;
     const QString path = QString::fromUtf8(file.read(kLongestPath));
     file.close();
+    // This program has it in use: a slot opens the log that is being restored.
+    if (QFileInfo(path).path() == SEnvironment::tempFolder())
+        return;
     if (isPlace(path)) {
         for (const QString &name : filesOf(path))
             QFile::remove(name);

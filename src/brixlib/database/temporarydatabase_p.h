@@ -26,6 +26,7 @@ public:
     QString path() const { return m_path; }
 
     //! Removes the database that a killed program has left and that \a note names, and the note.
+    //! Leaves what this program has in use.
     static void removeRemains(const QString &note);
 
 private:
