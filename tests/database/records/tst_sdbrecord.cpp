@@ -697,6 +697,53 @@ private Q_SLOTS:
         QVERIFY(record.checkSignature());
     }
 
+    // Few names are compared one by one, many are found by a hash.
+    void anyNumberOfFieldsIsFoundByName_data()
+    {
+        QTest::addColumn<int>("count");
+        for (const int count : {1, 23, 24, 25, 26, 60})
+            QTest::newRow(qPrintable(QString::number(count))) << count;
+    }
+
+    void anyNumberOfFieldsIsFoundByName()
+    {
+        QFETCH(int, count);
+        SDBRecord record;
+        QStringList names;
+        for (int i = 0; i < count; ++i) {
+            names.append(QString::number(i));
+            QVERIFY(record.insert(names.last(), i));
+        }
+        const auto verify = [&] {
+            QCOMPARE(record.names(), names);
+            for (qsizetype i = 0; i < names.size(); ++i) {
+                QCOMPARE(record.value(names.at(i)), QVariant(names.at(i).toInt()));
+                QCOMPARE(record.at(int(i)).key(), names.at(i));
+                QCOMPARE(record.fields().at(i).key(), names.at(i));
+            }
+        };
+        verify();
+        QVERIFY(record.move(record.at(count - 1), 0));
+        names.move(count - 1, 0);
+        verify();
+        QVERIFY(record.move(record.at(0), count / 2));
+        names.move(0, count / 2);
+        verify();
+        const SDBRecord before = record;
+        while (!names.isEmpty()) {
+            const qsizetype middle = names.size() / 2;
+            const QString name = names.takeAt(middle);
+            // The record's own text of the name goes with it.
+            QVERIFY(record.remove(record.names().at(middle)));
+            QVERIFY(!record.contains(name));
+            QVERIFY(!record.remove(name));
+            verify();
+        }
+        QVERIFY(record.isEmpty());
+        QCOMPARE(before.count(), count);
+        QVERIFY(before.contains(QString::number(count - 1)));
+    }
+
     void manyFieldsTakeTimeInProportion()
     {
         SDBRecord record;

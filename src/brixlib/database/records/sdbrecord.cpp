@@ -17,6 +17,8 @@ namespace {
 
 // Signatures of as many characters and more are those of the chain; SHA-1 has 40.
 constexpr qsizetype kShortestChainSignature = 41;
+// Among so few names, comparing them takes less time than a hash.
+constexpr qsizetype kFewNames = 24;
 
 QString keyOf(DBRecordSpecialField field)
 {
@@ -84,12 +86,13 @@ void SDBRecord::clear()
 {
     m_fields.clear();
     m_names.clear();
+    m_positions.clear();
     m_seed.clear();
 }
 
 bool SDBRecord::contains(const QString &name) const
 {
-    return m_fields.contains(name);
+    return positionOf(name) >= 0;
 }
 
 bool SDBRecord::contains(const SDBField &field) const
@@ -99,12 +102,12 @@ bool SDBRecord::contains(const SDBField &field) const
 
 SDBField SDBRecord::at(int index) const
 {
-    return index >= 0 && index < m_names.size() ? search(m_names.at(index)) : SDBField();
+    return m_fields.value(index);
 }
 
 SDBField &SDBRecord::at(int index)
 {
-    return search(index >= 0 && index < m_names.size() ? m_names.at(index) : QString());
+    return fieldAt(index);
 }
 
 SDBField SDBRecord::field(const QString &name) const
@@ -114,7 +117,7 @@ SDBField SDBRecord::field(const QString &name) const
 
 SDBField &SDBRecord::field(const QString &name)
 {
-    return search(name);
+    return fieldAt(positionOf(name));
 }
 
 QVariant SDBRecord::value(const QString &name) const
@@ -124,11 +127,7 @@ QVariant SDBRecord::value(const QString &name) const
 
 QList<SDBField> SDBRecord::fields() const
 {
-    QList<SDBField> list;
-    list.reserve(m_names.size());
-    for (const QString &name : m_names)
-        list.append(search(name));
-    return list;
+    return m_fields;
 }
 
 bool SDBRecord::insert(const QString &name, const QVariant &value)
@@ -141,13 +140,14 @@ bool SDBRecord::insert(const SDBField &field)
     const QString name = field.key();
     if (name.isEmpty())
         return false;
-    const auto found = m_fields.find(name);
-    if (found != m_fields.end()) {
-        *found = field;
+    const qsizetype position = positionOf(name);
+    if (position >= 0) {
+        m_fields[position] = field;
         return true;
     }
-    m_fields.insert(name, field);
+    m_fields.append(field);
     m_names.append(name);
+    notePositions(m_names.size() - 1, m_names.size());
     return true;
 }
 
@@ -170,16 +170,24 @@ bool SDBRecord::replace(const SDBField &field)
 
 bool SDBRecord::append(const QString &name, const QVariant &value)
 {
-    const auto found = m_fields.find(name);
-    if (found == m_fields.end())
+    const qsizetype position = positionOf(name);
+    if (position < 0)
         return insert(name, value);
-    found->append(value);
+    m_fields[position].append(value);
     return true;
 }
 
 bool SDBRecord::remove(const QString &name)
 {
-    return !name.isEmpty() && m_fields.remove(name) && m_names.removeOne(name);
+    const qsizetype position = positionOf(name);
+    if (position < 0)
+        return false;
+    // The names are the last to change, since the caller's may be one of them.
+    m_positions.remove(name);
+    m_fields.removeAt(position);
+    m_names.removeAt(position);
+    notePositions(position, m_names.size());
+    return true;
 }
 
 bool SDBRecord::remove(const SDBField &field)
@@ -191,10 +199,13 @@ bool SDBRecord::move(const SDBField &field, int index)
 {
     if (field.isEmpty())
         return false;
-    const qsizetype from = m_names.indexOf(field.key());
+    const qsizetype from = positionOf(field.key());
     if (from < 0)
         return false;
-    m_names.move(from, std::clamp<qsizetype>(index, 0, m_names.size() - 1));
+    const auto to = std::clamp<qsizetype>(index, 0, m_names.size() - 1);
+    m_fields.move(from, to);
+    m_names.move(from, to);
+    notePositions(std::min(from, to), std::max(from, to) + 1);
     return true;
 }
 
@@ -269,9 +280,9 @@ void SDBRecord::takeSignedTexts(const QLocale &values, const Take &take) const
         const QList<QVariant> inner = element.toList();
         std::for_each(inner.begin(), inner.end(), takeText);
     };
-    for (const QString &name : m_names) {
-        const SDBField &field = search(name);
-        if (name == signatureKey() || field.isEmpty())
+    for (qsizetype i = 0; i < m_fields.size(); ++i) {
+        const SDBField &field = m_fields.at(i);
+        if (m_names.at(i) == signatureKey() || field.isEmpty())
             continue;
         if (!field.isArray()) {
             takeText(field.value());
@@ -282,17 +293,37 @@ void SDBRecord::takeSignedTexts(const QLocale &values, const Take &take) const
     }
 }
 
-const SDBField &SDBRecord::search(const QString &name) const
+// -1 for a name that is not there.
+qsizetype SDBRecord::positionOf(const QString &name) const
 {
-    const auto found = m_fields.constFind(name);
-    return found == m_fields.constEnd() ? SDBField::empty : *found;
+    return m_names.size() <= kFewNames ? m_names.indexOf(name) : m_positions.value(name, -1);
 }
 
-SDBField &SDBRecord::search(const QString &name)
+// After the names from first to before end have come to their positions.
+void SDBRecord::notePositions(qsizetype first, qsizetype end)
 {
-    const auto found = m_fields.find(name);
-    if (found != m_fields.end())
-        return *found;
+    if (m_names.size() <= kFewNames) {
+        m_positions.clear();
+        return;
+    }
+    if (m_positions.isEmpty()) {
+        first = 0;
+        end = m_names.size();
+    }
+    for (qsizetype i = first; i < end; ++i)
+        m_positions.insert(m_names.at(i), i);
+}
+
+const SDBField &SDBRecord::search(const QString &name) const
+{
+    const qsizetype position = positionOf(name);
+    return position < 0 ? SDBField::empty : m_fields.at(position);
+}
+
+SDBField &SDBRecord::fieldAt(qsizetype position)
+{
+    if (position >= 0 && position < m_fields.size())
+        return m_fields[position];
     // Afresh each time: a caller may have written to what it got before.
     m_spare = SDBField();
     return m_spare;

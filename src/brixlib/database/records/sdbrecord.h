@@ -130,11 +130,14 @@ private:
     template<typename Take>
     void takeSignedTexts(const QLocale &values, const Take &take) const;
 
+    qsizetype positionOf(const QString &name) const;
+    void notePositions(qsizetype first, qsizetype end);
     const SDBField &search(const QString &name) const;
-    SDBField &search(const QString &name);
+    SDBField &fieldAt(qsizetype position);
 
-    QHash<QString, SDBField> m_fields;
-    QList<QString> m_names;
+    QList<SDBField> m_fields;
+    QList<QString> m_names;                //!< of m_fields
+    QHash<QString, qsizetype> m_positions; //!< of all names once they are many, else empty
     QString m_seed;
     SDBField m_spare; //!< what look-ups of a record that can change refer to when they find nothing
 };
