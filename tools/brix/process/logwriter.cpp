@@ -17,31 +17,32 @@ constexpr qsizetype kLongestLine = 4096;
 constexpr auto kLastWrites = 1s;
 constexpr int kStandardError = 2;
 
-// A reader that takes a few bytes at a time is served as well.
-bool writeAll(QFile &file, QByteArrayView bytes)
+// Returns how many of the bytes were written. A reader that takes a few at a time is served as
+// well.
+qint64 writeAll(QFile &file, QByteArrayView bytes)
 {
-    while (!bytes.isEmpty()) {
-        const qint64 count = file.write(bytes.data(), bytes.size());
+    qint64 done = 0;
+    while (done < bytes.size()) {
+        const qint64 count = file.write(bytes.data() + done, bytes.size() - done);
         if (count <= 0)
-            return false;
-        bytes = bytes.sliced(count);
+            break;
+        done += count;
     }
-    return true;
+    return done;
 }
 
-// Returns how many lines were lost and are not told yet.
+// Each call of the system costs more than a line does, so a batch is written by one. Returns how
+// many lines were lost and are not told yet.
 qint64 writeBatch(QFile &file, const QList<QByteArray> &lines, qint64 dropped)
 {
-    qint64 lost = dropped;
-    bool isWritable = true;
-    for (const QByteArray &line : lines) {
-        isWritable = writeAll(file, line);
-        lost += isWritable ? 0 : 1;
-    }
+    const QByteArray text = lines.join();
+    const qint64 done = writeAll(file, text);
+    const bool isWritable = done == text.size();
+    const qint64 lost = dropped + lines.size() - QByteArrayView(text).first(done).count('\n');
     if (lost == 0)
         return 0;
     const QByteArray notice = "brix: " + QByteArray::number(lost) + " lines of the log were lost\n";
-    return isWritable && writeAll(file, notice) ? 0 : lost;
+    return isWritable && writeAll(file, notice) == notice.size() ? 0 : lost;
 }
 
 } // namespace

@@ -45,11 +45,14 @@ bool appendGap(SLogger &log, qint64 lost)
     return log.append(u"AuditGap"_s, record);
 }
 
-void rotateIfTooLarge(SLogger &log)
+// The size is that of the file at the beginning of the batch: to ask for it costs a system call.
+void rotateIfTooLarge(SLogger &log, qint64 *size)
 {
     const auto limits = log.rotateParameters();
-    if (log.count() > limits.maxLogs || log.bytes() > limits.maxBytes)
-        log.rotate(true);
+    if (log.count() <= limits.maxLogs && *size <= limits.maxBytes)
+        return;
+    log.rotate(true);
+    *size = log.bytes();
 }
 
 // Returns how many events were lost and are not told yet.
@@ -57,8 +60,9 @@ qint64 writeBatch(SLogger &log, const QList<SessionEvent> &events, qint64 droppe
 {
     qint64 lost = dropped;
     bool isWritable = true;
+    qint64 size = log.bytes();
     for (const SessionEvent &event : events) {
-        rotateIfTooLarge(log);
+        rotateIfTooLarge(log, &size);
         isWritable = log.append(event.id, recordOf(event));
         lost += isWritable ? 0 : 1;
     }
