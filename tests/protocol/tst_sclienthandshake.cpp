@@ -339,8 +339,11 @@ void tst_SClientHandshake::heldCommandThatTheServerLacksIsDropped()
     auto token = std::make_shared<int>();
     const std::weak_ptr<int> life = token;
     QVERIFY(session.open());
-    session.client->authenticate(u"alice"_s, kPassword);
-    session.client->enqueueCommand(new ProbeCommand(std::move(token)));
+    // In the worker's thread, so that the reply cannot arrive in between.
+    session.inThread([&] {
+        session.client->authenticate(u"alice"_s, kPassword);
+        session.client->enqueueCommand(new ProbeCommand(std::move(token)));
+    });
     QVERIFY(unavailable.waitForCount(1));
     QCOMPARE(unavailable.value(), SCommandId(Wire::word("prob")));
     QVERIFY(session.waitForExchanges(3));
@@ -482,8 +485,11 @@ void tst_SClientHandshake::failedLoginKeepsHeldCommands()
     auto token = std::make_shared<int>();
     const std::weak_ptr<int> life = token;
     QVERIFY(session.open());
-    session.client->authenticate(u"alice"_s, kPassword);
-    session.client->enqueueCommand(new ProbeCommand(std::move(token)));
+    // In the worker's thread, so that the reply cannot arrive in between.
+    session.inThread([&] {
+        session.client->authenticate(u"alice"_s, kPassword);
+        session.client->enqueueCommand(new ProbeCommand(std::move(token)));
+    });
     QVERIFY(session.waitForExchanges(1));
     QCOMPARE(session.exchanges(), QList<QByteArray>({"auth+"}));
     QCOMPARE(status.value(), AuthenticationStatus::NotAuthenticated);
@@ -506,8 +512,11 @@ void tst_SClientHandshake::failedLoginHoldsNothingMore()
     });
     ClientSession session(server.port());
     QVERIFY(session.open());
-    session.client->authenticate(u"alice"_s, kPassword);
-    session.client->whoAmI(); // held for good
+    // In the worker's thread, so that the reply cannot arrive in between.
+    session.inThread([&] {
+        session.client->authenticate(u"alice"_s, kPassword);
+        session.client->whoAmI(); // held for good
+    });
     QVERIFY(session.waitForExchanges(1));
     session.client->enqueueCommand(new ProbeCommand);
     QVERIFY(session.waitForExchanges(2));
@@ -528,8 +537,11 @@ void tst_SClientHandshake::laterLoginSendsHeldCommands()
     });
     ClientSession session(server.port());
     QVERIFY(session.open());
-    session.client->authenticate(u"alice"_s, kPassword);
-    session.client->enqueueCommand(new ProbeCommand);
+    // In the worker's thread, so that the reply cannot arrive in between.
+    session.inThread([&] {
+        session.client->authenticate(u"alice"_s, kPassword);
+        session.client->enqueueCommand(new ProbeCommand);
+    });
     QVERIFY(session.waitForExchanges(1));
     session.client->authenticate(u"alice"_s, kPassword);
     QVERIFY(session.waitForExchanges(5));

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Registers at load what makes the types of the database travel in queued signals and its
 // enumerations turn to text.
+#include <brixlib/compression/compressionalgorithm.h>
 #include <brixlib/database/databasespecialrecordfield.h>
 #include <brixlib/database/dbauthgrants.h>
 #include <brixlib/database/dberror.h>
@@ -28,6 +29,8 @@ void registerEnum(const char *name)
     registerEnum<DBAuthGrants, DBAuthGrants_T>("DBAuthGrants");
     registerEnum<DBError, DBError_T>("DBError");
     registerEnum<DBRecordSpecialField, DBRecordSpecialField_T>("DBRecordSpecialField");
+    // The second signature of SDBText::setBackupCompressor() spells it this way.
+    qRegisterMetaType<Compression::CompressionAlgorithm>("Compression::CompressionAlgorithm");
     qRegisterMetaType<SDBField>("SDBField");
     qRegisterMetaType<SDBRecord>("SDBRecord");
     return true;

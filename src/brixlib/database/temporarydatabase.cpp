@@ -7,6 +7,7 @@
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
+#include <QtCore/QMutex>
 #include <QtCore/QStringList>
 #include <QtCore/QUuid>
 
@@ -43,13 +44,40 @@ bool isPlace(const QString &path)
            isUuid(folder.mid(5));
 }
 
+// The databases that this program has in use: a slot may open the log that is being rotated.
+class UsedPlaces
+{
+public:
+    static void insert(const QString &path)
+    {
+        const QMutexLocker guard(&s_mutex);
+        s_paths.append(path);
+    }
+    static void remove(const QString &path)
+    {
+        const QMutexLocker guard(&s_mutex);
+        s_paths.removeOne(path);
+    }
+    static bool contains(const QString &path)
+    {
+        const QMutexLocker guard(&s_mutex);
+        return s_paths.contains(path);
+    }
+
+private:
+    inline static QMutex s_mutex;
+    inline static QStringList s_paths;
+};
+
 } // namespace
 
 // The note comes before the directory, so that it names whatever is left.
 TemporaryDatabase::TemporaryDatabase(const QString &note)
     : m_note(note)
     , m_path(SEnvironment::tempFolder() + u'/' + QUuid::createUuid().toString(QUuid::WithoutBraces))
+    , m_usedPath(m_path)
 {
+    UsedPlaces::insert(m_usedPath);
     writeNote();
     if (SEnvironment::tempFolder(true).isEmpty())
         m_path.clear();
@@ -63,6 +91,7 @@ TemporaryDatabase::~TemporaryDatabase()
         QFile::remove(file);
     if (m_hasNote)
         QFile::remove(m_note);
+    UsedPlaces::remove(m_usedPath);
 }
 
 // What cannot be noted is left only if this program is killed.
@@ -83,8 +112,7 @@ void TemporaryDatabase::removeRemains(const QString &note)
         return;
     const QString path = QString::fromUtf8(file.read(kLongestPath));
     file.close();
-    // This program has it in use: a slot opens the log that is being restored.
-    if (QFileInfo(path).path() == SEnvironment::tempFolder())
+    if (UsedPlaces::contains(path))
         return;
     if (isPlace(path)) {
         for (const QString &name : filesOf(path))

@@ -34,6 +34,7 @@ private:
 
     const QString m_note;
     QString m_path;
+    const QString m_usedPath;
     bool m_hasNote = false;
 };
 
