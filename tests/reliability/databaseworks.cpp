@@ -106,7 +106,7 @@ QStringList strangeFiles(const QString &directory, const QStringList &databases)
         for (const QString &database : databases) {
             isKnown = isKnown || name == database || name == database + u".idx"_s ||
                       name == database + u".srec"_s ||
-                      // Of a backup that was being read. It keeps nobody out.
+                      // Belongs to a backup that was being read. It blocks no one.
                       (name == database + u".lck"_s && database != kFile && database != kLog);
         }
         if (!isKnown)

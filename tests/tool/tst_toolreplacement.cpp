@@ -97,7 +97,8 @@ private:
         return tool.run({u"put"_s, u"--timeout"_s, u"5"_s, source, host.url(u"sub/what%3F"_s)});
     }
 
-    // Where the older and the new content are on the server; each temporary name must be told.
+    // Where the older and the new content are on the server; the message must name each temporary
+    // file.
     static QMap<QByteArray, QStringList> places(const HostileHost &host, const ToolResult &result)
     {
         QMap<QByteArray, QStringList> places;

@@ -75,7 +75,7 @@ SDBRecord entryOf(const AppendOptions &options)
     return fields;
 }
 
-// Who makes a log chooses its password; nobody could write to one without.
+// Creating a log sets its password; a log without a password accepts no entries.
 DatabaseLogin writerOf(const DatabaseOptions &log)
 {
     if (QFileInfo::exists(log.file))

@@ -13,9 +13,8 @@
 namespace Brix {
 
 /*!
- * Hands items to a function in a thread of its own, so that nobody who adds an item waits for a
- * slow disk or reader. The items of 50 ms are one batch, or of less time when the queue is half
- * full.
+ * Passes items to a function in a separate thread, so that adding an item never waits for a slow
+ * disk or reader. A batch contains the items of 50 ms, or of less time when the queue is half full.
  *
  * The queue is bounded: an item for which there is no room is dropped and counted.
  *

@@ -16,7 +16,7 @@ namespace Brix {
  * or a disk that is slow holds up nobody who writes a line.
  *
  * At most 1 MiB of lines waits. Lines for which there is no room, and lines that could not be
- * written, are dropped; when writing works again, a line tells how many.
+ * written, are dropped; when writing works again, a line states how many.
  *
  * Thread: fully shared.
  */

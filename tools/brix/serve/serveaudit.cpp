@@ -28,7 +28,7 @@ DatabaseLogin ownerOf(const ServeAuditOptions &options)
     if (options.auditUser.isEmpty())
         throw Failure{ExitCode::Usage, u"--audit needs --audit-user, the owner of that log"_s};
     QString error;
-    // Who makes a log chooses its password; nobody could write to one without.
+    // Creating a log sets its password; a log without a password accepts no entries.
     const auto password = QFileInfo::exists(options.auditFile)
                               ? options.auditPassword.existing(options.auditUser, &error)
                               : options.auditPassword.chosen(options.auditUser, &error);

@@ -66,8 +66,8 @@ void declareLogins(Command *command, ServeGuards *guards)
     command->addNumber("--login-delay-max", &guards->longestLoginDelay,
                        "The longest such delay in seconds", 1, kLongestSeconds);
     command->addNumber("--max-logins-delayed", &guards->loginsDelayed,
-                       "Connections of one address that may wait for such a greeting; 0 for no "
-                       "limit");
+                       "Connections of one address that may wait for such a greeting, and that "
+                       "may log in at a time after a failure; 0 for no limit");
 }
 
 } // namespace

@@ -29,7 +29,7 @@ bool flush(int descriptor)
     return result == 0 || errno == EINVAL || errno == ENOTSUP || errno == ENOSYS;
 }
 
-// Only root gives a file to another user.
+// Only root may change the owner of a file.
 bool copyOwner(int descriptor, const struct stat &model)
 {
     struct stat own = {};
